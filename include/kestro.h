@@ -1,0 +1,137 @@
+/*
+ * kestro.h - the public interface of Kestro.dll: servicing of offline Windows images and disks.
+ *
+ * For C11 and C++ on 64-bit Windows. Include it and link with the import library, or load
+ * Kestro.dll and look the functions up by the names below; they are exported undecorated.
+ *
+ * THE RESULTFILE
+ *   The image and driver functions report every step into an INI file whose path the caller passes
+ *   last. The library never opens that file itself: it writes through the system's private-profile
+ *   writers, and an unwritable path costs the report but changes neither the work nor the return
+ *   value. A path without a directory names a file in the Windows directory, so pass a full path.
+ *   Keys of earlier calls stay until they are overwritten: use a new file for every call.
+ *
+ *     [<STEP>]  Result     OK, or ERR for the step that failed
+ *               ErrorCode  of a failed step: the thread's last-error code as the library found it
+ *                          after logging the failure; decimal, signed
+ *     [Log]     Righe      the number of the latest line; a call's first line is number 2
+ *               "2 - 05-03-2021 14:07:09" = text: one key per line, in local time
+ *     [Status]  LastWrite  local time of the latest write, YYYYMMDDhhmmss
+ *
+ *   A failed step logs two lines: one names the failed system function, the next is its HRESULT in
+ *   signed decimal.
+ *
+ * NARROW AND WIDE FORMS
+ *   Functions come in pairs that differ in the type of the ResultFile's path and in two ways that
+ *   every host has to know:
+ *
+ *                                     narrow form          W form
+ *     return value on success         0                    1
+ *     return value on failure         1                    0
+ *     a step's outcome in the file    [STEP] Result=OK     [STEP] OK=OK
+ *                                     [STEP] Result=ERR    [STEP] ERR=ERR
+ *
+ *   In the W form a key of at most seven characters arrives as its value does: Result becomes OK or
+ *   ERR, Flags becomes 0 or 1. With a value of eight characters or more such a key arrives as
+ *   neither of the two. ErrorCode is longer and arrives as given.
+ *   Log lines of the W form do not refresh LastWrite in the ResultFile; its other writes do.
+ *
+ * THREADS, MEMORY, ERRORS
+ *   Each call works on the caller's thread, returns when it is done, and keeps nothing. The servicing
+ *   API's initialisation belongs to the whole process: do not let calls of the image and driver
+ *   functions overlap. Strings stay the caller's. No exception leaves a function whose description
+ *   does not name one.
+ *
+ *   A failing call prints one line to standard output: "Return code is: " and the HRESULT in hex.
+ */
+#ifndef KESTRO_H
+#define KESTRO_H
+
+#include <stdint.h>
+#include <wchar.h>
+
+#if !defined(_WIN64)
+#error "Kestro.dll is a 64-bit Windows library"
+#endif
+
+/* The one 64-bit calling convention; spelled out for bindings that are made from this header. */
+#define KESTRO_CALL __stdcall
+
+#if defined(KESTRO_BUILDING)
+#define KESTRO_API /* exported by the module-definition file */
+#else
+#define KESTRO_API __declspec(dllimport)
+#endif
+
+#if defined(__cplusplus)
+#define KESTRO_NOEXCEPT noexcept
+extern "C" {
+#else
+#define KESTRO_NOEXCEPT
+#endif
+
+/*
+ * MountWimImage - mounts the first image of an image file into a directory, read-write.
+ *
+ *   ImageFilePath  the image file
+ *   MountPath      an existing, empty directory
+ *   LogFilePath    the servicing API's own log file
+ *   resultFile     the ResultFile; ANSI code page in the narrow form
+ *   Paths other than the narrow resultFile are UTF-16. Paths are not checked before they are passed
+ *   on: what the system rejects is reported as the failed step's HRESULT.
+ *
+ * Writes  [DISM_INITIALIZE] Result=OK, [DISM_MOUNT] Result=OK and the log lines "Mounting image...",
+ *         "Image mounted successfully.". A successful mount writes no DISM_SHUTDOWN section.
+ *         On failure the failed step's ErrorCode and Result=ERR (DISM_INITIALIZE, DISM_MOUNT or
+ *         DISM_SHUTDOWN). When only the closing shutdown failed, the image is unmounted again and its
+ *         changes are dropped. A clean-up call that fails too adds ErrorCode and Result=ERR under
+ *         DISM_UNMOUNT or DISM_SHUTDOWN; its log lines carry the HRESULT of the step that failed
+ *         first.
+ *
+ * Returns                                                        narrow   W
+ *         mounted, shutdown returned S_OK                        0        1
+ *         mounted, shutdown returned another success code        1        1
+ *         a step failed                                          1        0
+ *
+ * Leaves  the mounted image, until UnmountWimImage or any other tool of the system unmounts it.
+ */
+KESTRO_API uint8_t KESTRO_CALL MountWimImage(const wchar_t* ImageFilePath, const wchar_t* MountPath,
+                                             const wchar_t* LogFilePath,
+                                             const char* resultFile) KESTRO_NOEXCEPT;
+KESTRO_API uint8_t KESTRO_CALL MountWimImageW(const wchar_t* ImageFilePath,
+                                              const wchar_t* MountPath, const wchar_t* LogFilePath,
+                                              const wchar_t* resultFile) KESTRO_NOEXCEPT;
+
+/*
+ * UnmountWimImage - unmounts the image that is mounted in a directory.
+ *
+ *   MountPath      the mount directory
+ *   Flags          passed to the system unchanged: 0 saves the changes into the image file, 1 drops
+ *                  them; with 0 the system also takes 0x10000 (write integrity data) and 0x20000
+ *                  (append a new image)
+ *   LogFilePath    the servicing API's own log file
+ *   resultFile     the ResultFile; ANSI code page in the narrow form
+ *
+ * Writes  [DISM_INITIALIZE] Result=OK, [DISM_UNMOUNT] Flags=<Flags in signed decimal> before the
+ *         unmount and Result=OK after it, [DISM_SHUTDOWN] Result=OK, and the log lines "Unmounting
+ *         image...", "Image unmounted successfully.".
+ *         On failure the failed step's ErrorCode and Result=ERR. A failing clean-up shutdown adds
+ *         [VHDX_RESTORE] ErrorCode without a Result; its log lines carry its own HRESULT.
+ *
+ * Returns                                                        narrow   W
+ *         unmounted, shutdown returned S_OK                      0        1
+ *         unmounted, shutdown returned another success code      1        1
+ *         a step failed                                          1        0
+ */
+KESTRO_API uint8_t KESTRO_CALL UnmountWimImage(const wchar_t* MountPath, uint32_t Flags,
+                                               const wchar_t* LogFilePath,
+                                               const char* resultFile) KESTRO_NOEXCEPT;
+KESTRO_API uint8_t KESTRO_CALL UnmountWimImageW(const wchar_t* MountPath, uint32_t Flags,
+                                                const wchar_t* LogFilePath,
+                                                const wchar_t* resultFile) KESTRO_NOEXCEPT;
+
+#if defined(__cplusplus)
+}
+#endif
+
+#endif

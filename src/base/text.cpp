@@ -1,0 +1,24 @@
+// text.cpp - conversions between the ANSI code page and wide text.
+#include "base/text.h"
+
+#include <cstring>
+
+#include <windows.h>
+
+namespace kestro {
+
+std::wstring ToWide(const char* text)
+{
+    // The terminator is converted with the text: the result ends at the first zero.
+    const int narrowLength = static_cast<int>(std::strlen(text)) + 1;
+    const int wideLength = MultiByteToWideChar(CP_ACP, 0, text, narrowLength, nullptr, 0);
+    if (wideLength <= 0)
+        return {};
+
+    std::wstring wide(static_cast<std::size_t>(wideLength), L'\0');
+    MultiByteToWideChar(CP_ACP, 0, text, narrowLength, wide.data(), wideLength);
+    wide.resize(wide.find(L'\0') == std::wstring::npos ? 0 : wide.find(L'\0'));
+    return wide;
+}
+
+} // namespace kestro

@@ -1,0 +1,31 @@
+// servicing_steps.h - the steps of the image-servicing API that more than one operation takes, with
+// the sections and log lines they report under.
+#pragma once
+
+#include "report/console_trace.h"
+#include "report/step_reporter.h"
+
+#include <windows.h>
+
+#include <dismapi.h>
+
+namespace kestro {
+
+inline constexpr Step kInitializeStep = {"DISM_INITIALIZE",
+                                         "DismInitialize Failed. Following error code."};
+inline constexpr Step kShutdownStep = {"DISM_SHUTDOWN",
+                                       "DismShutdown Failed. Following error code."};
+
+// Errors, warnings and information go to the platform's own log; it chooses its scratch directory.
+inline HRESULT InitializeServicing(const wchar_t* LogFilePath)
+{
+    return DismInitialize(DismLogErrorsWarningsInfo, LogFilePath, nullptr);
+}
+
+// The console line of every failure exit.
+inline void TraceReturnCode(HRESULT result)
+{
+    TracePrintW(L"Return code is: %x\n", static_cast<unsigned>(result));
+}
+
+} // namespace kestro

@@ -1,0 +1,177 @@
+// operation_log.cpp - the running log of one call.
+#include "report/operation_log.h"
+
+#include "base/text.h"
+#include "report/decimal_text.h"
+
+#include <charconv>
+#include <cstddef>
+#include <ctime>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include <windows.h>
+
+namespace kestro {
+namespace {
+
+// A short text of fixed capacity, ample for six numbers and their separators.
+class ClockText {
+  public:
+    ClockText& Text(std::string_view text)
+    {
+        end_ += text.copy(end_, static_cast<std::size_t>(text_ + sizeof text_ - 1 - end_));
+        *end_ = '\0';
+        return *this;
+    }
+    ClockText& Number(int value)
+    {
+        end_ = std::to_chars(end_, text_ + sizeof text_ - 1, value).ptr;
+        *end_ = '\0';
+        return *this;
+    }
+    // Two digits, padded on the left with "0".
+    ClockText& Padded(int value)
+    {
+        if (value >= 0 && value < 10)
+            Text("0");
+        return Number(value);
+    }
+    const char* c_str() const { return text_; }
+
+  private:
+    char text_[80] = {};
+    char* end_ = text_;
+};
+
+std::tm LocalTime()
+{
+    const __time64_t now = _time64(nullptr);
+    const std::tm* local = _localtime64(&now);
+    return local != nullptr ? *local : std::tm{};
+}
+
+// "2 - 05-03-2021 14:07:09"
+ClockText LineKey(std::int32_t lineNumber, const std::tm& time)
+{
+    ClockText key;
+    key.Number(lineNumber).Text(" - ");
+    key.Padded(time.tm_mday)
+        .Text("-")
+        .Padded(time.tm_mon + 1)
+        .Text("-")
+        .Number(time.tm_year + 1900);
+    key.Text(" ").Padded(time.tm_hour).Text(":").Padded(time.tm_min).Text(":").Padded(time.tm_sec);
+    return key;
+}
+
+// "20210305140709"
+ClockText LastWriteStamp()
+{
+    const std::tm time = LocalTime();
+    ClockText stamp;
+    stamp.Number(time.tm_year + 1900).Padded(time.tm_mon + 1).Padded(time.tm_mday);
+    stamp.Padded(time.tm_hour).Padded(time.tm_min).Padded(time.tm_sec);
+    return stamp;
+}
+
+// Shared by both forms: a wide record's null path goes to the platform as it is, which keeps such a
+// stamp out of every ResultFile.
+void StampNarrow(const LogRecord& record)
+{
+    WritePrivateProfileStringA("Status", "LastWrite", LastWriteStamp().c_str(), record.resultFile);
+}
+
+// A wide write that finds no memory for its texts is lost like any other failing write.
+template <class Write>
+void WriteUnnoticed(Write write) noexcept
+{
+    try {
+        write();
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+template <class WideText>
+void AppendWideLine(LogRecord& record, WideText wideText) noexcept
+{
+    const std::tm time = LocalTime();
+    ++record.lineCount;
+    WriteUnnoticed([&] {
+        const std::wstring count = ToWide(ToDecimalText(record.lineCount).c_str());
+        WritePrivateProfileStringW(L"Log", L"Righe", count.c_str(), record.resultFileW);
+    });
+    WriteUnnoticed([&] {
+        const std::wstring key = ToWide(LineKey(record.lineCount, time).c_str());
+        const std::wstring text = wideText();
+        WritePrivateProfileStringW(L"Log", key.c_str(), text.c_str(), record.resultFileW);
+    });
+    StampNarrow(record);
+}
+
+// The step write passes section, key and value through one holder of wide text. A text of up to
+// seven characters lies inside the holder, where the value, moved in last, takes its place: a host
+// finds [DISM_MOUNT] OK=OK and no key Result. A longer text lies outside and arrives as given. A
+// value that itself lies outside leaves its location in the holder, and a short name then reads as
+// neither the name nor the value.
+const wchar_t* SharedText(const std::wstring& name, const std::wstring& value)
+{
+    constexpr std::size_t insideHolder = 7;
+    if (name.length() > insideHolder)
+        return name.c_str();
+    if (value.length() <= insideHolder)
+        return value.c_str();
+    return name == L"?" ? L"??" : L"?";
+}
+
+} // namespace
+
+void OperationLog::AppendLine(const char* text)
+{
+    const std::tm time = LocalTime();
+    ++record_.lineCount;
+    WritePrivateProfileStringA("Log", "Righe", ToDecimalText(record_.lineCount).c_str(),
+                               record_.resultFile);
+    WritePrivateProfileStringA("Log", LineKey(record_.lineCount, time).c_str(), text,
+                               record_.resultFile);
+    WriteLastWrite();
+}
+
+void OperationLog::WriteLastWrite()
+{
+    StampNarrow(record_);
+}
+
+void OperationLogW::AppendLineW(const char* text) noexcept
+{
+    AppendWideLine(record_, [&] { return ToWide(text); });
+}
+
+void OperationLogW::AppendLineW(const wchar_t* text) noexcept
+{
+    AppendWideLine(record_, [&] { return std::wstring(text); });
+}
+
+void OperationLogW::WriteLastWriteW() noexcept
+{
+    WriteUnnoticed([&] {
+        const std::wstring stamp = ToWide(LastWriteStamp().c_str());
+        WritePrivateProfileStringW(L"Status", L"LastWrite", stamp.c_str(), record_.resultFileW);
+    });
+}
+
+void OperationLogW::WriteStepW(const char* section, const char* key, const char* value) noexcept
+{
+    WriteUnnoticed([&] {
+        const std::wstring wideSection = ToWide(section);
+        const std::wstring wideKey = ToWide(key);
+        const std::wstring wideValue = ToWide(value);
+        WritePrivateProfileStringW(SharedText(wideSection, wideValue),
+                                   SharedText(wideKey, wideValue), wideValue.c_str(),
+                                   record_.resultFileW);
+    });
+    WriteLastWriteW();
+}
+
+} // namespace kestro

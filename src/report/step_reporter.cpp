@@ -1,0 +1,64 @@
+// step_reporter.cpp - the reports common to all operations, and the two forms' writes.
+#include "report/step_reporter.h"
+
+#include "report/decimal_text.h"
+
+namespace kestro {
+
+void StepReporter::LogNumber(std::int32_t number)
+{
+    LogLine(ToDecimalText(number).c_str());
+}
+
+void StepReporter::WriteOk(const char* section)
+{
+    Write(section, "Result", "OK");
+}
+
+void StepReporter::WriteErr(const char* section)
+{
+    Write(section, "Result", "ERR");
+}
+
+void StepReporter::WriteLastError(const char* section, const char* key)
+{
+    // Signed like every other number, although the platform's code is not.
+    const auto lastError = static_cast<std::int32_t>(GetLastError());
+    Write(section, key, ToDecimalText(lastError).c_str());
+}
+
+void StepReporter::ReportFailure(const Step& step, HRESULT result)
+{
+    LogLine(step.failureLine);
+    LogNumber(result);
+    WriteLastError(step.section, "ErrorCode");
+}
+
+void StepReporter::ReportCleanUpFailure(const Step& step, HRESULT result)
+{
+    ReportFailure(step, result);
+    WriteErr(step.section);
+}
+
+void NarrowReporter::LogLine(const char* text)
+{
+    log_.AppendLine(text);
+}
+
+void NarrowReporter::Write(const char* section, const char* key, const char* value)
+{
+    WritePrivateProfileStringA(section, key, value, log_.ResultFile());
+    log_.WriteLastWrite();
+}
+
+void WideReporter::LogLine(const char* text)
+{
+    log_.AppendLineW(text);
+}
+
+void WideReporter::Write(const char* section, const char* key, const char* value)
+{
+    log_.WriteStepW(section, key, value);
+}
+
+} // namespace kestro
