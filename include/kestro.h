@@ -130,6 +130,132 @@ KESTRO_API uint8_t KESTRO_CALL UnmountWimImageW(const wchar_t* MountPath, uint32
                                                 const wchar_t* LogFilePath,
                                                 const wchar_t* resultFile) KESTRO_NOEXCEPT;
 
+/*
+ * AddDriver, RemoveDriver - add one driver package to an offline image, or remove one.
+ *
+ *   ImagePath      root directory of the offline image: a mount directory or an offline installation
+ *   DriverPath     AddDriver: path of the package's INF file. Unsigned packages are not forced in.
+ *                  RemoveDriver: the package's published name (oem0.inf)
+ *   LogFilePath    the servicing API's own log file
+ *   resultFile     the ResultFile; ANSI code page in the narrow form
+ *
+ * Writes  [DISM_INITIALIZE] Result=OK, [DISM_ADDDRIVER] or [DISM_REMOVEDRIVER] Result=OK,
+ *         [DISM_SHUTDOWN] Result=OK, and no log lines. Opening, committing and closing the session
+ *         leave no section when they succeed.
+ *         On failure the failed step's ErrorCode and Result=ERR (DISM_INITIALIZE, DISM_OPENSESSION,
+ *         DISM_ADDDRIVER or DISM_REMOVEDRIVER, DISM_COMMITIMAGE, DISM_SHUTDOWN). Then the session is
+ *         closed (handle 0 if it was never opened, a second time if it was closed already) and the
+ *         API shut down; a clean-up call that fails adds ErrorCode and Result=ERR under
+ *         DISM_CLOSESESSION or DISM_SHUTDOWN, and its log lines carry the HRESULT of the step that
+ *         failed first. A failed operation is never committed.
+ *
+ * Returns                                                        narrow   W
+ *         every step succeeded, shutdown returned S_OK           0        1
+ *         every step succeeded, shutdown: another success code   1        1
+ *         a step failed                                          1        0
+ */
+KESTRO_API uint8_t KESTRO_CALL AddDriver(const wchar_t* ImagePath, const wchar_t* DriverPath,
+                                         const wchar_t* LogFilePath,
+                                         const char* resultFile) KESTRO_NOEXCEPT;
+KESTRO_API uint8_t KESTRO_CALL AddDriverW(const wchar_t* ImagePath, const wchar_t* DriverPath,
+                                          const wchar_t* LogFilePath,
+                                          const wchar_t* resultFile) KESTRO_NOEXCEPT;
+KESTRO_API uint8_t KESTRO_CALL RemoveDriver(const wchar_t* ImagePath, const wchar_t* DriverPath,
+                                            const wchar_t* LogFilePath,
+                                            const char* resultFile) KESTRO_NOEXCEPT;
+KESTRO_API uint8_t KESTRO_CALL RemoveDriverW(const wchar_t* ImagePath, const wchar_t* DriverPath,
+                                             const wchar_t* LogFilePath,
+                                             const wchar_t* resultFile) KESTRO_NOEXCEPT;
+
+/*
+ * AddDriverList - adds eight driver packages to an offline image in one session, with one commit.
+ *
+ *   ImagePath      as for AddDriver
+ *   DriverPaths    exactly eight paths of INF files; there is no count and no terminator. For fewer
+ *                  packages repeat one of the paths. A NULL entry is not skipped: in the narrow form
+ *                  it erases the sections DISM_ADDDRIVER and, when the system rejects it,
+ *                  DISM_ADDDRIVER_ERRORS; the W form must not be given one.
+ *   LogFilePath    the servicing API's own log file
+ *   resultFile     the ResultFile; ANSI code page in the narrow form
+ *
+ * Writes  for each entry [DISM_ADDDRIVER] <path in the ANSI code page>=OK, whatever became of it; for
+ *         a package that failed also [DISM_ADDDRIVER_ERRORS] <path>=<last-error code> and the two log
+ *         lines. The path among the errors is the only sign of a failed package. Otherwise as
+ *         AddDriver, without a Result in DISM_ADDDRIVER. In the W form a path of at most seven
+ *         characters arrives as OK.
+ *
+ * Returns as AddDriver. A package that fails changes neither the return value nor the commit of the
+ *         others.
+ *
+ * Throws  _com_error (E_OUTOFMEMORY) when memory runs out while an entry is copied for its key. The
+ *         exception is the C++ runtime's of the compiler that built Kestro.dll; the session and the
+ *         API stay open and nothing is committed.
+ */
+KESTRO_API uint8_t KESTRO_CALL AddDriverList(const wchar_t* ImagePath,
+                                             const wchar_t* const* DriverPaths,
+                                             const wchar_t* LogFilePath, const char* resultFile);
+KESTRO_API uint8_t KESTRO_CALL AddDriverListW(const wchar_t* ImagePath,
+                                              const wchar_t* const* DriverPaths,
+                                              const wchar_t* LogFilePath,
+                                              const wchar_t* resultFile);
+
+/*
+ * GetDrivers - lists the third-party (out-of-box) driver packages of a mounted image.
+ *
+ *   ImagePath      the directory where the image is mounted
+ *   LogFilePath    the servicing API's own log file: the second argument here
+ *   resultFile     the ResultFile; ANSI code page in the narrow form
+ *
+ * Prints  "These are the third party drivers from the image:" and for each package, numbered from 0,
+ *         "Driver Package <n>: <published name>" and "Original file name: <name>".
+ *
+ * Writes  the log line "These are the third party drivers from the image." (before it, for an image
+ *         without any, "No third party drivers found inside the image.") and for each package
+ *         "Driver Package <n> - PublishedName: <name> - Original file name: <name>", names in the
+ *         ANSI code page; [DISM_INITIALIZE], [DISM_GETDRIVERS], [DISM_SHUTDOWN] Result=OK.
+ *         On failure as AddDriver, with DISM_GETDRIVERS for the query. The image is never changed.
+ *
+ * Returns as AddDriver.
+ *
+ * Leaves  one array of package records per successful call, which the system never gets back.
+ *
+ * Throws  _com_error when memory runs out (E_OUTOFMEMORY) or the system fails while a name is
+ *         converted; see AddDriverList.
+ */
+KESTRO_API uint8_t KESTRO_CALL GetDrivers(const wchar_t* ImagePath, const wchar_t* LogFilePath,
+                                          const char* resultFile);
+KESTRO_API uint8_t KESTRO_CALL GetDriversW(const wchar_t* ImagePath, const wchar_t* LogFilePath,
+                                           const wchar_t* resultFile);
+
+/*
+ * GetDriverInfo - asks for one driver package of a mounted image and tells only whether that worked:
+ * the package's records are neither shown nor written.
+ *
+ *   ImagePath      the directory where the image is mounted
+ *   Driver         a published name (oem0.inf) or the path of an INF file
+ *   LogFilePath    the servicing API's own log file: the third argument here
+ *   resultFile     the ResultFile; ANSI code page in the narrow form
+ *
+ * Writes  [DISM_INITIALIZE] Result=OK. A failed query is told on standard output alone
+ *         ("DismGetDriverInfo Failed: " and its HRESULT in hex); failures of the other steps as
+ *         AddDriver.
+ *
+ * Returns                                                        narrow   W
+ *         the query succeeded: the low byte of its HRESULT       0        0   (S_FALSE: 1)
+ *         a step failed                                          1        0
+ *         The W form returns 0 for plain success and for failure: only the ResultFile and the console
+ *         tell them apart.
+ *
+ * Leaves  after success the session open and the API initialised, and the query's records allocated;
+ *         the next call's closing shutdown finds an open session.
+ */
+KESTRO_API uint8_t KESTRO_CALL GetDriverInfo(const wchar_t* ImagePath, const wchar_t* Driver,
+                                             const wchar_t* LogFilePath,
+                                             const char* resultFile) KESTRO_NOEXCEPT;
+KESTRO_API uint8_t KESTRO_CALL GetDriverInfoW(const wchar_t* ImagePath, const wchar_t* Driver,
+                                              const wchar_t* LogFilePath,
+                                              const wchar_t* resultFile) KESTRO_NOEXCEPT;
+
 #if defined(__cplusplus)
 }
 #endif

@@ -9,6 +9,9 @@ namespace kestro {
 
 std::wstring ToWide(const char* text)
 {
+    if (text == nullptr)
+        return {};
+
     // The terminator is converted with the text: the result ends at the first zero.
     const int narrowLength = static_cast<int>(std::strlen(text)) + 1;
     const int wideLength = MultiByteToWideChar(CP_ACP, 0, text, narrowLength, nullptr, 0);

@@ -5,8 +5,8 @@
 
 namespace kestro {
 
-// Narrow ANSI text as wide text, up to its terminator. A text the platform cannot convert comes out
-// empty.
+// Narrow ANSI text as wide text, up to its terminator. A null text, or one the platform cannot
+// convert, comes out empty.
 std::wstring ToWide(const char* text);
 
 } // namespace kestro

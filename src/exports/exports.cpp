@@ -1,9 +1,12 @@
 // exports.cpp - the exported functions: each picks its form's reporter and return sense. They are
 // documented in kestro.h.
 //
-// noexcept: nothing here throws but memory exhaustion while a text is converted, and the log drops
-// such a write where it happens.
+// noexcept: the only thing that throws inside is memory exhaustion while a text is converted, and
+// the log drops such a write where it happens. The listing functions also copy names they were
+// given by the host or the platform; that copy's COM error is meant to reach the host.
+#include "image/image_drivers.h"
 #include "image/image_mount.h"
+#include "inventory/image_inventory.h"
 #include "report/step_reporter.h"
 
 #include "kestro.h"
@@ -36,4 +39,76 @@ uint8_t KESTRO_CALL UnmountWimImageW(const wchar_t* MountPath, uint32_t Flags,
 {
     WideReporter report(resultFile);
     return WideReturn(UnmountImage(report, MountPath, Flags, LogFilePath));
+}
+
+uint8_t KESTRO_CALL AddDriver(const wchar_t* ImagePath, const wchar_t* DriverPath,
+                              const wchar_t* LogFilePath, const char* resultFile) noexcept
+{
+    NarrowReporter report(resultFile);
+    return NarrowReturn(AddImageDriver(report, ImagePath, DriverPath, LogFilePath));
+}
+
+uint8_t KESTRO_CALL AddDriverW(const wchar_t* ImagePath, const wchar_t* DriverPath,
+                               const wchar_t* LogFilePath, const wchar_t* resultFile) noexcept
+{
+    WideReporter report(resultFile);
+    return WideReturn(AddImageDriver(report, ImagePath, DriverPath, LogFilePath));
+}
+
+uint8_t KESTRO_CALL RemoveDriver(const wchar_t* ImagePath, const wchar_t* DriverPath,
+                                 const wchar_t* LogFilePath, const char* resultFile) noexcept
+{
+    NarrowReporter report(resultFile);
+    return NarrowReturn(RemoveImageDriver(report, ImagePath, DriverPath, LogFilePath));
+}
+
+uint8_t KESTRO_CALL RemoveDriverW(const wchar_t* ImagePath, const wchar_t* DriverPath,
+                                  const wchar_t* LogFilePath, const wchar_t* resultFile) noexcept
+{
+    WideReporter report(resultFile);
+    return WideReturn(RemoveImageDriver(report, ImagePath, DriverPath, LogFilePath));
+}
+
+uint8_t KESTRO_CALL AddDriverList(const wchar_t* ImagePath, const wchar_t* const* DriverPaths,
+                                  const wchar_t* LogFilePath, const char* resultFile)
+{
+    NarrowReporter report(resultFile);
+    return NarrowReturn(AddImageDriverList(report, ImagePath, DriverPaths, LogFilePath));
+}
+
+uint8_t KESTRO_CALL AddDriverListW(const wchar_t* ImagePath, const wchar_t* const* DriverPaths,
+                                   const wchar_t* LogFilePath, const wchar_t* resultFile)
+{
+    WideReporter report(resultFile);
+    return WideReturn(AddImageDriverList(report, ImagePath, DriverPaths, LogFilePath));
+}
+
+uint8_t KESTRO_CALL GetDrivers(const wchar_t* ImagePath, const wchar_t* LogFilePath,
+                               const char* resultFile)
+{
+    NarrowReporter report(resultFile);
+    return NarrowReturn(ListImageDrivers(report, ImagePath, LogFilePath));
+}
+
+uint8_t KESTRO_CALL GetDriversW(const wchar_t* ImagePath, const wchar_t* LogFilePath,
+                                const wchar_t* resultFile)
+{
+    WideReporter report(resultFile);
+    return WideReturn(ListImageDrivers(report, ImagePath, LogFilePath));
+}
+
+uint8_t KESTRO_CALL GetDriverInfo(const wchar_t* ImagePath, const wchar_t* Driver,
+                                  const wchar_t* LogFilePath, const char* resultFile) noexcept
+{
+    NarrowReporter report(resultFile);
+    const Outcome outcome = QueryImageDriver(report, ImagePath, Driver, LogFilePath);
+    return QueryReturn(outcome, NarrowReturn(outcome));
+}
+
+uint8_t KESTRO_CALL GetDriverInfoW(const wchar_t* ImagePath, const wchar_t* Driver,
+                                   const wchar_t* LogFilePath, const wchar_t* resultFile) noexcept
+{
+    WideReporter report(resultFile);
+    const Outcome outcome = QueryImageDriver(report, ImagePath, Driver, LogFilePath);
+    return QueryReturn(outcome, WideReturn(outcome));
 }

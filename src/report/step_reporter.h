@@ -11,7 +11,7 @@
 
 namespace kestro {
 
-// The status text every image and driver call holds, and the write test writes.
+// The status text of a call, which only the write test lets a host see.
 inline constexpr char kStatusText[] = "C";
 
 // A platform step as a host sees it: its section, and the log line that names its failed function.

@@ -1,0 +1,72 @@
+// servicing_session.cpp - the bracket around every driver operation.
+#include "image/servicing_session.h"
+
+#include "image/servicing_steps.h"
+
+namespace kestro {
+namespace {
+
+constexpr Step kOpenSessionStep = {"DISM_OPENSESSION",
+                                   "DismOpenSession Failed. Following error code."};
+constexpr Step kCommitImageStep = {"DISM_COMMITIMAGE",
+                                   "DismCommitImage Failed. Following error code."};
+constexpr Step kCloseSessionStep = {"DISM_CLOSESESSION",
+                                    "DismCloseSession Failed. Following error code."};
+
+} // namespace
+
+bool ServicingSession::Succeeded(const Step& step, HRESULT result)
+{
+    if (SUCCEEDED(result))
+        return true;
+    report_.ReportFailure(step, result);
+    failed_ = &step;
+    failure_ = result;
+    return false;
+}
+
+bool ServicingSession::Open(const wchar_t* ImagePath, const wchar_t* LogFilePath)
+{
+    if (!Succeeded(kInitializeStep, InitializeServicing(LogFilePath)))
+        return false;
+    report_.WriteOk(kInitializeStep.section);
+
+    return Succeeded(kOpenSessionStep, DismOpenSession(ImagePath, nullptr, nullptr, &session_));
+}
+
+bool ServicingSession::Commit()
+{
+    constexpr DWORD plainCommit = 0;
+    return Succeeded(kCommitImageStep,
+                     DismCommitImage(session_, plainCommit, nullptr, nullptr, nullptr));
+}
+
+Outcome ServicingSession::End()
+{
+    DismCloseSession(session_);
+
+    const HRESULT result = DismShutdown();
+    if (!Succeeded(kShutdownStep, result))
+        return Exit();
+    report_.WriteOk(kShutdownStep.section);
+    return {Outcome::Exit::Success, result};
+}
+
+Outcome ServicingSession::Exit()
+{
+    report_.WriteErr(failed_->section);
+    return CleanUp(failure_);
+}
+
+Outcome ServicingSession::CleanUp(HRESULT result)
+{
+    if (FAILED(DismCloseSession(session_)))
+        report_.ReportCleanUpFailure(kCloseSessionStep, result);
+    if (FAILED(DismShutdown()))
+        report_.ReportCleanUpFailure(kShutdownStep, result);
+
+    TraceReturnCode(result);
+    return {Outcome::Exit::Failure, result};
+}
+
+} // namespace kestro
