@@ -256,6 +256,41 @@ KESTRO_API uint8_t KESTRO_CALL GetDriverInfoW(const wchar_t* ImagePath, const wc
                                               const wchar_t* LogFilePath,
                                               const wchar_t* resultFile) KESTRO_NOEXCEPT;
 
+/*
+ * InfInstall - installs a driver package on the running system, unforced and without asking whether a
+ * restart is needed.
+ *
+ *   infPath        full path of the package's INF file
+ *
+ * Returns 1, or 0 on failure with the reason in GetLastError(). Writes and prints nothing.
+ */
+KESTRO_API int32_t KESTRO_CALL InfInstall(const wchar_t* infPath) KESTRO_NOEXCEPT;
+
+/*
+ * OpenVdFile - opens an existing file for reading; others may read it meanwhile, not write it.
+ * OpenPhDrive - opens an existing device or file for writing: unshared, unbuffered, write-through. The
+ * system's rules for unbuffered writes apply (whole sectors, aligned buffers and offsets).
+ *
+ *   path           the file or device (\\.\PhysicalDrive1)
+ *
+ * Returns the handle, or NULL with the reason in GetLastError(). Neither creates anything, writes a
+ *         ResultFile or prints.
+ *
+ * Leaves  the handle, which is the caller's to close with CloseHandle.
+ */
+KESTRO_API void* KESTRO_CALL OpenVdFile(const wchar_t* path) KESTRO_NOEXCEPT;
+KESTRO_API void* KESTRO_CALL OpenPhDrive(const wchar_t* path) KESTRO_NOEXCEPT;
+
+/*
+ * WriteTest - writes fixed keys, by which a host checks that it finds and reads what the library
+ * writes: [KESTRO_TEST] TEST=TEST, [STATUS] Status=C and one log line. Names compare without case, so
+ * Status=C stands in the same section as LastWrite. In the W form these keys arrive as given.
+ *
+ *   resultFile     the ResultFile; ANSI code page in the narrow form
+ */
+KESTRO_API void KESTRO_CALL WriteTest(const char* resultFile) KESTRO_NOEXCEPT;
+KESTRO_API void KESTRO_CALL WriteTestW(const wchar_t* resultFile) KESTRO_NOEXCEPT;
+
 #if defined(__cplusplus)
 }
 #endif

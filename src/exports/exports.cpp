@@ -4,10 +4,12 @@
 // noexcept: the only thing that throws inside is memory exhaustion while a text is converted, and
 // the log drops such a write where it happens. The listing functions also copy names they were
 // given by the host or the platform; that copy's COM error is meant to reach the host.
+#include "device/device_access.h"
 #include "image/image_drivers.h"
 #include "image/image_mount.h"
 #include "inventory/image_inventory.h"
 #include "report/step_reporter.h"
+#include "report/write_test.h"
 
 #include "kestro.h"
 
@@ -111,4 +113,29 @@ uint8_t KESTRO_CALL GetDriverInfoW(const wchar_t* ImagePath, const wchar_t* Driv
     WideReporter report(resultFile);
     const Outcome outcome = QueryImageDriver(report, ImagePath, Driver, LogFilePath);
     return QueryReturn(outcome, WideReturn(outcome));
+}
+
+int32_t KESTRO_CALL InfInstall(const wchar_t* infPath) noexcept
+{
+    return InstallInf(infPath);
+}
+
+void* KESTRO_CALL OpenVdFile(const wchar_t* path) noexcept
+{
+    return OpenFileForReading(path);
+}
+
+void* KESTRO_CALL OpenPhDrive(const wchar_t* path) noexcept
+{
+    return OpenDriveForWriting(path);
+}
+
+void KESTRO_CALL WriteTest(const char* resultFile) noexcept
+{
+    WriteTestKeys(resultFile);
+}
+
+void KESTRO_CALL WriteTestW(const wchar_t* resultFile) noexcept
+{
+    WriteTestKeysW(resultFile);
 }

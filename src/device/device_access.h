@@ -1,0 +1,17 @@
+// device_access.h - installing a driver on the running system, and raw handles.
+#pragma once
+
+#include <cstdint>
+
+namespace kestro {
+
+// Each is one platform call, so a failed call's last-error code reaches the host untouched.
+
+// 1 when the driver was installed, else 0.
+std::int32_t InstallInf(const wchar_t* infPath);
+
+// Handles are the caller's to close; null when the open failed. Neither creates a file.
+void* OpenFileForReading(const wchar_t* path);
+void* OpenDriveForWriting(const wchar_t* path);
+
+} // namespace kestro
