@@ -1,0 +1,78 @@
+// api_state.cpp - the API's state in this process.
+#include "api_state.h"
+
+#include <cstdio>
+#include <mutex>
+
+namespace kestro::servicing {
+namespace {
+
+std::mutex g_entrance;
+ApiState g_state;
+
+HRESULT Report(const char* function, Code code, const char* reason)
+{
+    char bits[16];
+    std::snprintf(bits, sizeof bits, "0x%08X", static_cast<unsigned>(code));
+    g_state.log.Error(std::string(function) + " failed with " + bits + ": " + reason);
+    return code;
+}
+
+} // namespace
+
+const Session& ApiState::Find(DismSession session) const
+{
+    const auto found = sessions.find(session);
+    if (found == sessions.end())
+        Refuse(code::invalid_session, "session " + std::to_string(session) + " is not open");
+    return found->second;
+}
+
+HRESULT Serve(const char* function, const std::function<HRESULT(ApiState&)>& body)
+{
+    const std::lock_guard entered(g_entrance);
+    try {
+        return body(g_state);
+    } catch (const ServicingError& error) {
+        return Report(function, error.GetCode(), error.what());
+    } catch (const std::bad_alloc& error) {
+        return Report(function, code::out_of_memory, error.what());
+    } catch (const std::exception& error) {
+        return Report(function, code::unexpected, error.what());
+    }
+}
+
+HRESULT ServeInitialized(const char* function, const std::function<HRESULT(ApiState&)>& body)
+{
+    return Serve(function, [&](ApiState& state) {
+        if (!state.initialized)
+            Refuse(code::not_initialized, "DismInitialize has not been called");
+        return body(state);
+    });
+}
+
+Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData)
+{
+    if (callback == nullptr)
+        return {};
+    return [=](unsigned current, unsigned total) { callback(current, total, userData); };
+}
+
+CommitOptions CommitOptionsOf(DWORD flags)
+{
+    constexpr DWORD known = DISM_COMMIT_GENERATE_INTEGRITY | DISM_COMMIT_APPEND;
+    if ((flags & ~known) != 0)
+        Refuse(code::invalid_parameter, "flags that do not go with a commit");
+    CommitOptions options;
+    options.integrity = (flags & DISM_COMMIT_GENERATE_INTEGRITY) != 0;
+    options.append = (flags & DISM_COMMIT_APPEND) != 0;
+    return options;
+}
+
+void RefuseCancelEvent(HANDLE cancelEvent)
+{
+    if (cancelEvent != nullptr)
+        Refuse(code::not_supported, "cancelling by an event is not supported");
+}
+
+} // namespace kestro::servicing

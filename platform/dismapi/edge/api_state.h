@@ -1,0 +1,54 @@
+// api_state.h - the API's state in this process, and the one way into and out of each of its functions.
+#pragma once
+
+#include "codes.h"
+#include "image_store.h"
+#include "platform_log.h"
+#include "servicing_error.h"
+#include "wine_path.h"
+
+#include "servicing_api.h"
+
+#include <functional>
+#include <map>
+#include <string>
+
+namespace kestro::servicing {
+
+struct Session {
+    std::string root; // the image's root directory, a path of this machine
+};
+
+// One per process, and only ever touched inside Serve, which lets one call in at a time.
+struct ApiState {
+    bool initialized = false;
+    PlatformLog log;
+    std::map<DismSession, Session> sessions;
+    DismSession nextSession = 1;
+
+    ImageStore Images() const { return ImageStore(MountRecordsFolder(), log); }
+    // Throws invalid_session for a handle that is not open.
+    const Session& Find(DismSession session) const;
+};
+
+// Runs the body of one API function. Whatever goes wrong inside is logged under the function's name
+// and leaves as its code; no C++ exception passes the edge.
+HRESULT Serve(const char* function, const std::function<HRESULT(ApiState&)>& body);
+// The same for every function but DismInitialize: without it they fail.
+HRESULT ServeInitialized(const char* function, const std::function<HRESULT(ApiState&)>& body);
+
+[[noreturn]] inline void Refuse(Code code, const std::string& reason)
+{
+    throw ServicingError(code, reason);
+}
+
+// A progress callback as the engine calls it; empty when there is none.
+Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData);
+
+// What a commit's flags ask for. Flags that ask for nothing known, or for a discard, are refused.
+CommitOptions CommitOptionsOf(DWORD flags);
+
+// Cancelling is not supported: a call that asks for it is refused instead of never being cancelled.
+void RefuseCancelEvent(HANDLE cancelEvent);
+
+} // namespace kestro::servicing

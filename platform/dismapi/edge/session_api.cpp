@@ -1,0 +1,70 @@
+// session_api.cpp - servicing sessions on an offline image, and saving it.
+#include "api_state.h"
+#include "file_system.h"
+
+using namespace kestro::servicing;
+
+namespace {
+
+std::string WindowsDirectoryName(PCWSTR windowsDirectory)
+{
+    std::string name = windowsDirectory != nullptr ? Utf8(windowsDirectory) : "Windows";
+    while (!name.empty() && (name.back() == '\\' || name.back() == '/'))
+        name.pop_back();
+    return name.substr(name.find_last_of("\\/:") + 1);
+}
+
+std::string ImageRoot(PCWSTR imagePath, PCWSTR windowsDirectory)
+{
+    if (lstrcmpiW(imagePath, DISM_ONLINE_IMAGE) == 0)
+        Refuse(code::not_supported, "there is no running Windows to service");
+    const std::string root = HostPath(imagePath);
+    if (!IsDirectory(root))
+        Refuse(code::path_not_found, "there is no image directory " + root);
+    const std::string windows = WindowsDirectoryName(windowsDirectory);
+    if (FindDirectoryIn(root, windows).empty())
+        Refuse(code::path_not_found, root + " holds no directory " + windows);
+    return root;
+}
+
+} // namespace
+
+extern "C" HRESULT WINAPI DismOpenSession(PCWSTR imagePath, PCWSTR windowsDirectory,
+                                          PCWSTR systemDrive, DismSession* session)
+{
+    (void)systemDrive; // where the boot files lie; nothing here services them
+    return ServeInitialized("DismOpenSession", [&](ApiState& state) -> HRESULT {
+        if (imagePath == nullptr || session == nullptr)
+            Refuse(code::invalid_parameter,
+                   "the image path or the place for the session is missing");
+        const std::string root = ImageRoot(imagePath, windowsDirectory);
+        *session = state.nextSession++;
+        state.sessions[*session] = {root};
+        state.log.Info("session " + std::to_string(*session) + " is open on " + root);
+        return S_OK;
+    });
+}
+
+extern "C" HRESULT WINAPI DismCloseSession(DismSession session)
+{
+    return ServeInitialized("DismCloseSession", [&](ApiState& state) -> HRESULT {
+        state.Find(session);
+        state.sessions.erase(session);
+        state.log.Info("session " + std::to_string(session) + " is closed");
+        return S_OK;
+    });
+}
+
+extern "C" HRESULT WINAPI DismCommitImage(DismSession session, DWORD flags, HANDLE cancelEvent,
+                                          DISM_PROGRESS_CALLBACK progress, PVOID userData)
+{
+    return ServeInitialized("DismCommitImage", [&](ApiState& state) -> HRESULT {
+        RefuseCancelEvent(cancelEvent);
+        const Session& open = state.Find(session);
+        // Changes to a directory that is no mount are saved already.
+        if (!state.Images().Commit(open.root, CommitOptionsOf(flags),
+                                   ProgressOf(progress, userData)))
+            state.log.Info(open.root + " is no mounted image; there is nothing to save");
+        return S_OK;
+    });
+}

@@ -1,0 +1,58 @@
+// codes.h - the result codes of the servicing API, with the values that Windows documents.
+#pragma once
+
+#include <cstdint>
+
+namespace kestro::servicing {
+
+using Code = std::int32_t;
+
+constexpr Code CodeOf(std::uint32_t bits)
+{
+    return static_cast<Code>(bits);
+}
+
+namespace code {
+
+inline constexpr Code ok = 0;
+
+// Win32 codes.
+inline constexpr Code file_not_found = CodeOf(0x80070002);
+inline constexpr Code path_not_found = CodeOf(0x80070003);
+inline constexpr Code access_denied = CodeOf(0x80070005);
+inline constexpr Code bad_format = CodeOf(0x8007000B);
+inline constexpr Code out_of_memory = CodeOf(0x8007000E);
+inline constexpr Code write_fault = CodeOf(0x8007001D);
+inline constexpr Code read_fault = CodeOf(0x8007001E);
+inline constexpr Code not_supported = CodeOf(0x80070032);
+inline constexpr Code invalid_parameter = CodeOf(0x80070057);
+inline constexpr Code disk_full = CodeOf(0x80070070);
+inline constexpr Code invalid_name = CodeOf(0x8007007B);
+inline constexpr Code unexpected = CodeOf(0x8000FFFF);
+
+// The servicing API's own.
+inline constexpr Code busy = CodeOf(0x800F0902);
+inline constexpr Code not_initialized = CodeOf(0xC0040001);
+inline constexpr Code open_session_handles = CodeOf(0xC0040003);
+inline constexpr Code invalid_session = CodeOf(0xC0040004);
+inline constexpr Code invalid_image_name = CodeOf(0xC0040006);
+inline constexpr Code open_handles_at_unmount = CodeOf(0xC004000A);
+inline constexpr Code image_index_missing = CodeOf(0xC1510113);
+
+// The imaging library's.
+inline constexpr Code image_file_read_only = CodeOf(0xC1420101);
+inline constexpr Code directory_not_mounted = CodeOf(0xC142010B);
+inline constexpr Code mounted_read_only = CodeOf(0xC142010C);
+inline constexpr Code directory_in_use = CodeOf(0xC1420113);
+inline constexpr Code directory_not_empty = CodeOf(0xC1420114);
+inline constexpr Code directory_missing = CodeOf(0xC1420115);
+inline constexpr Code partly_unmounted = CodeOf(0xC1420117);
+inline constexpr Code not_a_valid_mount = CodeOf(0xC142011C);
+inline constexpr Code cannot_commit_partial = CodeOf(0xC142011D);
+inline constexpr Code image_file_changed = CodeOf(0xC1420122);
+inline constexpr Code image_mounted = CodeOf(0xC1420126);
+inline constexpr Code image_mounted_read_write = CodeOf(0xC1420127);
+inline constexpr Code compression_not_mountable = CodeOf(0xC142013C);
+
+} // namespace code
+} // namespace kestro::servicing

@@ -1,0 +1,182 @@
+// file_system.cpp - the file operations that crash-safe changes are made of.
+#include "file_system.h"
+
+#include "servicing_error.h"
+
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/sendfile.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+namespace kestro::servicing {
+namespace fs = std::filesystem;
+
+FileIdentity IdentityOf(const struct stat& status)
+{
+    return {status.st_dev, status.st_ino, status.st_size, Nanoseconds(status.st_mtim)};
+}
+
+FileIdentity IdentityOf(const std::string& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 ? IdentityOf(status) : FileIdentity{};
+}
+
+std::string AbsolutePath(const std::string& path)
+{
+    std::error_code error;
+    std::string absolute = fs::weakly_canonical(path, error).string();
+    if (error)
+        absolute = fs::absolute(path, error).lexically_normal().string();
+    while (absolute.size() > 1 && absolute.back() == '/')
+        absolute.pop_back();
+    return absolute;
+}
+
+bool IsDirectory(const std::string& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::string FindDirectoryIn(const std::string& parent, const std::string& name)
+{
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(parent, error))
+        if (strcasecmp(entry.path().filename().c_str(), name.c_str()) == 0 &&
+            IsDirectory(entry.path()))
+            return entry.path();
+    return {};
+}
+
+std::string ReadWholeFile(const std::string& path)
+{
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file)
+        throw SystemError("cannot open " + path);
+    std::string content;
+    char block[65536];
+    for (;;) {
+        const ssize_t count = read(file.Get(), block, sizeof block);
+        if (count < 0)
+            throw SystemError("cannot read " + path);
+        if (count == 0)
+            return content;
+        content.append(block, static_cast<std::size_t>(count));
+    }
+}
+
+void WriteWholeFile(const std::string& path, const std::string& content)
+{
+    const std::string unfinished = path + ".unfinished";
+    {
+        const FileDescriptor file(
+            open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+        if (!file)
+            throw SystemError("cannot create " + unfinished);
+        for (std::size_t done = 0; done < content.size();) {
+            const ssize_t count = write(file.Get(), content.data() + done, content.size() - done);
+            if (count < 0)
+                throw SystemError("cannot write " + unfinished);
+            done += static_cast<std::size_t>(count);
+        }
+        if (fsync(file.Get()) != 0)
+            throw SystemError("cannot save " + unfinished);
+    }
+    if (rename(unfinished.c_str(), path.c_str()) != 0)
+        throw SystemError("cannot replace " + path);
+    SyncDirectoryOf(path);
+}
+
+void SyncDirectoryOf(const std::string& path)
+{
+    const std::string directory = fs::path(path).parent_path().string();
+    const FileDescriptor handle(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!handle || fsync(handle.Get()) != 0)
+        throw SystemError("cannot save the directory " + directory);
+}
+
+void SyncFileSystem(const std::string& path)
+{
+    const FileDescriptor handle(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!handle || syncfs(handle.Get()) != 0)
+        throw SystemError("cannot save " + path);
+}
+
+void CopyFile(const std::string& from, const std::string& to)
+{
+    const FileDescriptor source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status = {};
+    if (!source || fstat(source.Get(), &status) != 0)
+        throw SystemError("cannot open " + from);
+    const FileDescriptor target(
+        open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, status.st_mode & 07777));
+    if (!target)
+        throw SystemError("cannot create " + to);
+    // The owner is kept where this process may give files away.
+    [[maybe_unused]] const int owned = fchown(target.Get(), status.st_uid, status.st_gid);
+    if (fchmod(target.Get(), status.st_mode & 07777) != 0)
+        throw SystemError("cannot set the mode of " + to);
+
+    for (off_t left = status.st_size; left > 0;) {
+        ssize_t count = copy_file_range(source.Get(), nullptr, target.Get(), nullptr,
+                                        static_cast<std::size_t>(left), 0);
+        if (count < 0 &&
+            (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP))
+            count = sendfile(target.Get(), source.Get(), nullptr, static_cast<std::size_t>(left));
+        if (count < 0)
+            throw SystemError("cannot copy " + from + " to " + to);
+        if (count == 0)
+            throw ServicingError(code::read_fault, from + " became shorter while it was copied");
+        left -= count;
+    }
+}
+
+namespace {
+
+void RemoveEntries(const fs::path& directory, dev_t device)
+{
+    // Directories that lost their write permission can still be emptied by their owner.
+    struct stat status = {};
+    if (lstat(directory.c_str(), &status) == 0 && (status.st_mode & 0700) != 0700)
+        chmod(directory.c_str(), status.st_mode | 0700);
+
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+        if (lstat(entry.path().c_str(), &status) != 0)
+            throw SystemError("cannot look at " + entry.path().string());
+        const bool isDirectory = S_ISDIR(status.st_mode);
+        if (isDirectory && status.st_dev == device)
+            RemoveEntries(entry.path(), device);
+        if ((isDirectory ? rmdir(entry.path().c_str()) : unlink(entry.path().c_str())) != 0)
+            throw SystemError("cannot remove " + entry.path().string());
+    }
+}
+
+} // namespace
+
+void EmptyDirectory(const std::string& path)
+{
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0)
+        throw SystemError("cannot look at " + path);
+    try {
+        RemoveEntries(path, status.st_dev);
+    } catch (const fs::filesystem_error& error) {
+        throw ServicingError(CodeOfErrno(error.code().value()), error.what());
+    }
+}
+
+bool IsEmptyDirectory(const std::string& path)
+{
+    std::error_code error;
+    const bool empty = fs::is_empty(path, error);
+    if (error)
+        throw ServicingError(CodeOfErrno(error.value()),
+                             "cannot read the directory " + path + ": " + error.message());
+    return empty;
+}
+
+} // namespace kestro::servicing

@@ -1,0 +1,229 @@
+// mount_record.cpp - what is known of each mounted image, kept on disk.
+//
+// A mount's folder holds record.json, tree (the state of the mounted files), lock, and while a commit
+// is under way next.json and next-tree.
+#include "mount_record.h"
+
+#include "servicing_error.h"
+
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <sys/file.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <random>
+
+namespace kestro::servicing {
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+const char* const kStatusNames[] = {"mounting", "mounted", "unmounting"};
+
+json ToJson(const FileIdentity& identity)
+{
+    return {identity.device, identity.inode, identity.size, identity.modified};
+}
+
+FileIdentity IdentityFromJson(const json& value)
+{
+    return {value.at(0), value.at(1), value.at(2), value.at(3)};
+}
+
+std::string ToText(const MountRecord& record)
+{
+    const json value = {{"image", record.image},
+                        {"imageIdentity", ToJson(record.imageIdentity)},
+                        {"index", record.index},
+                        {"directory", record.directory},
+                        {"directoryIdentity", ToJson(record.directoryIdentity)},
+                        {"readOnly", record.readOnly},
+                        {"status", kStatusNames[static_cast<int>(record.status)]}};
+    try {
+        return value.dump(2) + "\n";
+    } catch (const json::exception& error) {
+        throw ServicingError(code::invalid_name,
+                             std::string("a path is not UTF-8: ") + error.what());
+    }
+}
+
+MountRecord Load(const std::string& path)
+{
+    try {
+        const json value = json::parse(ReadWholeFile(path));
+        MountRecord record;
+        record.image = value.at("image");
+        record.imageIdentity = IdentityFromJson(value.at("imageIdentity"));
+        record.index = value.at("index");
+        record.directory = value.at("directory");
+        record.directoryIdentity = IdentityFromJson(value.at("directoryIdentity"));
+        record.readOnly = value.at("readOnly");
+        const std::string status = value.at("status");
+        const auto* const name =
+            std::find(std::begin(kStatusNames), std::end(kStatusNames), status);
+        if (name == std::end(kStatusNames))
+            throw ServicingError(code::not_a_valid_mount, path + " names no known status");
+        record.status = static_cast<MountStatus>(name - std::begin(kStatusNames));
+        return record;
+    } catch (const json::exception& error) {
+        throw ServicingError(code::not_a_valid_mount, path + " is damaged: " + error.what());
+    }
+}
+
+bool Exists(const std::string& path)
+{
+    return access(path.c_str(), F_OK) == 0;
+}
+
+void RenameOver(const std::string& from, const std::string& to)
+{
+    if (rename(from.c_str(), to.c_str()) != 0)
+        throw SystemError("cannot replace " + to);
+    SyncDirectoryOf(to);
+}
+
+FileDescriptor OpenLock(const std::string& path)
+{
+    FileDescriptor lock(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    if (!lock)
+        throw SystemError("cannot open " + path);
+    return lock;
+}
+
+// Calls with each record's folder until the call says true. A folder without a record is what a killed
+// creation left: it never held anything.
+void ForEachFolder(const std::string& registry, const std::function<bool(const std::string&)>& call)
+{
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(registry, error))
+        if (Exists(entry.path() / "record.json") && call(entry.path()))
+            return;
+}
+
+} // namespace
+
+// --- one mount ------------------------------------------------------------------------------------
+
+TreeState MountEntry::Tree() const
+{
+    return TreeStateFromText(ReadWholeFile(folder_ + "/tree"));
+}
+
+std::string MountEntry::UnfinishedImage() const
+{
+    return record_.image + ".kestro-" + fs::path(folder_).filename().string();
+}
+
+void MountEntry::SetStatus(MountStatus status)
+{
+    MountRecord changed = record_;
+    changed.status = status;
+    WriteWholeFile(folder_ + "/record.json", ToText(changed));
+    record_ = changed;
+}
+
+void MountEntry::SetMounted(const TreeState& tree)
+{
+    WriteWholeFile(folder_ + "/tree", servicing::ToText(tree));
+    SetStatus(MountStatus::Mounted);
+}
+
+void MountEntry::Prepare(const MountRecord& next, const TreeState* tree)
+{
+    if (tree != nullptr)
+        WriteWholeFile(folder_ + "/next-tree", servicing::ToText(*tree));
+    WriteWholeFile(folder_ + "/next.json", ToText(next));
+}
+
+void MountEntry::Adopt()
+{
+    record_ = Load(folder_ + "/next.json");
+    if (Exists(folder_ + "/next-tree"))
+        RenameOver(folder_ + "/next-tree", folder_ + "/tree");
+    RenameOver(folder_ + "/next.json", folder_ + "/record.json");
+}
+
+void MountEntry::Recover()
+{
+    if (Exists(folder_ + "/next.json")) {
+        const MountRecord next = Load(folder_ + "/next.json");
+        if (IdentityOf(next.image) == next.imageIdentity)
+            Adopt();
+    }
+    unlink((folder_ + "/next.json").c_str());
+    unlink((folder_ + "/next-tree").c_str());
+    unlink(UnfinishedImage().c_str());
+}
+
+void MountEntry::Remove()
+{
+    // The record first: without it the rest of the folder means nothing.
+    if (unlink((folder_ + "/record.json").c_str()) != 0)
+        throw SystemError("cannot remove " + folder_ + "/record.json");
+    SyncDirectoryOf(folder_ + "/record.json");
+    std::error_code error;
+    fs::remove_all(folder_, error);
+}
+
+// --- all mounts -----------------------------------------------------------------------------------
+
+std::optional<MountEntry> MountRegistry::FindDirectory(const std::string& directory) const
+{
+    std::optional<MountEntry> found;
+    ForEachFolder(folder_, [&](const std::string& folder) {
+        if (Load(folder + "/record.json").directory != directory)
+            return false;
+        FileDescriptor lock = OpenLock(folder + "/lock");
+        if (flock(lock.Get(), LOCK_EX | LOCK_NB) != 0)
+            throw ServicingError(code::busy, "another process works on the mount in " + directory);
+        found.emplace(folder, std::move(lock), Load(folder + "/record.json"));
+        return true;
+    });
+    if (found)
+        found->Recover();
+    return found;
+}
+
+std::optional<MountRecord> MountRegistry::FindImage(const std::string& image, unsigned index) const
+{
+    std::optional<MountRecord> found;
+    ForEachFolder(folder_, [&](const std::string& folder) {
+        MountRecord record = Load(folder + "/record.json");
+        if (record.image == image && record.index == index)
+            found = std::move(record);
+        return found.has_value();
+    });
+    return found;
+}
+
+MountEntry MountRegistry::Create(const MountRecord& record) const
+{
+    std::random_device random;
+    char name[24];
+    std::snprintf(name, sizeof name, "%08x%08x", random(), random());
+    const std::string folder = folder_ + "/" + name;
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error)
+        throw ServicingError(CodeOfErrno(error.value()),
+                             "cannot create " + folder + ": " + error.message());
+    FileDescriptor lock = OpenLock(folder + "/lock");
+    flock(lock.Get(), LOCK_EX);
+    WriteWholeFile(folder + "/record.json", ToText(record));
+    return MountEntry(folder, std::move(lock), record);
+}
+
+FileDescriptor MountRegistry::Lock() const
+{
+    std::error_code error;
+    fs::create_directories(folder_, error);
+    FileDescriptor lock = OpenLock(folder_ + "/lock");
+    if (flock(lock.Get(), LOCK_EX) != 0)
+        throw SystemError("cannot lock " + folder_);
+    return lock;
+}
+
+} // namespace kestro::servicing

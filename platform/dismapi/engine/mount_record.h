@@ -1,0 +1,76 @@
+// mount_record.h - what is known of each mounted image, kept on disk so that another process can
+// unmount it, also after a restart or a crash.
+#pragma once
+
+#include "file_system.h"
+#include "tree_state.h"
+
+#include <optional>
+#include <string>
+
+namespace kestro::servicing {
+
+enum class MountStatus {
+    Mounting,   // the directory is being filled
+    Mounted,    // the directory is the user's
+    Unmounting, // everything is saved or dropped; the directory is being emptied
+};
+
+struct MountRecord {
+    std::string image;
+    FileIdentity imageIdentity; // as mounted or last committed
+    unsigned index = 1;
+    std::string directory;
+    FileIdentity directoryIdentity; // device and inode count
+    bool readOnly = false;
+    MountStatus status = MountStatus::Mounting;
+};
+
+// A record's place on disk, locked for as long as this lives: of several processes that work on one
+// mount, all but the first are told that it is busy.
+class MountEntry {
+  public:
+    MountEntry(std::string folder, FileDescriptor lock, MountRecord record)
+        : folder_(std::move(folder)), lock_(std::move(lock)), record_(std::move(record))
+    {
+    }
+
+    const MountRecord& Record() const { return record_; }
+    TreeState Tree() const;
+    // Where a commit builds the new image file: beside the old one, under a name of this mount's own.
+    std::string UnfinishedImage() const;
+
+    void SetStatus(MountStatus status);
+    void SetMounted(const TreeState& tree);
+    // A new image file comes into force together with the new record: Prepare writes down what will
+    // hold once the image file is the given one, Adopt makes it hold.
+    void Prepare(const MountRecord& next, const TreeState* tree);
+    void Adopt();
+    void Remove();
+
+    // Brings a record that a killed process left behind into order.
+    void Recover();
+
+  private:
+    std::string folder_;
+    FileDescriptor lock_;
+    MountRecord record_;
+};
+
+class MountRegistry {
+  public:
+    explicit MountRegistry(std::string folder) : folder_(std::move(folder)) {}
+
+    // The directory's record, if there is one. Throws busy when another process works on it.
+    std::optional<MountEntry> FindDirectory(const std::string& directory) const;
+    // A record of the same image of the same file.
+    std::optional<MountRecord> FindImage(const std::string& image, unsigned index) const;
+    MountEntry Create(const MountRecord& record) const;
+    // Held while a mount is decided on, so that two do not take the same directory.
+    FileDescriptor Lock() const;
+
+  private:
+    std::string folder_;
+};
+
+} // namespace kestro::servicing

@@ -1,0 +1,151 @@
+// tree_state.cpp - the state of a directory tree at one moment, and what has changed since.
+#include "tree_state.h"
+
+#include "file_system.h"
+#include "servicing_error.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+namespace kestro::servicing {
+namespace {
+
+FileState StateOf(const struct stat& status)
+{
+    FileState state;
+    state.type = S_ISDIR(status.st_mode)   ? FileType::Directory
+                 : S_ISREG(status.st_mode) ? FileType::File
+                 : S_ISLNK(status.st_mode) ? FileType::Link
+                                           : FileType::Other;
+    if (state.type == FileType::Directory)
+        return state; // what is in it is listed; the rest of it changes with every entry
+    state.size = status.st_size;
+    state.modified = Nanoseconds(status.st_mtim);
+    state.changed = Nanoseconds(status.st_ctim);
+    state.inode = status.st_ino;
+    return state;
+}
+
+void ReadDirectory(int parent, const char* name, const std::string& path, TreeState& state)
+{
+    const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+        throw SystemError("cannot read the directory " + (path.empty() ? "/" : path));
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(fdopendir(fd), closedir);
+    if (!directory) {
+        close(fd);
+        throw SystemError("cannot read the directory " + path);
+    }
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(directory.get());
+        if (entry == nullptr) {
+            if (errno != 0)
+                throw SystemError("cannot read the directory " + path);
+            return;
+        }
+        const std::string child = entry->d_name;
+        if (child == "." || child == "..")
+            continue;
+        struct stat status = {};
+        if (fstatat(fd, child.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+            throw SystemError("cannot look at " + path + "/" + child);
+        const FileState found = StateOf(status);
+        state.emplace(path + "/" + child, found);
+        if (found.type == FileType::Directory)
+            ReadDirectory(fd, child.c_str(), path + "/" + child, state);
+    }
+}
+
+// Whether one of the roots is the path or stands above it. The roots are in the order of a TreeState,
+// so only the last one can be.
+bool Covered(const std::vector<std::string>& roots, const std::string& path)
+{
+    if (roots.empty())
+        return false;
+    const std::string& root = roots.back();
+    return path == root || (path.size() > root.size() && path[root.size()] == '/' &&
+                            path.compare(0, root.size(), root) == 0);
+}
+
+} // namespace
+
+bool PathOrder::operator()(const std::string& left, const std::string& right) const
+{
+    const auto rank = [](char c) { return c == '/' ? 0 : static_cast<unsigned char>(c); };
+    return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end(),
+                                        [&](char a, char b) { return rank(a) < rank(b); });
+}
+
+TreeState ReadTreeState(const std::string& root)
+{
+    TreeState state;
+    ReadDirectory(AT_FDCWD, root.c_str(), "", state);
+    return state;
+}
+
+std::string ToText(const TreeState& state)
+{
+    // A name holds any byte but zero, which therefore ends an entry.
+    std::string text;
+    char numbers[160];
+    for (const auto& [path, file] : state) {
+        const int length = std::snprintf(numbers, sizeof numbers, "%c %lld %lld %lld %llu ",
+                                         static_cast<char>(file.type), file.size, file.modified,
+                                         file.changed, file.inode);
+        text.append(numbers, static_cast<std::size_t>(length));
+        text.append(path).push_back('\0');
+    }
+    return text;
+}
+
+TreeState TreeStateFromText(const std::string& text)
+{
+    TreeState state;
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = text.find('\0', start);
+        FileState file;
+        char type = 0;
+        int length = 0;
+        if (end == std::string::npos ||
+            std::sscanf(text.c_str() + start, "%c %lld %lld %lld %llu %n", &type, &file.size,
+                        &file.modified, &file.changed, &file.inode, &length) != 5 ||
+            length == 0)
+            throw ServicingError(code::not_a_valid_mount,
+                                 "the record of the mounted files is damaged");
+        file.type = static_cast<FileType>(type);
+        state.emplace(text.substr(start + static_cast<std::size_t>(length),
+                                  end - start - static_cast<std::size_t>(length)),
+                      file);
+        start = end + 1;
+    }
+    return state;
+}
+
+TreeChanges Compare(const TreeState& before, const TreeState& now)
+{
+    TreeChanges changes;
+    for (const auto& [path, old] : before) {
+        const auto found = now.find(path);
+        const bool gone = found == now.end() || found->second.type != old.type;
+        if (gone && !Covered(changes.removed, path))
+            changes.removed.push_back(path);
+    }
+    for (const auto& [path, file] : now) {
+        if (Covered(changes.added, path))
+            continue;
+        const auto found = before.find(path);
+        if (found == before.end() || found->second.type != file.type ||
+            found->second.size != file.size || found->second.modified != file.modified)
+            changes.added.push_back(path);
+        else if (found->second != file)
+            changes.touched.push_back(path);
+    }
+    return changes;
+}
+
+} // namespace kestro::servicing

@@ -1,0 +1,279 @@
+// wim_file.cpp - image files, through libwim.
+#include "wim_file.h"
+
+#include "file_system.h"
+#include "servicing_error.h"
+
+#include <fcntl.h>
+#include <openssl/evp.h>
+
+#include <mutex>
+
+namespace kestro::servicing {
+namespace {
+
+// libwim leaves the system's reason in errno for the failures that have one.
+Code CodeOfWimError(int error, int systemError)
+{
+    switch (error) {
+    case WIMLIB_ERR_NOT_A_WIM_FILE:
+    case WIMLIB_ERR_INVALID_HEADER:
+    case WIMLIB_ERR_INVALID_METADATA_RESOURCE:
+    case WIMLIB_ERR_INVALID_LOOKUP_TABLE_ENTRY:
+    case WIMLIB_ERR_INVALID_INTEGRITY_TABLE:
+    case WIMLIB_ERR_INVALID_COMPRESSION_TYPE:
+    case WIMLIB_ERR_INVALID_CHUNK_SIZE:
+    case WIMLIB_ERR_INVALID_PART_NUMBER:
+    case WIMLIB_ERR_INVALID_REPARSE_DATA:
+    case WIMLIB_ERR_INVALID_RESOURCE_HASH:
+    case WIMLIB_ERR_INVALID_UTF16_STRING:
+    case WIMLIB_ERR_UNEXPECTED_END_OF_FILE:
+    case WIMLIB_ERR_UNKNOWN_VERSION:
+    case WIMLIB_ERR_RESOURCE_NOT_FOUND:
+    case WIMLIB_ERR_METADATA_NOT_FOUND:
+    case WIMLIB_ERR_IMAGE_COUNT:
+    case WIMLIB_ERR_DECOMPRESSION:
+    case WIMLIB_ERR_INTEGRITY:
+    case WIMLIB_ERR_XML:
+        return code::bad_format;
+    case WIMLIB_ERR_INVALID_IMAGE:
+        return code::image_index_missing;
+    case WIMLIB_ERR_WIM_IS_READONLY:
+        return code::image_file_read_only;
+    case WIMLIB_ERR_IS_SPLIT_WIM:
+    case WIMLIB_ERR_SPLIT_INVALID:
+    case WIMLIB_ERR_UNSUPPORTED:
+    case WIMLIB_ERR_UNSUPPORTED_FILE:
+    case WIMLIB_ERR_WIM_IS_ENCRYPTED:
+    case WIMLIB_ERR_INVALID_PIPABLE_WIM:
+        return code::not_supported;
+    case WIMLIB_ERR_INVALID_UTF8_STRING:
+        return code::invalid_name;
+    case WIMLIB_ERR_NOMEM:
+        return code::out_of_memory;
+    case WIMLIB_ERR_ALREADY_LOCKED:
+        return code::busy;
+    case WIMLIB_ERR_NOTDIR:
+        return code::path_not_found;
+    default:
+        break;
+    }
+    if (systemError != 0)
+        return CodeOfErrno(systemError);
+    switch (error) {
+    case WIMLIB_ERR_OPEN:
+    case WIMLIB_ERR_PATH_DOES_NOT_EXIST:
+        return code::file_not_found;
+    case WIMLIB_ERR_READ:
+        return code::read_fault;
+    case WIMLIB_ERR_WRITE:
+        return code::write_fault;
+    default:
+        return code::unexpected;
+    }
+}
+
+// Calls libwim with a clean errno and throws on failure.
+template <class Call>
+void Check(const std::string& what, Call call)
+{
+    errno = 0;
+    const int error = call();
+    const int systemError = errno;
+    if (error == WIMLIB_ERR_SUCCESS)
+        return;
+    std::string reason =
+        what + ": " + wimlib_get_error_string(static_cast<wimlib_error_code>(error));
+    if (systemError != 0)
+        reason += std::string(" (") + std::strerror(systemError) + ")";
+    throw ServicingError(CodeOfWimError(error, systemError), reason);
+}
+
+void InitialiseLibrary()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        Check("libwim", [] { return wimlib_global_init(WIMLIB_INIT_FLAG_DEFAULT_CASE_SENSITIVE); });
+    });
+}
+
+} // namespace
+
+WimFile::WimFile(const std::string& path, Access access, bool checkIntegrity, Progress progress)
+    : path_(path), progress_(std::move(progress))
+{
+    InitialiseLibrary();
+    int flags = WIMLIB_OPEN_FLAG_ERROR_IF_SPLIT;
+    if (access == Access::Write)
+        flags |= WIMLIB_OPEN_FLAG_WRITE_ACCESS;
+    if (checkIntegrity)
+        flags |= WIMLIB_OPEN_FLAG_CHECK_INTEGRITY;
+    WIMStruct* wim = nullptr;
+    Check("cannot open the image file " + path, [&] {
+        return wimlib_open_wim_with_progress(path.c_str(), flags, &wim, OnProgress, this);
+    });
+    wim_.reset(wim);
+}
+
+wimlib_progress_status WimFile::OnProgress(wimlib_progress_msg message, wimlib_progress_info* info,
+                                           void* context)
+{
+    auto* const file = static_cast<WimFile*>(context);
+    unsigned long long done = 0, total = 0;
+    if (message == WIMLIB_PROGRESS_MSG_EXTRACT_STREAMS) {
+        done = info->extract.completed_bytes;
+        total = info->extract.total_bytes;
+    } else if (message == WIMLIB_PROGRESS_MSG_WRITE_STREAMS) {
+        done = info->write_streams.completed_bytes;
+        total = info->write_streams.total_bytes;
+    }
+    if (total != 0 && file->progress_) {
+        const auto percent = static_cast<unsigned>(done * 100 / total);
+        if (percent != file->lastPercent_) {
+            file->lastPercent_ = percent;
+            file->progress_(percent, 100);
+        }
+    }
+    return WIMLIB_PROGRESS_STATUS_CONTINUE;
+}
+
+wimlib_wim_info WimFile::Info() const
+{
+    wimlib_wim_info info = {};
+    wimlib_get_wim_info(wim_.get(), &info);
+    return info;
+}
+
+void WimFile::RequireMountable() const
+{
+    if (Info().compression_type == WIMLIB_COMPRESSION_TYPE_LZMS)
+        throw ServicingError(code::compression_not_mountable,
+                             path_ + " has a compression that cannot be mounted (LZMS)");
+}
+
+void WimFile::RequireImage(unsigned index) const
+{
+    const unsigned count = Info().image_count;
+    if (index < 1 || index > count)
+        throw ServicingError(code::image_index_missing, path_ + " holds " + std::to_string(count) +
+                                                            " images, not number " +
+                                                            std::to_string(index));
+}
+
+unsigned WimFile::FindImage(const std::string& name) const
+{
+    for (unsigned index = 1; index <= Info().image_count; ++index) {
+        const char* const found = wimlib_get_image_name(wim_.get(), static_cast<int>(index));
+        if (found != nullptr && name == found)
+            return index;
+    }
+    throw ServicingError(code::invalid_image_name, path_ + " holds no image named " + name);
+}
+
+bool WimFile::IsMarkedReadOnly() const
+{
+    return Info().is_marked_readonly;
+}
+
+unsigned long long WimFile::TotalBytes() const
+{
+    return Info().total_bytes;
+}
+
+void WimFile::Extract(unsigned index, const std::string& directory) const
+{
+    Check("cannot extract image " + std::to_string(index) + " of " + path_, [&] {
+        return wimlib_extract_image(wim_.get(), static_cast<int>(index), directory.c_str(), 0);
+    });
+}
+
+std::string WimFile::ContentHash(unsigned index, const std::string& path) const
+{
+    std::string hash;
+    const auto keep = [](const wimlib_dir_entry* entry, void* context) {
+        const auto& stream = entry->streams[0].resource;
+        static_cast<std::string*>(context)->assign(reinterpret_cast<const char*>(stream.sha1_hash),
+                                                   sizeof stream.sha1_hash);
+        return 0;
+    };
+    Check("cannot look at " + path + " in " + path_, [&] {
+        return wimlib_iterate_dir_tree(wim_.get(), static_cast<int>(index), path.c_str(), 0, keep,
+                                       &hash);
+    });
+    return hash;
+}
+
+void WimFile::Apply(unsigned index, const std::string& directory, const TreeChanges& changes)
+{
+    std::vector<std::string> sources;
+    sources.reserve(changes.added.size());
+    std::vector<wimlib_update_command> commands;
+    for (const std::string& path : changes.removed) {
+        wimlib_update_command& command = commands.emplace_back();
+        command = {};
+        command.op = WIMLIB_UPDATE_OP_DELETE;
+        command.delete_.wim_path = const_cast<char*>(path.c_str());
+        command.delete_.delete_flags = WIMLIB_DELETE_FLAG_FORCE | WIMLIB_DELETE_FLAG_RECURSIVE;
+    }
+    for (const std::string& path : changes.added) {
+        sources.push_back(directory + path);
+        wimlib_update_command& command = commands.emplace_back();
+        command = {};
+        command.op = WIMLIB_UPDATE_OP_ADD;
+        command.add.fs_source_path = const_cast<char*>(sources.back().c_str());
+        command.add.wim_target_path = const_cast<char*>(path.c_str());
+        // A file that an image cannot hold is an error, not left out in silence.
+        command.add.add_flags = WIMLIB_ADD_FLAG_NORPFIX | WIMLIB_ADD_FLAG_NO_UNSUPPORTED_EXCLUDE;
+    }
+    Check("cannot bring the changes into " + path_, [&] {
+        return wimlib_update_image(wim_.get(), static_cast<int>(index), commands.data(),
+                                   commands.size(), 0);
+    });
+}
+
+unsigned WimFile::AppendCopy(unsigned index)
+{
+    const char* const base = wimlib_get_image_name(wim_.get(), static_cast<int>(index));
+    std::string name;
+    for (unsigned number = 2; name.empty() || wimlib_image_name_in_use(wim_.get(), name.c_str());
+         ++number)
+        name = std::string(base != nullptr ? base : "") + " (" + std::to_string(number) + ")";
+    Check("cannot append to " + path_, [&] {
+        return wimlib_export_image(wim_.get(), static_cast<int>(index), wim_.get(), name.c_str(),
+                                   nullptr, 0);
+    });
+    return Info().image_count;
+}
+
+void WimFile::Save(bool integrity)
+{
+    int flags = WIMLIB_WRITE_FLAG_FSYNC;
+    if (integrity)
+        flags |= WIMLIB_WRITE_FLAG_CHECK_INTEGRITY;
+    Check("cannot write " + path_, [&] { return wimlib_overwrite(wim_.get(), flags, 0); });
+}
+
+std::string HashOfFile(const std::string& path)
+{
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!file)
+        throw SystemError("cannot open " + path);
+    const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> digest(EVP_MD_CTX_new(),
+                                                                    EVP_MD_CTX_free);
+    EVP_DigestInit_ex(digest.get(), EVP_sha1(), nullptr);
+    char block[65536];
+    for (;;) {
+        const ssize_t count = read(file.Get(), block, sizeof block);
+        if (count < 0)
+            throw SystemError("cannot read " + path);
+        if (count == 0)
+            break;
+        EVP_DigestUpdate(digest.get(), block, static_cast<std::size_t>(count));
+    }
+    unsigned char hash[EVP_MAX_MD_SIZE];
+    unsigned length = 0;
+    EVP_DigestFinal_ex(digest.get(), hash, &length);
+    return std::string(reinterpret_cast<const char*>(hash), length);
+}
+
+} // namespace kestro::servicing

@@ -1,0 +1,61 @@
+// wim_file.h - image files, through libwim.
+#pragma once
+
+#include "tree_state.h"
+
+#include <wimlib.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace kestro::servicing {
+
+// Told how far a long operation has come; current runs up to total.
+using Progress = std::function<void(unsigned current, unsigned total)>;
+
+// An open image file. Every function throws ServicingError.
+class WimFile {
+  public:
+    enum class Access { Read, Write };
+    WimFile(const std::string& path, Access access, bool checkIntegrity, Progress progress);
+    WimFile(const WimFile&) = delete;
+    WimFile& operator=(const WimFile&) = delete;
+
+    // Read-write mounts need a compression whose files can be changed one by one.
+    void RequireMountable() const;
+    // Images are counted from 1.
+    void RequireImage(unsigned index) const;
+    unsigned FindImage(const std::string& name) const;
+    bool IsMarkedReadOnly() const;
+    unsigned long long TotalBytes() const;
+
+    void Extract(unsigned index, const std::string& directory) const;
+    // The SHA-1 of a file's content in the image; empty when it has none.
+    std::string ContentHash(unsigned index, const std::string& path) const;
+    // Makes the image's tree what the directory's is; only what has changed is read. What has not keeps
+    // everything that the image knows of it.
+    void Apply(unsigned index, const std::string& directory, const TreeChanges& changes);
+    // Adds a copy of an image to the file and returns its index.
+    unsigned AppendCopy(unsigned index);
+    // Saves what was changed, on disk.
+    void Save(bool integrity);
+
+  private:
+    struct Free {
+        void operator()(WIMStruct* wim) const { wimlib_free(wim); }
+    };
+    static wimlib_progress_status OnProgress(wimlib_progress_msg message,
+                                             wimlib_progress_info* info, void* context);
+    wimlib_wim_info Info() const;
+
+    std::string path_;
+    Progress progress_;
+    unsigned lastPercent_ = 0;
+    std::unique_ptr<WIMStruct, Free> wim_;
+};
+
+// The SHA-1 of a file on disk, as bytes.
+std::string HashOfFile(const std::string& path);
+
+} // namespace kestro::servicing
