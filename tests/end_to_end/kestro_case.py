@@ -1,0 +1,122 @@
+"""What the end-to-end tests have in common: a folder of their own, kestro.exe under Wine, and
+wimlib-imagex as the judge. ctest says where things are through the environment."""
+
+import configparser
+import hashlib
+import os
+import shutil
+import signal
+import subprocess
+import tempfile
+import unittest
+
+SOURCE = os.environ["KESTRO_SOURCE"]
+HOST = os.environ["KESTRO_HOST"]
+RUN = os.path.join(SOURCE, "platform", "kestro-wine")
+
+# A call under Wine takes a second; this only ends a test that hangs.
+HANG = 120
+
+
+def sha256(path):
+    with open(path, "rb") as file:
+        return hashlib.sha256(file.read()).hexdigest()
+
+
+class ResultFile:
+    """The ResultFile as a host finds it: names compare without case, the text is ANSI."""
+
+    def __init__(self, path):
+        self.parser = configparser.ConfigParser(
+            strict=False, interpolation=None, delimiters=("=",), comment_prefixes=(";",))
+        self.parser.read(path, encoding="cp1252")
+
+    def __getitem__(self, section):
+        for name in self.parser.sections():
+            if name.lower() == section.lower():
+                return dict(self.parser[name])
+        return {}
+
+    def log(self):
+        keys = [key for key in self["Log"] if key != "righe"]
+        keys.sort(key=lambda key: int(key.split(" ")[0]))
+        return [self["Log"][key] for key in keys]
+
+
+class KestroCase(unittest.TestCase):
+    """Each test works in a folder of its own, which its end removes."""
+
+    maxDiff = None
+
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="kestro-")
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+        self.result_number = 0
+
+    def path(self, *parts):
+        return os.path.join(self.folder, *parts)
+
+    def write(self, name, content):
+        path = self.path(name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as file:
+            file.write(content if isinstance(content, bytes) else content.encode())
+        return path
+
+    def read(self, *parts):
+        with open(self.path(*parts), "rb") as file:
+            return file.read()
+
+    # --- kestro.exe ---------------------------------------------------------------------------
+
+    def command(self, *arguments):
+        return [RUN, HOST, *arguments]
+
+    def exit_code(self, *arguments):
+        done = subprocess.run(self.command(*arguments), stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=HANG,
+                              text=True, errors="replace")
+        self.output, self.errors = done.stdout, done.stderr
+        return done.returncode
+
+    def kestro(self, *arguments, exit_code=0):
+        """Runs a command with a ResultFile of its own and returns that file."""
+        self.result_number += 1
+        result = self.path("result-%d.ini" % self.result_number)
+        code = self.exit_code(*arguments, "--result", result)
+        self.assertEqual(code, exit_code,
+                         "kestro %s\n%s%s" % (" ".join(arguments), self.output, self.errors))
+        return ResultFile(result)
+
+    def start(self, *arguments):
+        return subprocess.Popen(self.command(*arguments), stdin=subprocess.DEVNULL,
+                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    @staticmethod
+    def kill(process):
+        """kestro-wine becomes the Windows program itself, so this kills kestro.exe."""
+        process.send_signal(signal.SIGKILL)
+        process.wait(HANG)
+
+    # --- wimlib-imagex ------------------------------------------------------------------------
+
+    def wimlib(self, *arguments):
+        done = subprocess.run(["wimlib-imagex", *arguments], stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, timeout=HANG)
+        self.assertEqual(done.returncode, 0, "wimlib-imagex %s\n%s" % (
+            " ".join(arguments), done.stderr.decode(errors="replace")))
+        return done.stdout
+
+    def capture(self, tree, image, *options):
+        self.wimlib("capture", self.path(tree), self.path(image), "Test", *options)
+        return self.path(image)
+
+    def verify(self, image):
+        self.wimlib("verify", image, "--quiet")
+
+    def paths_in(self, image, index=1):
+        listing = self.wimlib("dir", image, str(index)).decode()
+        return sorted(line for line in listing.splitlines() if line != "/")
+
+    def file_in(self, image, path, index=1):
+        return self.wimlib("extract", image, str(index), path, "--to-stdout")
