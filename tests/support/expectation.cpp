@@ -87,13 +87,25 @@ Expectation& Expectation::WriteLastError(const std::string& section, const std::
 
 Expectation& Expectation::Log(const std::string& text)
 {
+    return LogLine(text, form_ == Form::wide);
+}
+
+Expectation& Expectation::LogLiteral(const std::string& text)
+{
+    return LogLine(text, false);
+}
+
+Expectation& Expectation::LogLine(const std::string& text, bool convert_text)
+{
     const std::tm time = ReadClock();
     const std::string number = Decimal(++line_), key = LineKey(line_, time);
     if (form_ == Form::wide)
         Convert(number);
     WriteRaw(form_, "Log", "Righe", number, result_file_);
     if (form_ == Form::wide)
-        Convert(key).Convert(text);
+        Convert(key);
+    if (convert_text)
+        Convert(text);
     WriteRaw(form_, "Log", key, text, result_file_);
     return Stamp();
 }

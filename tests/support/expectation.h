@@ -26,6 +26,8 @@ class Expectation {
     Expectation& WriteLastError(const std::string& section, const std::string& key);
     // One line of the log and the stamp that follows it.
     Expectation& Log(const std::string& text);
+    // One line of the wide log whose text is wide already.
+    Expectation& LogLiteral(const std::string& text);
     // The two log lines of a failure and the section's ErrorCode.
     Expectation& ReportFailure(const std::string& section, const std::string& function,
                                HRESULT result);
@@ -48,6 +50,7 @@ class Expectation {
     Form GetForm() const { return form_; }
 
   private:
+    Expectation& LogLine(const std::string& text, bool convert_text);
     std::tm ReadClock();
     DWORD ReadLastError();
     void NarrowStamp(const std::string& file);

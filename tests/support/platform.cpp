@@ -169,12 +169,14 @@ void Platform::SetLastError(DWORD error)
     RecordQuietly(Format("SetLastError(%lu)", error));
 }
 
-void Platform::Forget()
+Events Platform::RecordedWithout(std::initializer_list<const char*> prefixes) const
 {
-    events_.clear();
-    last_error_ = 0;
-    clock_readings_ = 0;
-    answers_.clear();
+    Events kept = events_;
+    std::erase_if(kept, [&](const std::string& event) {
+        return std::any_of(prefixes.begin(), prefixes.end(),
+                           [&](const char* prefix) { return event.starts_with(prefix); });
+    });
+    return kept;
 }
 
 Doubles::Doubles(std::initializer_list<Entry> entries)

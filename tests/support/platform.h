@@ -86,7 +86,8 @@ class Platform {
     void SetLastError(DWORD error);
 
     const Events& Recorded() const { return events_; }
-    void Forget();
+    // The record without the events that begin with one of these.
+    Events RecordedWithout(std::initializer_list<const char*> prefixes) const;
     const Script& GetScript() const { return script_; }
 
     // The clock, as the doubles read it.
