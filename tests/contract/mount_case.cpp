@@ -62,21 +62,6 @@ void ExpectUnmountExit(Expectation& call, const std::string& section, HRESULT fa
 
 } // namespace
 
-unsigned SuccessValue(Form form, HRESULT shutdown)
-{
-    return form == Form::wide || shutdown != S_OK ? 1 : 0;
-}
-
-unsigned FailureValue(Form form)
-{
-    return form == Form::narrow ? 1 : 0;
-}
-
-std::string Shown(const void* argument, const char* name)
-{
-    return argument ? name : "NULL";
-}
-
 std::string MountCase::Describe() const
 {
     return Format("initialize %08X, operation %08X, clean-up %08X, shutdown %08X %08X, flags %lX",

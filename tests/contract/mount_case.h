@@ -1,15 +1,10 @@
 // mount_case.h - calls of MountWimImage and UnmountWimImage and what they have to do.
 #pragma once
 
+#include "contract/outcome.h"
 #include "support/expectation.h"
 
 namespace kestro::test {
-
-inline constexpr HRESULT file_not_found = static_cast<HRESULT>(0x80070002);
-inline constexpr HRESULT not_initialized = static_cast<HRESULT>(0xC0040001);
-inline constexpr HRESULT open_handles = static_cast<HRESULT>(0xC004000A);
-inline constexpr HRESULT smallest = static_cast<HRESULT>(0x80000000);
-inline constexpr HRESULT restart_required = 3010;
 
 // One call: its arguments and the results of the platform calls it may make.
 struct MountCase {
@@ -36,12 +31,5 @@ Expectation ExpectUnmount(Form form, const MountCase& run, const Script& script 
 void RunUnmount(Platform& platform, Form form, const MountCase& run);
 testing::AssertionResult UnmountDoesWhatItHasTo(Form form, const MountCase& run,
                                                 const Script& script = {});
-
-// The value of an export whose steps all succeeded, and of one with a failed step.
-unsigned SuccessValue(Form form, HRESULT shutdown);
-unsigned FailureValue(Form form);
-
-// The name of an argument in events, or NULL when it is null.
-std::string Shown(const void* argument, const char* name);
 
 } // namespace kestro::test

@@ -28,10 +28,27 @@ std::string StampText(const std::tm& time)
                   time.tm_hour, time.tm_min, time.tm_sec);
 }
 
+std::wstring Wide(const std::string& text)
+{
+    const auto length = static_cast<int>(text.size());
+    std::wstring wide(text.size(), L'\0');
+    const int converted = MultiByteToWideChar(CP_ACP, 0, text.c_str(), length, wide.data(), length);
+    wide.resize(static_cast<size_t>(converted));
+    return wide;
+}
+
+// A narrow text as the writer of that form shows it.
+std::string Shown(Form writer, const Key& text)
+{
+    if (!text)
+        return "NULL";
+    return writer == Form::narrow ? Quote(text->c_str()) : Quote(Wide(*text).c_str());
+}
+
 std::string WriteText(Form writer, const std::string& section, const std::string& key)
 {
     return Format("write %s [%s] %s", writer == Form::narrow ? "A" : "W",
-                  Quote(section.c_str()).c_str(), key.c_str());
+                  Shown(writer, section).c_str(), key.c_str());
 }
 
 // A write whose key is some short text other than the two given.
@@ -52,6 +69,22 @@ ExpectedEvent WriteOfSomeShortKey(const std::string& section, const std::string&
 
 } // namespace
 
+std::string Narrow(const std::wstring& text)
+{
+    const auto length = static_cast<int>(text.size()), room = 4 * length;
+    std::string narrow(static_cast<size_t>(room), '\0');
+    const int converted =
+        WideCharToMultiByte(CP_ACP, 0, text.c_str(), length, narrow.data(), room, nullptr, nullptr);
+    narrow.resize(static_cast<size_t>(converted));
+    return narrow;
+}
+
+std::wstring Hexadecimal(HRESULT value)
+{
+    const std::string digits = Format("%x", static_cast<unsigned>(value));
+    return std::wstring(digits.begin(), digits.end());
+}
+
 Expectation::Expectation(Form form, const Script& script, std::string result_file)
     : form_(form), script_(script), result_file_(std::move(result_file))
 {
@@ -69,7 +102,7 @@ Expectation& Expectation::Call(const std::string& call, HRESULT result)
     return Event(Format("%s -> %08X", call.c_str(), static_cast<unsigned>(result)));
 }
 
-Expectation& Expectation::Write(const std::string& section, const std::string& key,
+Expectation& Expectation::Write(const std::string& section, const Key& key,
                                 const std::string& value)
 {
     if (form_ == Form::wide) {
@@ -80,7 +113,7 @@ Expectation& Expectation::Write(const std::string& section, const std::string& k
     return Stamp();
 }
 
-Expectation& Expectation::WriteLastError(const std::string& section, const std::string& key)
+Expectation& Expectation::WriteLastError(const std::string& section, const Key& key)
 {
     return Write(section, key, Decimal(static_cast<HRESULT>(ReadLastError())));
 }
@@ -124,14 +157,14 @@ Expectation& Expectation::ReportCleanUp(const std::string& section, const std::s
     return ReportFailure(section, function, logged).Write(section, "Result", "ERR");
 }
 
-Expectation& Expectation::ConsoleWide(const std::string& text)
+Expectation& Expectation::ConsoleWide(const std::wstring& text)
 {
     return Event("console wide " + Quote(text.c_str()));
 }
 
 Expectation& Expectation::ReturnCodeLine(HRESULT result)
 {
-    return ConsoleWide(Format("Return code is: %x\n", static_cast<unsigned>(result)));
+    return ConsoleWide(L"Return code is: " + Hexadecimal(result) + L"\n");
 }
 
 Expectation& Expectation::Returns(unsigned value)
@@ -165,25 +198,25 @@ Expectation& Expectation::Convert(const std::string& text)
     return Event(start + "NULL, 0)").Event(start + "buffer)");
 }
 
-Expectation& Expectation::WriteRaw(Form writer, const std::string& section, const std::string& key,
+Expectation& Expectation::WriteRaw(Form writer, const std::string& section, const Key& key,
                                    const std::string& value, const std::string& file)
 {
-    return Event(WriteText(writer, section, Quote(key.c_str())) + " = " + Quote(value.c_str()) +
+    return Event(WriteText(writer, section, Shown(writer, key)) + " = " + Shown(writer, value) +
                  " in " + file);
 }
 
-void Expectation::WideStepWrite(const std::string& section, const std::string& key,
+void Expectation::WideStepWrite(const std::string& section, const Key& key,
                                 const std::string& value)
 {
-    Convert(section).Convert(key).Convert(value);
+    Convert(section).Convert(*key).Convert(value);
     // A short key is overwritten inside the holder: by a short value's text, or by the place of a
     // long value's storage.
-    if (key.size() > inline_capacity)
+    if (Wide(*key).size() > inline_capacity)
         WriteRaw(Form::wide, section, key, value, result_file_);
     else if (value.size() <= inline_capacity)
         WriteRaw(Form::wide, section, value, value, result_file_);
     else
-        Event(WriteOfSomeShortKey(section, key, value, result_file_));
+        Event(WriteOfSomeShortKey(section, *key, value, result_file_));
 }
 
 std::tm Expectation::ReadClock()

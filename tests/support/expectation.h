@@ -7,7 +7,18 @@
 #include "support/kestro_library.h"
 #include "support/platform.h"
 
+#include <optional>
+#include <string>
+
 namespace kestro::test {
+
+// A key, or none at all: a profile write without a key.
+using Key = std::optional<std::string>;
+
+// A wide text in the ANSI code page.
+std::string Narrow(const std::wstring& text);
+
+std::wstring Hexadecimal(HRESULT value);
 
 class Expectation {
   public:
@@ -20,10 +31,9 @@ class Expectation {
     // A platform call with its arguments as shown and its result.
     Expectation& Call(const std::string& call, HRESULT result);
     // One key of a step section and the stamp that follows it.
-    Expectation& Write(const std::string& section, const std::string& key,
-                       const std::string& value);
+    Expectation& Write(const std::string& section, const Key& key, const std::string& value);
     // The same with the thread's last error, read at this point, as the value.
-    Expectation& WriteLastError(const std::string& section, const std::string& key);
+    Expectation& WriteLastError(const std::string& section, const Key& key);
     // One line of the log and the stamp that follows it.
     Expectation& Log(const std::string& text);
     // One line of the wide log whose text is wide already.
@@ -35,7 +45,7 @@ class Expectation {
     Expectation& ReportCleanUp(const std::string& section, const std::string& function,
                                HRESULT logged);
     // A line of the console.
-    Expectation& ConsoleWide(const std::string& text);
+    Expectation& ConsoleWide(const std::wstring& text);
     Expectation& ReturnCodeLine(HRESULT result);
     Expectation& Returns(unsigned value);
 
@@ -43,7 +53,7 @@ class Expectation {
     Expectation& Stamp();
     Expectation& WideStamp();
     Expectation& Convert(const std::string& text);
-    Expectation& WriteRaw(Form writer, const std::string& section, const std::string& key,
+    Expectation& WriteRaw(Form writer, const std::string& section, const Key& key,
                           const std::string& value, const std::string& file);
 
     const ExpectedEvents& Events() const { return events_; }
@@ -54,8 +64,7 @@ class Expectation {
     std::tm ReadClock();
     DWORD ReadLastError();
     void NarrowStamp(const std::string& file);
-    void WideStepWrite(const std::string& section, const std::string& key,
-                       const std::string& value);
+    void WideStepWrite(const std::string& section, const Key& key, const std::string& value);
 
     Form form_;
     Script script_;

@@ -106,7 +106,7 @@ void Platform::Install(const std::vector<std::string>& real)
     }
 }
 
-void Platform::Answer(const std::string& function, std::initializer_list<HRESULT> results)
+void Platform::Answer(const std::string& function, std::vector<HRESULT> results)
 {
     answers_[function].assign(results.begin(), results.end());
 }

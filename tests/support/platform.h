@@ -14,6 +14,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 #include <windows.h>
 
 namespace kestro::test {
@@ -50,7 +51,7 @@ class Platform {
     // --- the script
 
     // The results of the coming calls of a platform function, in order; S_OK when none is left.
-    void Answer(const std::string& function, std::initializer_list<HRESULT> results);
+    void Answer(const std::string& function, std::vector<HRESULT> results);
     HRESULT NextAnswer(const std::string& function);
 
     // From now on this very pointer appears in events under a name: a proof that it was passed on
@@ -72,6 +73,7 @@ class Platform {
     int allocations = 0;         // so far
     int string_copies = 0;
     int conversions = 0;
+    int live_copies = 0; // of SysAllocString
 
     // --- the record
 

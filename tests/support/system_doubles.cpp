@@ -83,7 +83,7 @@ int WINAPI ToNarrow(UINT page, DWORD flags, LPCWCH text, int length, LPSTR buffe
 {
     Platform& platform = Platform::Active();
     const bool fails = FailsNow(platform.failing_conversion, platform.conversions);
-    const bool whole = length < 0 || text[length - 1] == L'\0';
+    const bool whole = length < 0 || (text && length > 0 && text[length - 1] == L'\0');
     platform.Record(Format("WideCharToMultiByte(%u, %lu, %s%s, %s%s%s)%s", page, flags,
                            platform.Show(text).c_str(), whole ? " and its zero" : " cut off",
                            ShowRoom(buffer, room).c_str(), default_char ? ", default" : "",
@@ -109,6 +109,7 @@ BSTR WINAPI CopyString(const OLECHAR* text)
         return nullptr;
     const BSTR copy = SysAllocString(text);
     platform.Name(copy, "copy of " + shown);
+    ++platform.live_copies;
     return copy;
 }
 
@@ -119,6 +120,7 @@ void WINAPI FreeString(BSTR copy)
     Platform& platform = Platform::Active();
     platform.Record("SysFreeString(" + platform.Show(copy) + ')');
     platform.Unname(copy);
+    --platform.live_copies;
     SysFreeString(copy);
 }
 
