@@ -16,10 +16,11 @@ std::wstring ToWide(const char* text)
     const int narrowLength = static_cast<int>(std::strlen(text)) + 1;
     const int wideLength = MultiByteToWideChar(CP_ACP, 0, text, narrowLength, nullptr, 0);
     if (wideLength <= 0)
-        return {};
+        throw ConversionFailed();
 
     std::wstring wide(static_cast<std::size_t>(wideLength), L'\0');
-    MultiByteToWideChar(CP_ACP, 0, text, narrowLength, wide.data(), wideLength);
+    if (MultiByteToWideChar(CP_ACP, 0, text, narrowLength, wide.data(), wideLength) <= 0)
+        throw ConversionFailed();
     wide.resize(wide.find(L'\0') == std::wstring::npos ? 0 : wide.find(L'\0'));
     return wide;
 }

@@ -5,8 +5,11 @@
 
 namespace kestro {
 
-// Narrow ANSI text as wide text, up to its terminator. A null text, or one the platform cannot
-// convert, comes out empty.
+// The platform cannot convert a text.
+struct ConversionFailed {};
+
+// Narrow ANSI text as wide text, up to its terminator. A null text comes out empty. Throws
+// ConversionFailed, and std::bad_alloc when memory runs out.
 std::wstring ToWide(const char* text);
 
 } // namespace kestro

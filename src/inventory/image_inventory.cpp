@@ -5,7 +5,10 @@
 #include "image/servicing_session.h"
 #include "report/console_trace.h"
 
+#include <new>
 #include <string>
+
+#include <comdef.h>
 
 namespace kestro {
 namespace {
@@ -23,12 +26,17 @@ void ListPackage(StepReporter& report, UINT index, const DismDriverPackage& pack
 
     const AnsiName publishedName(package.PublishedName);
     const AnsiName originalFileName(package.OriginalFileName);
-    line.assign("Driver Package ");
-    line.append(std::to_string(index));
-    line.append(" - PublishedName: ");
-    line.append(publishedName.TextOrEmpty());
-    line.append(" - Original file name: ");
-    line.append(originalFileName.TextOrEmpty());
+    try {
+        line.assign("Driver Package ");
+        line.append(std::to_string(index));
+        line.append(" - PublishedName: ");
+        line.append(publishedName.TextOrEmpty());
+        line.append(" - Original file name: ");
+        line.append(originalFileName.TextOrEmpty());
+    } catch (const std::bad_alloc&) {
+        // A host meets one kind of exception, whichever copy of a name found no memory.
+        _com_issue_error(E_OUTOFMEMORY);
+    }
     report.LogLine(line.c_str());
 }
 

@@ -83,13 +83,14 @@ void StampNarrow(const LogRecord& record)
     WritePrivateProfileStringA("Status", "LastWrite", LastWriteStamp().c_str(), record.resultFile);
 }
 
-// A wide write that finds no memory for its texts is lost like any other failing write.
+// A wide write whose texts cannot be converted, or find no memory, is lost like any failing write.
 template <class Write>
 void WriteUnnoticed(Write write) noexcept
 {
     try {
         write();
     } catch (const std::bad_alloc&) {
+    } catch (const ConversionFailed&) {
     }
 }
 
