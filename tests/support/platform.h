@@ -69,10 +69,12 @@ class Platform {
     UINT package_count = 0;
     int failing_allocation = 0;  // the n-th malloc from now on fails; 0: none
     int failing_string_copy = 0; // the same for SysAllocString
-    int failing_conversion = 0;  // the same for MultiByteToWideChar and WideCharToMultiByte
+    int failing_conversion = 0;  // the same for MultiByteToWideChar
+    int failing_narrowing = 0;   // the same for WideCharToMultiByte
     int allocations = 0;         // so far
     int string_copies = 0;
     int conversions = 0;
+    int narrowings = 0;
     int live_copies = 0; // of SysAllocString
 
     // --- the record

@@ -82,7 +82,7 @@ int WINAPI ToNarrow(UINT page, DWORD flags, LPCWCH text, int length, LPSTR buffe
                     LPCCH default_char, LPBOOL default_used)
 {
     Platform& platform = Platform::Active();
-    const bool fails = FailsNow(platform.failing_conversion, platform.conversions);
+    const bool fails = FailsNow(platform.failing_narrowing, platform.narrowings);
     const bool whole = length < 0 || (text && length > 0 && text[length - 1] == L'\0');
     platform.Record(Format("WideCharToMultiByte(%u, %lu, %s%s, %s%s%s)%s", page, flags,
                            platform.Show(text).c_str(), whole ? " and its zero" : " cut off",
