@@ -63,9 +63,10 @@ CommitOptions CommitOptionsOf(DWORD flags)
     constexpr DWORD known = DISM_COMMIT_GENERATE_INTEGRITY | DISM_COMMIT_APPEND;
     if ((flags & ~known) != 0)
         Refuse(code::invalid_parameter, "flags that do not go with a commit");
+    if ((flags & DISM_COMMIT_APPEND) != 0)
+        Refuse(code::not_supported, "saving into a new image is not supported");
     CommitOptions options;
     options.integrity = (flags & DISM_COMMIT_GENERATE_INTEGRITY) != 0;
-    options.append = (flags & DISM_COMMIT_APPEND) != 0;
     return options;
 }
 

@@ -225,7 +225,7 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
               " new or changed, " + std::to_string(changes.removed.size()) + " removed");
     next.status = then;
     const TreeState* const tree = then == MountStatus::Mounted ? &now : nullptr;
-    if (changes.Empty() && !options.append && !options.integrity) {
+    if (changes.Empty() && !options.integrity) {
         entry.Prepare(next, tree);
         entry.Adopt();
         return;
@@ -256,8 +256,6 @@ void ImageStore::WriteImage(const MountEntry& entry, const TreeChanges& changes,
     CopyFile(next.image, unfinished);
     {
         WimFile wim(unfinished, WimFile::Access::Write, false, progress);
-        if (options.append)
-            next.index = wim.AppendCopy(next.index);
         wim.Apply(next.index, next.directory, changes);
         wim.Save(options.integrity);
     }

@@ -21,7 +21,6 @@ struct MountRequest {
 
 struct CommitOptions {
     bool integrity = false; // write integrity data
-    bool append = false;    // leave the image as it was and save into a new one
 };
 
 // Paths are UTF-8 and absolute. Everything throws ServicingError and then has changed nothing but what

@@ -223,6 +223,9 @@ FileDescriptor MountRegistry::Lock() const
     FileDescriptor lock = OpenLock(folder_ + "/lock");
     if (flock(lock.Get(), LOCK_EX) != 0)
         throw SystemError("cannot lock " + folder_);
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder_, error))
+        if (entry.is_directory() && !Exists(entry.path() / "record.json"))
+            fs::remove_all(entry.path(), error);
     return lock;
 }
 

@@ -66,7 +66,8 @@ class MountRegistry {
     // A record of the same image of the same file.
     std::optional<MountRecord> FindImage(const std::string& image, unsigned index) const;
     MountEntry Create(const MountRecord& record) const;
-    // Held while a mount is decided on, so that two do not take the same directory.
+    // Held while a mount is decided on, so that two do not take the same directory. Clears away what
+    // killed processes left of mounts that never began or are over.
     FileDescriptor Lock() const;
 
   private:

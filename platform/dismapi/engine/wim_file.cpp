@@ -231,20 +231,6 @@ void WimFile::Apply(unsigned index, const std::string& directory, const TreeChan
     });
 }
 
-unsigned WimFile::AppendCopy(unsigned index)
-{
-    const char* const base = wimlib_get_image_name(wim_.get(), static_cast<int>(index));
-    std::string name;
-    for (unsigned number = 2; name.empty() || wimlib_image_name_in_use(wim_.get(), name.c_str());
-         ++number)
-        name = std::string(base != nullptr ? base : "") + " (" + std::to_string(number) + ")";
-    Check("cannot append to " + path_, [&] {
-        return wimlib_export_image(wim_.get(), static_cast<int>(index), wim_.get(), name.c_str(),
-                                   nullptr, 0);
-    });
-    return Info().image_count;
-}
-
 void WimFile::Save(bool integrity)
 {
     int flags = WIMLIB_WRITE_FLAG_FSYNC;

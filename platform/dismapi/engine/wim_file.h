@@ -36,8 +36,6 @@ class WimFile {
     // Makes the image's tree what the directory's is; only what has changed is read. What has not keeps
     // everything that the image knows of it.
     void Apply(unsigned index, const std::string& directory, const TreeChanges& changes);
-    // Adds a copy of an image to the file and returns its index.
-    unsigned AppendCopy(unsigned index);
     // Saves what was changed, on disk.
     void Save(bool integrity);
 

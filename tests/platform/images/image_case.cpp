@@ -1,0 +1,123 @@
+// image_case.cpp - what the tests of the image store share.
+#include "image_case.h"
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+
+namespace kestro::test {
+
+namespace {
+
+std::pair<int, std::string> ShellAnyhow(const std::string& command)
+{
+    std::string output;
+    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+    char block[4096];
+    for (std::size_t count; (count = fread(block, 1, sizeof block, pipe)) != 0;)
+        output.append(block, count);
+    return {pclose(pipe), output};
+}
+
+} // namespace
+
+std::string Shell(const std::string& command)
+{
+    const auto [status, output] = ShellAnyhow(command);
+    EXPECT_EQ(status, 0) << command << "\n" << output;
+    return output;
+}
+
+bool Succeeds(const std::string& command)
+{
+    return ShellAnyhow(command).first == 0;
+}
+
+std::string ReadFile(const fs::path& path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    EXPECT_TRUE(stream) << path;
+    return std::string(std::istreambuf_iterator<char>(stream), {});
+}
+
+void WriteFile(const fs::path& path, const std::string& content)
+{
+    fs::create_directories(path.parent_path());
+    std::ofstream stream(path, std::ios::binary);
+    stream << content;
+    EXPECT_TRUE(stream) << path;
+}
+
+std::string Noise(unsigned seed, std::size_t size)
+{
+    std::mt19937 random(seed);
+    std::string bytes(size, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(random());
+    return bytes;
+}
+
+void ImageCase::SetUp()
+{
+    std::string pattern = fs::temp_directory_path() / "kestro-images-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    folder_ = pattern;
+    fs::create_directory(Mounted());
+    WriteFile(folder_ / "tree/Windows/System32/hosts", "127.0.0.1 localhost\r\n");
+    WriteFile(folder_ / "tree/Windows/System32/kernel.bin", Noise(1, 100'000));
+    WriteFile(folder_ / "tree/Windows/notes.txt", std::string(5000, 'n'));
+    WriteFile(folder_ / "tree/Windows/empty.txt", "");
+    fs::create_directory(folder_ / "tree/Windows/Empty");
+    Shell("wimlib-imagex capture " + (folder_ / "tree").string() + " " + Image().string() +
+          " Test");
+}
+
+void ImageCase::TearDown()
+{
+    fs::remove_all(folder_);
+}
+
+servicing::ImageStore ImageCase::Store() const
+{
+    return servicing::ImageStore(
+        folder_ / "records", servicing::PlatformLog(folder_ / "log", servicing::LogLevel::Info));
+}
+
+servicing::MountRequest ImageCase::Request() const
+{
+    servicing::MountRequest request;
+    request.image = Image();
+    request.directory = Mounted();
+    return request;
+}
+
+std::string ImageCase::Listing(int index) const
+{
+    return Shell("wimlib-imagex dir " + Image().string() + " " + std::to_string(index));
+}
+
+std::string ImageCase::FileInImage(const std::string& path, int index) const
+{
+    Shell("wimlib-imagex extract " + Image().string() + " " + std::to_string(index) + " '" + path +
+          "' --to-stdout > " + (folder_ / "extracted").string());
+    return ReadFile(folder_ / "extracted");
+}
+
+void ImageCase::ExpectValidImage() const
+{
+    Shell("wimlib-imagex verify " + Image().string() + " --quiet");
+}
+
+void ImageCase::ExpectNothingLeft() const
+{
+    std::error_code none;
+    for (const auto& entry : fs::directory_iterator(folder_ / "records", none))
+        EXPECT_FALSE(fs::exists(entry.path() / "record.json")) << entry.path();
+    for (const auto& entry : fs::directory_iterator(folder_))
+        EXPECT_EQ(entry.path().string().find(".kestro-"), std::string::npos) << entry.path();
+}
+
+} // namespace kestro::test

@@ -1,0 +1,172 @@
+// kill_test.cpp - a process that saves, drops or mounts is killed at every system call by which it
+// changes the disk. After each kill the image file is the old one or the new one and verifies, and the
+// next call finishes the work.
+#include "image_case.h"
+
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <set>
+
+namespace kestro::test {
+namespace {
+
+bool ChangesTheDisk(unsigned long long call)
+{
+    static const std::set<unsigned long long> calls = {
+        SYS_write,   SYS_pwrite64, SYS_writev,    SYS_pwritev,   SYS_copy_file_range,
+        SYS_rename,  SYS_unlink,   SYS_rmdir,     SYS_mkdir,     SYS_unlinkat,
+        SYS_fsync,   SYS_syncfs,   SYS_symlink,   SYS_ftruncate, SYS_sendfile,
+        SYS_mkdirat, SYS_link,     SYS_utimensat, SYS_fdatasync, SYS_renameat2};
+    return calls.count(call) != 0;
+}
+
+// Runs the work in a process of its own and kills it right before the n-th change it makes to the disk.
+// False when the work was done before that.
+bool RunAndKill(const std::function<void()>& work, int change)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        raise(SIGSTOP);
+        work();
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    bool entering = true;
+    for (int seen = 0;;) {
+        ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+        waitpid(child, &status, 0);
+        if (WIFEXITED(status) || WIFSIGNALED(status))
+            return false;
+        if (!WIFSTOPPED(status) || WSTOPSIG(status) != (SIGTRAP | 0x80))
+            continue;
+        user_regs_struct registers = {};
+        ptrace(PTRACE_GETREGS, child, nullptr, &registers);
+        if (entering && ChangesTheDisk(registers.orig_rax) && ++seen == change) {
+            kill(child, SIGKILL);
+            waitpid(child, &status, 0);
+            return true;
+        }
+        entering = !entering;
+    }
+}
+
+class Killed : public ImageCase {
+  protected:
+    // Changes of every kind, the same for the same generation.
+    void ChangeTree(int generation) const
+    {
+        const std::string mark = std::to_string(generation);
+        WriteFile(folder_ / "mount/Windows/System32/hosts", "generation " + mark);
+        WriteFile(folder_ / "mount/Windows/large.bin",
+                  Noise(static_cast<unsigned>(generation), 90'000));
+        WriteFile(folder_ / ("mount/Windows/new" + mark) / "file.txt", mark);
+        fs::remove_all(folder_ / ("mount/Windows/new" + std::to_string(generation - 1)));
+    }
+    void ExpectGeneration(int generation) const
+    {
+        const std::string mark = std::to_string(generation);
+        EXPECT_EQ(FileInImage("/Windows/System32/hosts"), "generation " + mark);
+        EXPECT_EQ(FileInImage("/Windows/large.bin"),
+                  Noise(static_cast<unsigned>(generation), 90'000));
+        EXPECT_EQ(FileInImage("/Windows/new" + mark + "/file.txt"), mark);
+    }
+    // Neither more nor less than a call that finds no mount any more may answer.
+    void FinishUnmount(bool commit) const
+    {
+        const auto result = CodeOf([&] { commit ? Commit() : Discard(); });
+        EXPECT_TRUE(result == servicing::code::ok ||
+                    result == servicing::code::directory_not_mounted)
+            << std::hex << result;
+        EXPECT_TRUE(fs::is_empty(Mounted()));
+        ExpectNothingLeft();
+    }
+};
+
+TEST_F(Killed, WhileItSaves)
+{
+    int kills = 0, generation = 1;
+    Mount();
+    ChangeTree(generation);
+    Commit();
+    for (bool killed = true; killed; ++kills) {
+        SCOPED_TRACE("killed before change " + std::to_string(kills + 1));
+        Mount();
+        const std::string before = ReadFile(Image());
+        ChangeTree(++generation);
+        killed = RunAndKill([&] { Commit(); }, kills + 1);
+        ExpectValidImage();
+        if (ReadFile(Image()) != before)
+            ExpectGeneration(generation);
+        FinishUnmount(true);
+        ExpectValidImage();
+        ExpectGeneration(generation);
+        ASSERT_FALSE(HasFailure());
+    }
+    RecordProperty("kills", kills - 1);
+    EXPECT_GT(kills, 20);
+}
+
+TEST_F(Killed, WhileItSavesAndStaysMounted)
+{
+    int kills = 0, generation = 0;
+    Mount();
+    for (bool killed = true; killed; ++kills) {
+        SCOPED_TRACE("killed before change " + std::to_string(kills + 1));
+        ChangeTree(++generation);
+        killed = RunAndKill([&] { Store().Commit(Mounted(), {}); }, kills + 1);
+        ExpectValidImage();
+        EXPECT_TRUE(Store().Commit(Mounted(), {}));
+        ExpectGeneration(generation);
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_GT(kills, 15);
+    Discard();
+}
+
+TEST_F(Killed, WhileItDrops)
+{
+    const std::string before = ReadFile(Image());
+    int kills = 0;
+    for (bool killed = true; killed; ++kills) {
+        SCOPED_TRACE("killed before change " + std::to_string(kills + 1));
+        Mount();
+        ChangeTree(1);
+        killed = RunAndKill([&] { Discard(); }, kills + 1);
+        FinishUnmount(false);
+        EXPECT_EQ(ReadFile(Image()), before);
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_GT(kills, 10);
+}
+
+TEST_F(Killed, WhileItMounts)
+{
+    const std::string before = ReadFile(Image());
+    int kills = 0;
+    for (bool killed = true; killed; ++kills) {
+        SCOPED_TRACE("killed before change " + std::to_string(kills + 1));
+        killed = RunAndKill([&] { Mount(); }, kills + 1);
+        if (killed && Store().IsMounted(Mounted())) {
+            // Unfinished, it can be dropped and not saved; finished, both.
+            const auto result = CodeOf([&] { Commit(); });
+            EXPECT_TRUE(result == servicing::code::cannot_commit_partial ||
+                        result == servicing::code::ok)
+                << std::hex << result;
+        }
+        FinishUnmount(false);
+        EXPECT_EQ(ReadFile(Image()), before);
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_GT(kills, 10);
+}
+
+} // namespace
+} // namespace kestro::test
