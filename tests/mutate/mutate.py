@@ -61,7 +61,7 @@ def build():
 def first_failure(suite):
     """The test that failed or crashed, or None."""
     program = ROOT / f"build/release/tests/bin/{suite}_contract_test.exe"
-    environment = dict(os.environ, KESTRO_DLL=str(DLL))
+    environment = dict(os.environ, KESTRO_DLL=str(DLL), WINEDLLOVERRIDES="mscoree,mshtml=;dismapi=n")
     command = [ROOT / "cmake/run-in-wine", program, "--gtest_fail_fast"]
     try:
         result = run(command, env=environment, timeout=120)
