@@ -257,6 +257,60 @@ KESTRO_API uint8_t KESTRO_CALL GetDriverInfoW(const wchar_t* ImagePath, const wc
                                               const wchar_t* resultFile) KESTRO_NOEXCEPT;
 
 /*
+ * CleanDisk - wipes the disk of a given name through the Virtual Disk Service.
+ *
+ *   diskName       the disk's name as the service reports it (\\?\PhysicalDrive1), UTF-16; compared
+ *                  without case and up to 40 characters
+ *   force          non-zero: also a disk with data volumes
+ *   forceOEM       non-zero: also a disk with an OEM partition
+ *   fullClean      non-zero: overwrite every sector, not just the partitioning structures
+ *                  (the three reach the service as they are)
+ *   resultFile     the ResultFile, in the ANSI code page; there is no W form
+ *
+ * COM must be initialised on the calling thread. A call that gets as far as its common exit
+ * uninitialises it once, which consumes one of the thread's own initialisations: hosts initialise COM
+ * for each call. The calls that do not, skip the closing log lines too.
+ *
+ * Writes  log lines only: each label and each HRESULT (signed decimal) is a line of its own. A call that
+ *         ran to its common exit ends with "All resources were released safely (Inside Main).",
+ *         "Last HRESULT: " and that code.
+ * Prints  "Pack #: <n>" and "Disk #: <n>" while it searches packs; packs count from 1 for each provider,
+ *         disks from 1 for each pack.
+ *
+ * Returns                                                                        COM uninitialised
+ *         1         the disk was cleaned                                         yes
+ *         0         not found; the service could not be loaded; a failure among
+ *                   the unallocated disks; the clean of such a disk failed; the
+ *                   service refused to start the clean of a disk in a pack       yes
+ *         0         the service's loader could not be created                    no
+ *         negative  the HRESULT of a failure inside a provider, or of the clean
+ *                   of a disk in a pack                                          no
+ *         There is no time-out: the call returns when the service has finished.
+ *
+ * Leaves  objects of the service unreleased: packs, the disks that did not match, earlier enumerators,
+ *         and the objects of the clean itself. The common exit releases the service and the latest
+ *         enumerators; the other paths release neither.
+ */
+KESTRO_API int32_t KESTRO_CALL CleanDisk(const wchar_t* diskName, uint8_t force, uint8_t forceOEM,
+                                         uint8_t fullClean, const char* resultFile) KESTRO_NOEXCEPT;
+
+/*
+ * OnlineDisk, OfflineDisk - bring the disk of a given name online, or take it offline.
+ *
+ *   diskName       as for CleanDisk, which also says what these calls need of COM
+ *
+ * Returns                                                                        COM uninitialised
+ *         0 or another success code  the service's own                           yes
+ *         1                          no such disk                                yes
+ *         negative                   the HRESULT of what failed                  no
+ *         They write and print nothing.
+ *
+ * Leaves  objects of the service unreleased, as CleanDisk.
+ */
+KESTRO_API int32_t KESTRO_CALL OnlineDisk(const wchar_t* diskName) KESTRO_NOEXCEPT;
+KESTRO_API int32_t KESTRO_CALL OfflineDisk(const wchar_t* diskName) KESTRO_NOEXCEPT;
+
+/*
  * InfInstall - installs a driver package on the running system, unforced and without asking whether a
  * restart is needed.
  *

@@ -5,6 +5,8 @@
 // the log drops such a write where it happens. The listing functions also copy names they were
 // given by the host or the platform; that copy's COM error is meant to reach the host.
 #include "device/device_access.h"
+#include "disk/disk_clean.h"
+#include "disk/disk_online.h"
 #include "image/image_drivers.h"
 #include "image/image_mount.h"
 #include "inventory/image_inventory.h"
@@ -113,6 +115,22 @@ uint8_t KESTRO_CALL GetDriverInfoW(const wchar_t* ImagePath, const wchar_t* Driv
     WideReporter report(resultFile);
     const Outcome outcome = QueryImageDriver(report, ImagePath, Driver, LogFilePath);
     return QueryReturn(outcome, WideReturn(outcome));
+}
+
+int32_t KESTRO_CALL CleanDisk(const wchar_t* diskName, uint8_t force, uint8_t forceOEM,
+                              uint8_t fullClean, const char* resultFile) noexcept
+{
+    return CleanDiskNamed(diskName, force, forceOEM, fullClean, resultFile);
+}
+
+int32_t KESTRO_CALL OnlineDisk(const wchar_t* diskName) noexcept
+{
+    return BringDiskOnline(diskName);
+}
+
+int32_t KESTRO_CALL OfflineDisk(const wchar_t* diskName) noexcept
+{
+    return TakeDiskOffline(diskName);
 }
 
 int32_t KESTRO_CALL InfInstall(const wchar_t* infPath) noexcept

@@ -20,10 +20,11 @@ const ImageFile& Library()
 
 // In the order of the table, which is the order of their names.
 const std::vector<std::string> exports{
-    "AddDriver",       "AddDriverList",    "AddDriverListW", "AddDriverW",   "GetDriverInfo",
-    "GetDriverInfoW",  "GetDrivers",       "GetDriversW",    "InfInstall",   "MountWimImage",
-    "MountWimImageW",  "OpenPhDrive",      "OpenVdFile",     "RemoveDriver", "RemoveDriverW",
-    "UnmountWimImage", "UnmountWimImageW", "WriteTest",      "WriteTestW",
+    "AddDriver",     "AddDriverList",  "AddDriverListW", "AddDriverW",      "CleanDisk",
+    "GetDriverInfo", "GetDriverInfoW", "GetDrivers",     "GetDriversW",     "InfInstall",
+    "MountWimImage", "MountWimImageW", "OfflineDisk",    "OnlineDisk",      "OpenPhDrive",
+    "OpenVdFile",    "RemoveDriver",   "RemoveDriverW",  "UnmountWimImage", "UnmountWimImageW",
+    "WriteTest",     "WriteTestW",
 };
 
 TEST(Surface, ExportsTheseFunctionsAndNothingElse)

@@ -1,0 +1,11 @@
+// disk_online.h - bringing a disk online and taking it offline.
+#pragma once
+
+#include "disk/vds.h"
+
+namespace kestro {
+
+HRESULT BringDiskOnline(const wchar_t* diskName);
+HRESULT TakeDiskOffline(const wchar_t* diskName);
+
+} // namespace kestro
