@@ -15,6 +15,10 @@ struct ListedImport {
 // The platform: tests replace each of these by a double or a trap.
 const std::vector<ListedImport>& PlatformImports();
 
+// What the runtimes link in although no call of ours gets there: threads, other clocks and output,
+// other libraries. Tests trap these too.
+const std::vector<ListedImport>& UnreachedImports();
+
 // What the C and C++ runtimes linked into the library use for themselves: left alone.
 const std::vector<ListedImport>& RuntimeImports();
 

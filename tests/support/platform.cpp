@@ -20,7 +20,7 @@ std::map<std::string, void*>& RegisteredDoubles()
     return doubles;
 }
 
-// A trap for each platform import that the running test program has no double for.
+// A trap for each import that may not be reached or has no double in this test program.
 constexpr size_t trap_count = 64;
 std::array<std::string, trap_count> trapped;
 
@@ -92,7 +92,8 @@ void Platform::Install(const std::vector<std::string>& real)
         if (std::find(real.begin(), real.end(), import.name) != real.end())
             continue;
         void* function = Doubles::Find(import.name);
-        if (!function && Listed(PlatformImports(), import)) {
+        if (!function &&
+            (Listed(PlatformImports(), import) || Listed(UnreachedImports(), import))) {
             trapped.at(traps_used) = import.name;
             function = reinterpret_cast<void*>(traps.at(traps_used++));
         }
@@ -101,7 +102,7 @@ void Platform::Install(const std::vector<std::string>& real)
             Redirect(import, function);
         } else if (!Listed(RuntimeImports(), import)) {
             ADD_FAILURE() << "Kestro.dll imports " << import.name << " from " << import.dll
-                          << ", which is in neither list of import_lists.cpp";
+                          << ", which is in no list of import_lists.cpp";
         }
     }
 }

@@ -179,13 +179,6 @@ int __cdecl Flush(FILE* stream)
     return 0;
 }
 
-// What only a dying runtime calls.
-size_t __cdecl WriteBytes(const void*, size_t, size_t count, FILE*)
-{
-    Platform::Active().Record("unexpected output");
-    return count;
-}
-
 // --- memory ---
 
 void* __cdecl Allocate(size_t size)
@@ -209,7 +202,6 @@ const Doubles doubles{
     {"vwprintf", PrintWide},
     {"vprintf", PrintNarrow},
     {"fflush", Flush},
-    {"fwrite", WriteBytes},
     {"malloc", Allocate},
 };
 
