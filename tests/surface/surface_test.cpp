@@ -50,6 +50,13 @@ TEST(Surface, ImportsNothingThatIsNotListed)
         EXPECT_THAT(listed, testing::Contains(import));
 }
 
+TEST(Surface, ImportsEveryListedFunctionOfThePlatform)
+{
+    const std::vector<std::string> imports = Library().Imports();
+    for (const std::string& name : Names(PlatformImports()))
+        EXPECT_THAT(imports, testing::Contains(name));
+}
+
 TEST(Surface, IsA64BitDllForThisProcessor)
 {
     const IMAGE_NT_HEADERS64& headers = Library().Headers();
