@@ -1,0 +1,154 @@
+// clean_operation.cpp - a clean that runs on a thread of its own.
+#include "clean_operation.h"
+
+#include "file_disk.h"
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <thread>
+
+namespace kestro::vds {
+namespace {
+
+std::wstring Wide(const char* text)
+{
+    return std::wstring(text, text + strlen(text));
+}
+
+// One operation at a time on each disk.
+class DiskClaim {
+  public:
+    static std::unique_ptr<DiskClaim> Take(const std::wstring& section)
+    {
+        const std::lock_guard lock(Mutex());
+        return Taken().insert(section).second ? std::unique_ptr<DiskClaim>(new DiskClaim(section))
+                                              : nullptr;
+    }
+    ~DiskClaim()
+    {
+        const std::lock_guard lock(Mutex());
+        Taken().erase(section_);
+    }
+    DiskClaim(const DiskClaim&) = delete;
+    DiskClaim& operator=(const DiskClaim&) = delete;
+
+  private:
+    explicit DiskClaim(std::wstring section) : section_(std::move(section)) {}
+    static std::mutex& Mutex()
+    {
+        static std::mutex mutex;
+        return mutex;
+    }
+    static std::set<std::wstring>& Taken()
+    {
+        static std::set<std::wstring> taken;
+        return taken;
+    }
+    std::wstring section_;
+};
+
+class CleanAsync final : public ComObject<IVdsAsync> {
+  public:
+    CleanAsync() : done_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+
+    // The thread owns a reference for as long as it runs.
+    void Start(const DiskEntry& disk, bool full, std::unique_ptr<FileDisk> file,
+               std::unique_ptr<DiskClaim> claim)
+    {
+        AddRef();
+        ServerActivity::OperationBegan();
+        std::thread([this, disk, full, file = std::move(file), claim = std::move(claim)]() mutable {
+            Run(disk, full, *file);
+            file.reset();
+            claim.reset();
+            SetEvent(done_);
+            ServerActivity::OperationEnded();
+            Release();
+        }).detach();
+    }
+
+    HRESULT STDMETHODCALLTYPE Cancel() override
+    {
+        ServerActivity::Called();
+        cancelled_ = true;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Wait(HRESULT* result, VDS_ASYNC_OUTPUT* output) override
+    {
+        ServerActivity::Called();
+        if (result == nullptr || output == nullptr)
+            return E_INVALIDARG;
+        WaitForSingleObject(done_, INFINITE);
+        *result = result_;
+        *output = {};
+        output->type = VDS_ASYNCOUT_CLEAN;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE QueryStatus(HRESULT* result, ULONG* percent) override
+    {
+        ServerActivity::Called();
+        if (result == nullptr || percent == nullptr)
+            return E_INVALIDARG;
+        const bool done = WaitForSingleObject(done_, 0) == WAIT_OBJECT_0;
+        *result = done ? result_.load() : code::operation_pending;
+        *percent = percent_;
+        return S_OK;
+    }
+
+  private:
+    ~CleanAsync() override { CloseHandle(done_); }
+
+    void Run(const DiskEntry& disk, bool full, FileDisk& file)
+    {
+        Log(L"cleaning " + disk.name + (full ? L", every sector" : L""));
+        try {
+            result_ = Clean(file, full, [&](unsigned percent) {
+                percent_ = percent;
+                return !cancelled_;
+            });
+            Log(disk.name + (result_ == code::ok ? L" is clean" : L": the clean was cancelled"));
+        } catch (const std::exception& error) {
+            result_ = code::io_error;
+            Log(disk.name + L": " + Wide(error.what()));
+        }
+    }
+
+    HANDLE done_;
+    std::atomic<HRESULT> result_ = S_OK;
+    std::atomic<ULONG> percent_ = 0;
+    std::atomic<bool> cancelled_ = false;
+};
+
+} // namespace
+
+HRESULT BeginClean(const DiskEntry& disk, const CleanFlags& flags, IVdsAsync** async)
+{
+    *async = nullptr;
+    // The state counts as it is now, not as it was when the disk was looked up.
+    const auto current = ReadDisk(disk.section);
+    if (!current)
+        return code::object_not_found;
+    auto claim = DiskClaim::Take(disk.section);
+    if (!claim)
+        return code::operation_pending;
+    try {
+        auto file = std::make_unique<FileDisk>(
+            current->file, current->sectorSize,
+            current->state.readOnly ? FileDisk::Access::Read : FileDisk::Access::Write,
+            current->kilobytesPerSecond);
+        const HRESULT refused = MayClean(current->state, ReadPartitionTable(*file), flags);
+        if (refused != code::ok)
+            return refused;
+        auto* const operation = new CleanAsync;
+        operation->Start(*current, flags.full, std::move(file), std::move(claim));
+        *async = operation;
+        return S_OK;
+    } catch (const DiskError& error) {
+        Log(disk.name + L": " + Wide(error.what()));
+        return code::io_error;
+    }
+}
+
+} // namespace kestro::vds
