@@ -49,6 +49,98 @@ void AddImageCommands(CLI::App& app, Run& run)
     });
 }
 
+void AddDriverCommands(CLI::App& app, Run& run)
+{
+    static std::string image, name;
+    static std::vector<std::string> infs;
+
+    auto* const driver = app.add_subcommand("driver", "Service the drivers of an offline image");
+    driver->require_subcommand(1);
+
+    auto* const add = driver->add_subcommand("add", "Add driver packages");
+    add->add_option("IMAGE", image, "root directory of the mounted or offline image")->required();
+    add->add_option("INF", infs, "INF files, and directories to search for them")->required();
+    add->footer("Example: kestro driver add D:\\mount D:\\drivers");
+    add->callback([&run] {
+        run = [](const Options& o) {
+            std::vector<std::wstring> wide;
+            for (const std::string& inf : infs)
+                wide.push_back(Wide(inf));
+            return DriverAddCommand(o, Wide(image), wide);
+        };
+    });
+
+    auto* const remove = driver->add_subcommand("remove", "Remove a driver package");
+    remove->add_option("IMAGE", image, "root directory of the image")->required();
+    remove->add_option("NAME", name, "its published name (oem0.inf)")->required();
+    remove->footer("Example: kestro driver remove D:\\mount oem0.inf");
+    remove->callback([&run] {
+        run = [](const Options& o) { return DriverRemoveCommand(o, Wide(image), Wide(name)); };
+    });
+
+    auto* const list = driver->add_subcommand("list", "List the third-party driver packages");
+    list->add_option("IMAGE", image, "root directory of the image")->required();
+    list->footer("Example: kestro driver list D:\\mount --json");
+    list->callback(
+        [&run] { run = [](const Options& o) { return DriverListCommand(o, Wide(image)); }; });
+
+    auto* const info =
+        driver->add_subcommand("info", "Ask whether an image knows a driver package");
+    info->add_option("IMAGE", image, "root directory of the image")->required();
+    info->add_option("DRIVER", name, "a published name, or the path of an INF")->required();
+    info->footer("Example: kestro driver info D:\\mount oem0.inf");
+    info->callback([&run] {
+        run = [](const Options& o) { return DriverInfoCommand(o, Wide(image), Wide(name)); };
+    });
+}
+
+void AddDiskCommands(CLI::App& app, Run& run)
+{
+    static std::string name;
+    static CleanFlags flags;
+
+    auto* const disk =
+        app.add_subcommand("disk", "Clean a disk, bring it online or take it offline");
+    disk->require_subcommand(1);
+
+    auto* const clean = disk->add_subcommand("clean", "Take everything off a disk");
+    clean->add_option("NAME", name, "the disk's name (\\\\?\\PhysicalDrive1)")->required();
+    clean->add_flag("--force", flags.force, "also a disk with data volumes");
+    clean->add_flag("--force-oem", flags.forceOem, "also a disk with an OEM partition");
+    clean->add_flag("--full", flags.full, "overwrite every sector");
+    clean->add_flag("--yes", flags.yes, "really do it; without this nothing is done");
+    clean->footer("Example: kestro disk clean \\\\?\\PhysicalDrive1 --force --yes");
+    clean->callback(
+        [&run] { run = [](const Options& o) { return DiskCleanCommand(o, Wide(name), flags); }; });
+
+    for (const bool online : {true, false}) {
+        auto* const change = disk->add_subcommand(
+            online ? "online" : "offline", online ? "Bring a disk online" : "Take a disk offline");
+        change->add_option("NAME", name, "the disk's name")->required();
+        change->callback([&run, online] {
+            run = [online](const Options& o) { return DiskOnlineCommand(o, Wide(name), online); };
+        });
+    }
+}
+
+void AddSystemCommands(CLI::App& app, Run& run)
+{
+    static std::string path;
+
+    auto* const inf = app.add_subcommand("inf", "Drivers of the running system");
+    inf->require_subcommand(1);
+    auto* const install =
+        inf->add_subcommand("install", "Install a driver package on this machine");
+    install->add_option("INF", path, "its INF file")->required();
+    install->footer("Example: kestro inf install D:\\drivers\\net.inf");
+    install->callback(
+        [&run] { run = [](const Options& o) { return InfInstallCommand(o, Wide(path)); }; });
+
+    auto* const selftest = app.add_subcommand(
+        "selftest", "Check that a host on this machine reads what the library writes");
+    selftest->callback([&run] { run = SelfTestCommand; });
+}
+
 } // namespace
 
 int main()
@@ -75,6 +167,9 @@ int main()
 
     Run run;
     AddImageCommands(app, run);
+    AddDriverCommands(app, run);
+    AddDiskCommands(app, run);
+    AddSystemCommands(app, run);
 
     // The runtime's own arguments are ANSI text; names outside that code page need the wide ones.
     int count = 0;

@@ -134,10 +134,10 @@ HRESULT BeginClean(const DiskEntry& disk, const CleanFlags& flags, IVdsAsync** a
     if (!claim)
         return code::operation_pending;
     try {
-        auto file = std::make_unique<FileDisk>(
-            current->file, current->sectorSize,
-            current->state.readOnly ? FileDisk::Access::Read : FileDisk::Access::Write,
-            current->kilobytesPerSecond);
+        auto file = std::make_unique<FileDisk>(current->file, current->sectorSize,
+                                               current->state.readOnly ? FileDisk::Access::Read
+                                                                       : FileDisk::Access::Write,
+                                               current->kilobytesPerSecond);
         const HRESULT refused = MayClean(current->state, ReadPartitionTable(*file), flags);
         if (refused != code::ok)
             return refused;

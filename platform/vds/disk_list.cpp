@@ -24,7 +24,8 @@ std::wstring Value(const std::wstring& section, const wchar_t* key, const wchar_
 }
 
 // Nothing for a word that is neither.
-std::optional<bool> YesOrNo(const std::wstring& section, const wchar_t* key, const wchar_t* otherwise)
+std::optional<bool> YesOrNo(const std::wstring& section, const wchar_t* key,
+                            const wchar_t* otherwise)
 {
     const std::wstring word = Value(section, key, otherwise);
     if (_wcsicmp(word.c_str(), L"yes") == 0)
@@ -68,7 +69,8 @@ std::optional<DiskEntry> ReadDisk(const std::wstring& section)
     const auto boot = YesOrNo(section, L"Boot", L"no");
     if (disk.file.empty() || !online || !readOnly || !system || !boot ||
         (disk.sectorSize != 512 && disk.sectorSize != 4096)) {
-        Log(L"disks.ini: [" + section + L"] is left out: it needs File, yes or no for Online, "
+        Log(L"disks.ini: [" + section +
+            L"] is left out: it needs File, yes or no for Online, "
             L"ReadOnly, System and Boot, and 512 or 4096 for SectorSize");
         return {};
     }

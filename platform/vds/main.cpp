@@ -21,8 +21,8 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int)
     if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
         return 1;
     DWORD registration = 0;
-    const HRESULT result = CoRegisterClassObject(kLoaderClass, NewLoaderFactory(), CLSCTX_LOCAL_SERVER,
-                                                 REGCLS_MULTIPLEUSE, &registration);
+    const HRESULT result = CoRegisterClassObject(
+        kLoaderClass, NewLoaderFactory(), CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &registration);
     if (FAILED(result)) {
         Log(L"the service cannot be registered");
         return 1;

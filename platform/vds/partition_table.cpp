@@ -190,8 +190,9 @@ std::optional<PartitionTable> ReadGpt(RawDisk& disk, std::uint64_t headerOffset)
         const auto last = Little<std::uint64_t>(entries, offset + 40);
         if (first > last || last >= disk.Size() / sector)
             continue;
-        table.partitions.push_back({first * sector, (last - first + 1) * sector,
-                                    KindOfGptEntry(type, Little<std::uint64_t>(entries, offset + 48))});
+        table.partitions.push_back(
+            {first * sector, (last - first + 1) * sector,
+             KindOfGptEntry(type, Little<std::uint64_t>(entries, offset + 48))});
     }
     return table;
 }
@@ -210,9 +211,9 @@ PartitionTable ReadPartitionTable(RawDisk& disk)
     if (disk.Size() < 3 * sector)
         return {};
     const auto mbr = ReadMbr(disk, 0);
-    const bool protective =
-        mbr && std::any_of(mbr->begin(), mbr->end(),
-                           [](const MbrEntry& entry) { return entry.type == kProtective; });
+    const bool protective = mbr && std::any_of(mbr->begin(), mbr->end(), [](const MbrEntry& entry) {
+                                return entry.type == kProtective;
+                            });
     if (protective || !mbr) {
         if (auto table = ReadGpt(disk, sector))
             return *table;

@@ -25,7 +25,8 @@ struct Partition {
 struct PartitionTable {
     PartitionStyle style = PartitionStyle::None;
     std::vector<Partition> partitions;
-    std::array<std::uint8_t, 16> id{}; // the GPT's GUID, or the MBR's signature in its first four bytes
+    std::array<std::uint8_t, 16>
+        id{}; // the GPT's GUID, or the MBR's signature in its first four bytes
 
     bool Holds(PartitionKind kind) const;
 };

@@ -147,7 +147,8 @@ class Disk final : public ComObject<IVdsDisk, IVdsAdvancedDisk, IVdsDiskOnline> 
     HRESULT STDMETHODCALLTYPE DeleteDriveLetter() override { return NotSupported(); }
     HRESULT STDMETHODCALLTYPE GetDriveLetter() override { return NotSupported(); }
     HRESULT STDMETHODCALLTYPE FormatPartition() override { return NotSupported(); }
-    HRESULT STDMETHODCALLTYPE Clean(BOOL force, BOOL forceOem, BOOL full, IVdsAsync** async) override
+    HRESULT STDMETHODCALLTYPE Clean(BOOL force, BOOL forceOem, BOOL full,
+                                    IVdsAsync** async) override
     {
         ServerActivity::Called();
         if (async == nullptr)
@@ -387,7 +388,8 @@ class Service final : public ComObject<IVdsService> {
     HRESULT STDMETHODCALLTYPE QueryUnallocatedDisks(IEnumVdsObject** disks) override
     {
         ServerActivity::Called();
-        return Enumerate(DisksWhere([](const DiskEntry& disk) { return disk.pack.empty(); }), disks);
+        return Enumerate(DisksWhere([](const DiskEntry& disk) { return disk.pack.empty(); }),
+                         disks);
     }
     HRESULT STDMETHODCALLTYPE GetObject(VDS_OBJECT_ID, VDS_OBJECT_TYPE, IUnknown** object) override
     {

@@ -1,0 +1,76 @@
+// driver_list.cpp - arranging any number of driver packages into the library's lists of eight.
+#include "driver_list.h"
+
+#include "session.h"
+#include "usage_error.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace kestro::host {
+namespace fs = std::filesystem;
+
+namespace {
+
+bool IsInf(const fs::path& path)
+{
+    return _wcsicmp(path.extension().c_str(), L".inf") == 0;
+}
+
+std::vector<std::wstring> InfsBelow(const fs::path& directory)
+{
+    std::vector<std::wstring> found;
+    for (const auto& entry :
+         fs::recursive_directory_iterator(directory, fs::directory_options::skip_permission_denied))
+        if (entry.is_regular_file() && IsInf(entry.path()))
+            found.push_back(entry.path().wstring());
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+} // namespace
+
+std::vector<std::wstring> FindInfs(const std::vector<std::wstring>& arguments)
+{
+    std::vector<std::wstring> infs;
+    const auto add = [&](const std::wstring& inf) {
+        if (std::find(infs.begin(), infs.end(), inf) == infs.end())
+            infs.push_back(inf);
+    };
+    for (const std::wstring& argument : arguments) {
+        const std::wstring path = FullPath(argument);
+        std::error_code error;
+        if (fs::is_directory(path, error)) {
+            const auto below = InfsBelow(path);
+            if (below.empty())
+                throw UsageError("there is no INF file below " + detail::Utf8(path));
+            std::for_each(below.begin(), below.end(), add);
+        } else if (fs::exists(path, error)) {
+            add(path);
+        } else {
+            throw UsageError("there is no INF file " + detail::Utf8(path));
+        }
+    }
+    return infs;
+}
+
+std::array<const wchar_t*, kListLength> DriverList::Entries() const
+{
+    std::array<const wchar_t*, kListLength> entries;
+    for (std::size_t i = 0; i < kListLength; ++i)
+        entries[i] = packages[std::min(i, packages.size() - 1)].c_str();
+    return entries;
+}
+
+std::vector<DriverList> Arrange(const std::vector<std::wstring>& infs)
+{
+    std::vector<DriverList> lists;
+    for (std::size_t i = 0; i < infs.size(); ++i) {
+        if (i % kListLength == 0)
+            lists.emplace_back();
+        lists.back().packages.push_back(infs[i]);
+    }
+    return lists;
+}
+
+} // namespace kestro::host
