@@ -9,12 +9,14 @@ namespace {
 
 std::mutex g_entrance;
 ApiState g_state;
+thread_local std::string t_lastError;
 
 HRESULT Report(const char* function, Code code, const char* reason)
 {
     char bits[16];
     std::snprintf(bits, sizeof bits, "0x%08X", static_cast<unsigned>(code));
-    g_state.log.Error(std::string(function) + " failed with " + bits + ": " + reason);
+    t_lastError = std::string(function) + " failed with " + bits + ": " + reason;
+    g_state.log.Error(t_lastError);
     return code;
 }
 
@@ -49,6 +51,11 @@ HRESULT ServeInitialized(const char* function, const std::function<HRESULT(ApiSt
             Refuse(code::not_initialized, "DismInitialize has not been called");
         return body(state);
     });
+}
+
+const std::string& LastError()
+{
+    return t_lastError;
 }
 
 Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData)

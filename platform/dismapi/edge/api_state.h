@@ -37,6 +37,9 @@ HRESULT Serve(const char* function, const std::function<HRESULT(ApiState&)>& bod
 // The same for every function but DismInitialize: without it they fail.
 HRESULT ServeInitialized(const char* function, const std::function<HRESULT(ApiState&)>& body);
 
+// What went wrong in this thread's last failing call; empty if none failed.
+const std::string& LastError();
+
 [[noreturn]] inline void Refuse(Code code, const std::string& reason)
 {
     throw ServicingError(code, reason);

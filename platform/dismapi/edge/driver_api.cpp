@@ -1,38 +1,173 @@
-// driver_api.cpp - the driver functions. The store behind them is not built yet: they answer as the
-// platform does for what it does not support.
+// driver_api.cpp - the driver packages of an offline image.
 #include "api_state.h"
+#include "driver_records.h"
+#include "driver_store.h"
+#include "file_system.h"
+#include "inf_package.h"
+#include "setup_inf.h"
+
+#include <filesystem>
 
 using namespace kestro::servicing;
 
+namespace fs = std::filesystem;
+
 namespace {
 
-HRESULT NotSupported(const char* function, DismSession session)
+std::string WindowsText(const fs::path& hostPath)
 {
-    return ServeInitialized(function, [&](ApiState& state) -> HRESULT {
-        state.Find(session);
-        Refuse(code::not_supported, "drivers cannot be serviced yet");
-    });
+    return Utf8(WindowsPath(hostPath.string()).data());
+}
+
+std::string InfFile(PCWSTR path)
+{
+    const std::string inf = HostPath(path);
+    if (IsDirectory(inf))
+        Refuse(code::access_denied, inf + " is a directory and not an INF file");
+    if (!fs::exists(inf))
+        Refuse(code::file_not_found, "there is no INF file " + inf);
+    return inf;
+}
+
+DriverPackage ReadInf(const fs::path& inf, Architecture architecture)
+{
+    DriverPackage package = ReadPackage(SetupInf(inf.string()), architecture);
+    package.inf = inf;
+    package.origin = WindowsText(inf.parent_path());
+    return package;
+}
+
+// An INF that cannot be read is still listed: it is in the image, and only a listing that shows it
+// lets its owner remove it.
+PackageInfo Describe(const ApiState& state, const DriverStore& store, const PublishedInf& inf,
+                     Architecture architecture)
+{
+    PackageInfo info;
+    info.publishedName = inf.name;
+    info.originalFileName = WindowsText(inf.stored.value_or(inf.path));
+    info.inBox = inf.inBox;
+    try {
+        info.package = ReadInf(inf.path, architecture);
+        info.signature = store.Signature(inf, info.package.catalog).state;
+    } catch (const ServicingError& error) {
+        state.log.Warning("the list shows " + inf.name + " without its details: " + error.what());
+    }
+    return info;
+}
+
+bool IsPath(const std::string& text)
+{
+    return text.find_first_of("\\/:") != std::string::npos;
+}
+
+PackageInfo DescribeInf(PCWSTR path, Architecture architecture)
+{
+    PackageInfo info;
+    const fs::path inf = InfFile(path);
+    info.originalFileName = WindowsText(inf);
+    info.package = ReadInf(inf, architecture);
+    if (const auto catalog = FindPath(inf.parent_path(), info.package.catalog);
+        catalog && !info.package.catalog.empty())
+        info.signature = CheckCatalog(*catalog, inf).state;
+    return info;
+}
+
+void LogAdded(const ApiState& state, const AddResult& added, const std::string& inf)
+{
+    if (added.alreadyThere)
+        state.log.Info(inf + " is in the image already, as " + added.published);
+    else
+        state.log.Info(inf + " was added as " + added.published + ", in " + added.folder.string());
 }
 
 } // namespace
 
-extern "C" HRESULT WINAPI DismAddDriver(DismSession session, PCWSTR, WINBOOL)
+extern "C" HRESULT WINAPI DismAddDriver(DismSession session, PCWSTR driverPath,
+                                        WINBOOL forceUnsigned)
 {
-    return NotSupported("DismAddDriver", session);
+    return ServeInitialized("DismAddDriver", [&](ApiState& state) -> HRESULT {
+        const Session& open = state.Find(session);
+        const std::string inf = InfFile(driverPath);
+        DriverStore store(open.root);
+        const auto package = ReadInf(inf, ImageArchitecture(open.root));
+        LogAdded(state, store.Add(package, forceUnsigned), inf);
+        return S_OK;
+    });
 }
 
-extern "C" HRESULT WINAPI DismRemoveDriver(DismSession session, PCWSTR)
+extern "C" HRESULT WINAPI DismRemoveDriver(DismSession session, PCWSTR driverPath)
 {
-    return NotSupported("DismRemoveDriver", session);
+    return ServeInitialized("DismRemoveDriver", [&](ApiState& state) -> HRESULT {
+        const Session& open = state.Find(session);
+        if (driverPath == nullptr)
+            Refuse(code::invalid_parameter, "the package's published name is missing");
+        const std::string name = Utf8(driverPath);
+        DriverStore(open.root).Remove(name);
+        state.log.Info(name + " was removed");
+        return S_OK;
+    });
 }
 
-extern "C" HRESULT WINAPI DismGetDrivers(DismSession session, WINBOOL, DismDriverPackage**, UINT*)
+extern "C" HRESULT WINAPI DismGetDrivers(DismSession session, WINBOOL allDrivers,
+                                         DismDriverPackage** driverPackage, UINT* count)
 {
-    return NotSupported("DismGetDrivers", session);
+    return ServeInitialized("DismGetDrivers", [&](ApiState& state) -> HRESULT {
+        const Session& open = state.Find(session);
+        if (driverPackage == nullptr || count == nullptr)
+            Refuse(code::invalid_parameter,
+                   "the place for the packages or their number is missing");
+        const DriverStore store(open.root);
+        const Architecture architecture = ImageArchitecture(open.root);
+        std::vector<PackageInfo> packages;
+        for (const auto& inf : store.List(allDrivers))
+            packages.push_back(Describe(state, store, inf, architecture));
+        *driverPackage = MakePackageRecords(packages);
+        *count = static_cast<UINT>(packages.size());
+        state.log.Info(std::to_string(*count) + " driver packages are in " + open.root);
+        return S_OK;
+    });
 }
 
-extern "C" HRESULT WINAPI DismGetDriverInfo(DismSession session, PCWSTR, DismDriver**, UINT*,
-                                            DismDriverPackage**)
+extern "C" HRESULT WINAPI DismGetDriverInfo(DismSession session, PCWSTR driverPath,
+                                            DismDriver** driver, UINT* count,
+                                            DismDriverPackage** driverPackage)
 {
-    return NotSupported("DismGetDriverInfo", session);
+    return ServeInitialized("DismGetDriverInfo", [&](ApiState& state) -> HRESULT {
+        const Session& open = state.Find(session);
+        if (driverPath == nullptr || driver == nullptr || count == nullptr)
+            Refuse(code::invalid_parameter,
+                   "the package, the place for the drivers or their number is missing");
+        const DriverStore store(open.root);
+        const Architecture architecture = ImageArchitecture(open.root);
+        const std::string name = Utf8(driverPath);
+        const auto published = IsPath(name) ? std::nullopt : store.Find(name);
+        const PackageInfo info = published ? Describe(state, store, *published, architecture)
+                                           : DescribeInf(driverPath, architecture);
+        // The package is optional to the caller.
+        if (driverPackage != nullptr)
+            *driverPackage = MakePackageRecords({info});
+        *driver = MakeDriverRecords(info.package, architecture);
+        *count = static_cast<UINT>(info.package.models.size());
+        return S_OK;
+    });
+}
+
+extern "C" HRESULT WINAPI DismDelete(void* structure)
+{
+    return Serve("DismDelete", [&](ApiState&) -> HRESULT {
+        if (!DeleteRecords(structure))
+            Refuse(code::invalid_parameter, "this is no memory that the API handed out");
+        return S_OK;
+    });
+}
+
+// Also without DismInitialize, whose own failure may be what is asked about.
+extern "C" HRESULT WINAPI DismGetLastErrorMessage(DismString** errorMessage)
+{
+    return Serve("DismGetLastErrorMessage", [&](ApiState&) -> HRESULT {
+        if (errorMessage == nullptr)
+            Refuse(code::invalid_parameter, "the place for the message is missing");
+        *errorMessage = MakeString(LastError());
+        return S_OK;
+    });
 }

@@ -4,8 +4,6 @@
 #include "file_system.h"
 #include "servicing_error.h"
 
-#include <vector>
-
 namespace kestro::servicing {
 std::string Utf8(const WCHAR* text)
 {
@@ -13,6 +11,24 @@ std::string Utf8(const WCHAR* text)
     std::string result(static_cast<std::size_t>(length > 0 ? length : 1), '\0');
     WideCharToMultiByte(CP_UTF8, 0, text, -1, result.data(), length, nullptr, nullptr);
     result.pop_back();
+    return result;
+}
+
+std::vector<WCHAR> Wide(const std::string& utf8)
+{
+    const int length = MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, nullptr, 0);
+    std::vector<WCHAR> text(static_cast<std::size_t>(length > 0 ? length : 1));
+    MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, text.data(), length);
+    return text;
+}
+
+std::vector<WCHAR> WindowsPath(const std::string& hostPath)
+{
+    WCHAR* const path = wine_get_dos_file_name(hostPath.c_str());
+    if (path == nullptr)
+        throw ServicingError(code::path_not_found, "Windows has no path to " + hostPath);
+    const std::vector<WCHAR> result(path, path + lstrlenW(path) + 1);
+    HeapFree(GetProcessHeap(), 0, path);
     return result;
 }
 

@@ -5,10 +5,16 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kestro::servicing {
 
 std::string Utf8(const WCHAR* text);
+// With its terminating zero.
+std::vector<WCHAR> Wide(const std::string& utf8);
+
+// The Windows path of a file of this machine, with its terminating zero.
+std::vector<WCHAR> WindowsPath(const std::string& hostPath);
 
 // The last part need not exist. Nothing when a part before it does not.
 std::optional<std::string> FindHostPath(const WCHAR* windowsPath);

@@ -30,6 +30,14 @@ inline constexpr Code disk_full = CodeOf(0x80070070);
 inline constexpr Code invalid_name = CodeOf(0x8007007B);
 inline constexpr Code unexpected = CodeOf(0x8000FFFF);
 
+inline constexpr Code bad_hive = CodeOf(0x800703F1);
+
+// SetupAPI's.
+inline constexpr Code inf_without_class = CodeOf(0x800F0200);
+inline constexpr Code inf_class_invalid = CodeOf(0x800F0206);
+inline constexpr Code package_unsigned = CodeOf(0x800F0247);
+inline constexpr Code inf_not_in_catalog = CodeOf(0x800F024B);
+
 // The servicing API's own.
 inline constexpr Code busy = CodeOf(0x800F0902);
 inline constexpr Code not_initialized = CodeOf(0xC0040001);

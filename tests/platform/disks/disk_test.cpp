@@ -168,10 +168,11 @@ TEST_F(Disks, OemPartitions)
     MemoryDisk mbr = Partitioned("label: dos\\n2048,8192,27\\n");
     EXPECT_TRUE(ReadPartitionTable(mbr).Holds(PartitionKind::Oem));
     EXPECT_FALSE(ReadPartitionTable(mbr).Holds(PartitionKind::Data));
-    MemoryDisk recovery =
-        Partitioned("label: gpt\\nstart=2048,size=8192,type=DE94BBA4-06D1-4D40-A16A-BFD50179D6AC\\n");
+    MemoryDisk recovery = Partitioned(
+        "label: gpt\\nstart=2048,size=8192,type=DE94BBA4-06D1-4D40-A16A-BFD50179D6AC\\n");
     EXPECT_TRUE(ReadPartitionTable(recovery).Holds(PartitionKind::Oem));
-    MemoryDisk required = Partitioned("label: gpt\\nstart=2048,size=8192,attrs=\"RequiredPartition\"\\n");
+    MemoryDisk required =
+        Partitioned("label: gpt\\nstart=2048,size=8192,attrs=\"RequiredPartition\"\\n");
     EXPECT_TRUE(ReadPartitionTable(required).Holds(PartitionKind::Oem));
 }
 

@@ -2,8 +2,9 @@
 // made by wimlib-imagex, and wimlib-imagex as the judge.
 #pragma once
 
+#include "files.h"
 #include "image_store.h"
-#include "servicing_error.h"
+#include "refusal.h"
 
 #include <gtest/gtest.h>
 
@@ -11,18 +12,6 @@
 #include <string>
 
 namespace kestro::test {
-
-namespace fs = std::filesystem;
-
-// Runs a command, returns what it printed, and fails the test if the command failed.
-std::string Shell(const std::string& command);
-// The same for a command whose failure is the answer.
-bool Succeeds(const std::string& command);
-
-std::string ReadFile(const fs::path& path);
-void WriteFile(const fs::path& path, const std::string& content);
-// Bytes that do not compress, the same for the same seed.
-std::string Noise(unsigned seed, std::size_t size);
 
 class ImageCase : public testing::Test {
   protected:
@@ -47,22 +36,4 @@ class ImageCase : public testing::Test {
     fs::path folder_;
 };
 
-// The code that a call fails with; ok when it does not.
-template <class Call>
-servicing::Code CodeOf(Call call)
-{
-    try {
-        call();
-    } catch (const servicing::ServicingError& error) {
-        return error.GetCode();
-    }
-    return servicing::code::ok;
-}
-
 } // namespace kestro::test
-
-// Codes are compared, and shown, in hex.
-#define EXPECT_CODE(call, expected)                                                                \
-    EXPECT_EQ(static_cast<unsigned>(kestro::test::CodeOf([&] { call; })),                          \
-              static_cast<unsigned>(expected))                                                     \
-        << std::hex << static_cast<unsigned>(expected)
