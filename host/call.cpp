@@ -34,7 +34,8 @@ class CapturedOutput {
     CapturedOutput() : path_(TemporaryFile(L"console")), saved_(_dup(1))
     {
         std::fflush(stdout);
-        const int file = _wopen(path_.c_str(), _O_CREAT | _O_TRUNC | _O_WRONLY | _O_BINARY, 0600);
+        // As text: a binary file would take the wide lines as UTF-16 among the narrow ones.
+        const int file = _wopen(path_.c_str(), _O_CREAT | _O_TRUNC | _O_WRONLY | _O_TEXT, 0600);
         if (file >= 0) {
             _dup2(file, 1);
             _close(file);
