@@ -1,12 +1,20 @@
 #!/usr/bin/env bash
-# What Kestro does, in front of you: kestro.exe, Kestro.dll and the embedded platform work on a real
-# image; wimlib-imagex, which is not ours, makes it and checks it. Run it as ./dev demo.
+# What Kestro does, in front of you: kestro.exe, Kestro.dll and the embedded platform work on a real image
+# and a real partition table; wimlib-imagex, sfdisk and blkid, which are not ours, make them and check
+# them. Run it as ./dev demo.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 
 export WINEPREFIX="$PWD/build/wine"
 work=$(mktemp -d)
-trap 'rm -rf "$work"; platform/kestro-wine --stop' EXIT
+disks="$WINEPREFIX/drive_c/ProgramData/Kestro/disks.ini"
+finish() {
+    # The disk service's own list comes back.
+    [ ! -f "$work/disks.ini" ] || mv "$work/disks.ini" "$disks"
+    rm -rf "$work"
+    platform/kestro-wine --stop
+}
+trap finish EXIT
 
 say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
 run() { printf '\033[2m$ %s\033[0m\n' "$*"; "$@"; }
@@ -42,6 +50,11 @@ printf 'made by the demo\n' >"$work/mount/Windows/new.txt"
 rm "$work/mount/Windows/System32/large.bin"
 echo "   hosts changed, new.txt added, large.bin removed"
 
+say "Add a driver package"
+packages=tests/fixtures/drivers/tidepool
+kestro driver add "$work/mount" "$packages/tidepoolhid.inf"
+kestro driver list "$work/mount"
+
 say "Unmount it, saving the changes"
 kestro unmount "$work/mount" --commit
 
@@ -50,9 +63,28 @@ run wimlib-imagex verify "$work/install.wim" --quiet && echo "   verified"
 run wimlib-imagex dir "$work/install.wim" 1
 inside() { wimlib-imagex extract "$work/install.wim" 1 "$1" --to-stdout; }
 absent() { ! inside "$1" >/dev/null 2>&1; }
+same_as() { inside "$2" | cmp -s - "$1"; }
+nothing_on() { ! "$@" "$work/disk.img" >/dev/null 2>&1; }
 contains() { inside "$1" | grep -q "$2"; }
 expect "hosts holds the new line" contains /Windows/System32/hosts deployment
 expect "new.txt is in the image" contains /Windows/new.txt "made by the demo"
 expect "large.bin is gone" absent /Windows/System32/large.bin
+expect "the driver's INF is in the image" same_as "$packages/tidepoolhid.inf" /Windows/INF/oem0.inf
+expect "its catalog is in the image" same_as "$packages/tidepoolhid.cat" \
+    "/Windows/System32/CatRoot/{F750E6C3-38EE-11D1-85E5-00C04FC295EE}/oem0.cat"
+
+say "A disk with partitions, made with sfdisk"
+truncate -s 64M "$work/disk.img"
+printf 'label: gpt\n2048,40960,U\n,,L\n' | sfdisk -q "$work/disk.img"
+sfdisk -l "$work/disk.img"
+mkdir -p "$(dirname "$disks")"
+[ ! -f "$disks" ] || mv "$disks" "$work/disks.ini"
+printf '[Demo]\r\nName=\\\\?\\PhysicalDrive1\r\nFile=Z:%s\r\n' "$work/disk.img" >"$disks"
+
+say "Clean it"
+kestro disk clean '\\?\PhysicalDrive1' --force --yes
+expect "sfdisk finds no partition table" nothing_on sfdisk -d
+expect "blkid finds nothing" nothing_on blkid -p
+rm "$disks"
 
 say "All of it worked"

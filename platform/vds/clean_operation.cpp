@@ -3,10 +3,9 @@
 
 #include "file_disk.h"
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
-#include <mutex>
-#include <set>
 #include <thread>
 
 namespace kestro::vds {
@@ -17,36 +16,28 @@ std::wstring Wide(const char* text)
     return std::wstring(text, text + strlen(text));
 }
 
-// One operation at a time on each disk.
+// One operation at a time on each disk, in all of the service's processes. The system lets go of a claim
+// whose process dies.
 class DiskClaim {
   public:
     static std::unique_ptr<DiskClaim> Take(const std::wstring& section)
     {
-        const std::lock_guard lock(Mutex());
-        return Taken().insert(section).second ? std::unique_ptr<DiskClaim>(new DiskClaim(section))
-                                              : nullptr;
+        std::wstring name = L"Kestro disk " + section;
+        std::replace(name.begin(), name.end(), L'\\', L'/');
+        const HANDLE claim = CreateEventW(nullptr, TRUE, FALSE, name.c_str());
+        if (claim != nullptr && GetLastError() != ERROR_ALREADY_EXISTS)
+            return std::unique_ptr<DiskClaim>(new DiskClaim(claim));
+        if (claim != nullptr)
+            CloseHandle(claim);
+        return nullptr;
     }
-    ~DiskClaim()
-    {
-        const std::lock_guard lock(Mutex());
-        Taken().erase(section_);
-    }
+    ~DiskClaim() { CloseHandle(claim_); }
     DiskClaim(const DiskClaim&) = delete;
     DiskClaim& operator=(const DiskClaim&) = delete;
 
   private:
-    explicit DiskClaim(std::wstring section) : section_(std::move(section)) {}
-    static std::mutex& Mutex()
-    {
-        static std::mutex mutex;
-        return mutex;
-    }
-    static std::set<std::wstring>& Taken()
-    {
-        static std::set<std::wstring> taken;
-        return taken;
-    }
-    std::wstring section_;
+    explicit DiskClaim(HANDLE claim) : claim_(claim) {}
+    HANDLE claim_;
 };
 
 class CleanAsync final : public ComObject<IVdsAsync> {
@@ -71,13 +62,11 @@ class CleanAsync final : public ComObject<IVdsAsync> {
 
     HRESULT STDMETHODCALLTYPE Cancel() override
     {
-        ServerActivity::Called();
         cancelled_ = true;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE Wait(HRESULT* result, VDS_ASYNC_OUTPUT* output) override
     {
-        ServerActivity::Called();
         if (result == nullptr || output == nullptr)
             return E_INVALIDARG;
         WaitForSingleObject(done_, INFINITE);
@@ -88,7 +77,6 @@ class CleanAsync final : public ComObject<IVdsAsync> {
     }
     HRESULT STDMETHODCALLTYPE QueryStatus(HRESULT* result, ULONG* percent) override
     {
-        ServerActivity::Called();
         if (result == nullptr || percent == nullptr)
             return E_INVALIDARG;
         const bool done = WaitForSingleObject(done_, 0) == WAIT_OBJECT_0;

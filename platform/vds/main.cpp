@@ -21,8 +21,10 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int)
     if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
         return 1;
     DWORD registration = 0;
+    // One process for each client. Wine does not notice that a server died: with a registration for
+    // many clients, every later one would be sent to the dead process.
     const HRESULT result = CoRegisterClassObject(
-        kLoaderClass, NewLoaderFactory(), CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &registration);
+        kLoaderClass, NewLoaderFactory(), CLSCTX_LOCAL_SERVER, REGCLS_SINGLEUSE, &registration);
     if (FAILED(result)) {
         Log(L"the service cannot be registered");
         return 1;

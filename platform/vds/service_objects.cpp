@@ -6,6 +6,10 @@
 #include "disk_list.h"
 #include "file_disk.h"
 
+#include <rpc.h>
+
+#include <rpcdcep.h>
+
 #include <cstring>
 #include <functional>
 
@@ -14,10 +18,8 @@ namespace {
 
 // --- helpers ----------------------------------------------------------------------------------------
 
-// Every method starts here, which keeps the process from ending under its clients.
 HRESULT NotSupported()
 {
-    ServerActivity::Called();
     return code::not_supported;
 }
 
@@ -54,7 +56,6 @@ class Enumerator final : public ComObject<IEnumVdsObject> {
 
     HRESULT STDMETHODCALLTYPE Next(ULONG count, IUnknown** objects, ULONG* fetched) override
     {
-        ServerActivity::Called();
         if (objects == nullptr || fetched == nullptr)
             return E_INVALIDARG;
         *fetched = 0;
@@ -68,20 +69,17 @@ class Enumerator final : public ComObject<IEnumVdsObject> {
     }
     HRESULT STDMETHODCALLTYPE Skip(ULONG count) override
     {
-        ServerActivity::Called();
         const std::size_t left = objects_.size() - next_;
         next_ += std::min<std::size_t>(count, left);
         return count <= left ? S_OK : S_FALSE;
     }
     HRESULT STDMETHODCALLTYPE Reset() override
     {
-        ServerActivity::Called();
         next_ = 0;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE Clone(IEnumVdsObject** clone) override
     {
-        ServerActivity::Called();
         if (clone == nullptr)
             return E_INVALIDARG;
         for (IUnknown* object : objects_)
@@ -120,7 +118,6 @@ class Disk final : public ComObject<IVdsDisk, IVdsAdvancedDisk, IVdsDiskOnline> 
     HRESULT STDMETHODCALLTYPE GetProperties(VDS_DISK_PROP* properties) override;
     HRESULT STDMETHODCALLTYPE GetPack(IVdsPack** pack) override
     {
-        ServerActivity::Called();
         if (pack == nullptr)
             return E_INVALIDARG;
         *pack = nullptr;
@@ -150,7 +147,6 @@ class Disk final : public ComObject<IVdsDisk, IVdsAdvancedDisk, IVdsDiskOnline> 
     HRESULT STDMETHODCALLTYPE Clean(BOOL force, BOOL forceOem, BOOL full,
                                     IVdsAsync** async) override
     {
-        ServerActivity::Called();
         if (async == nullptr)
             return E_INVALIDARG;
         return BeginClean(entry_, {force != FALSE, forceOem != FALSE, full != FALSE}, async);
@@ -162,7 +158,6 @@ class Disk final : public ComObject<IVdsDisk, IVdsAdvancedDisk, IVdsDiskOnline> 
   private:
     HRESULT SetOnline(bool online)
     {
-        ServerActivity::Called();
         const auto current = ReadDisk(entry_.section);
         if (!current)
             return code::object_not_found;
@@ -180,7 +175,6 @@ class Disk final : public ComObject<IVdsDisk, IVdsAdvancedDisk, IVdsDiskOnline> 
 
 HRESULT STDMETHODCALLTYPE Disk::GetProperties(VDS_DISK_PROP* properties)
 {
-    ServerActivity::Called();
     if (properties == nullptr)
         return E_INVALIDARG;
     const auto current = ReadDisk(entry_.section);
@@ -237,7 +231,6 @@ class Pack final : public ComObject<IVdsPack> {
 
     HRESULT STDMETHODCALLTYPE GetProperties(VDS_PACK_PROP* properties) override
     {
-        ServerActivity::Called();
         if (properties == nullptr)
             return E_INVALIDARG;
         *properties = {};
@@ -248,7 +241,6 @@ class Pack final : public ComObject<IVdsPack> {
     }
     HRESULT STDMETHODCALLTYPE GetProvider(IVdsProvider** provider) override
     {
-        ServerActivity::Called();
         if (provider == nullptr)
             return E_INVALIDARG;
         IUnknown* const object = NewProvider(provider_);
@@ -259,12 +251,10 @@ class Pack final : public ComObject<IVdsPack> {
     }
     HRESULT STDMETHODCALLTYPE QueryVolumes(IEnumVdsObject** volumes) override
     {
-        ServerActivity::Called();
         return Enumerate({}, volumes);
     }
     HRESULT STDMETHODCALLTYPE QueryDisks(IEnumVdsObject** disks) override
     {
-        ServerActivity::Called();
         return Enumerate(DisksWhere([this](const DiskEntry& disk) {
                              return disk.provider == provider_ && disk.pack == pack_;
                          }),
@@ -309,7 +299,6 @@ class Provider final : public ComObject<IVdsProvider, IVdsSwProvider> {
 
     HRESULT STDMETHODCALLTYPE GetProperties(VDS_PROVIDER_PROP* properties) override
     {
-        ServerActivity::Called();
         if (properties == nullptr)
             return E_INVALIDARG;
         *properties = {};
@@ -321,7 +310,6 @@ class Provider final : public ComObject<IVdsProvider, IVdsSwProvider> {
     }
     HRESULT STDMETHODCALLTYPE QueryPacks(IEnumVdsObject** packs) override
     {
-        ServerActivity::Called();
         Objects objects;
         for (const std::wstring& pack : Distinct([this](const DiskEntry& disk) {
                  return disk.provider == name_ ? disk.pack : std::wstring();
@@ -351,17 +339,14 @@ class Service final : public ComObject<IVdsService> {
   public:
     HRESULT STDMETHODCALLTYPE IsServiceReady() override
     {
-        ServerActivity::Called();
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE WaitForServiceReady() override
     {
-        ServerActivity::Called();
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetProperties(VDS_SERVICE_PROP* properties) override
     {
-        ServerActivity::Called();
         if (properties == nullptr)
             return E_INVALIDARG;
         *properties = {};
@@ -370,7 +355,6 @@ class Service final : public ComObject<IVdsService> {
     }
     HRESULT STDMETHODCALLTYPE QueryProviders(DWORD masks, IEnumVdsObject** providers) override
     {
-        ServerActivity::Called();
         if ((masks & ~(VDS_QUERY_SOFTWARE_PROVIDERS | VDS_QUERY_HARDWARE_PROVIDERS)) != 0)
             return E_INVALIDARG;
         Objects objects;
@@ -382,12 +366,10 @@ class Service final : public ComObject<IVdsService> {
     }
     HRESULT STDMETHODCALLTYPE QueryMaskedDisks(IEnumVdsObject** disks) override
     {
-        ServerActivity::Called();
         return Enumerate({}, disks);
     }
     HRESULT STDMETHODCALLTYPE QueryUnallocatedDisks(IEnumVdsObject** disks) override
     {
-        ServerActivity::Called();
         return Enumerate(DisksWhere([](const DiskEntry& disk) { return disk.pack.empty(); }),
                          disks);
     }
@@ -401,12 +383,10 @@ class Service final : public ComObject<IVdsService> {
     HRESULT STDMETHODCALLTYPE QueryFileSystemTypes() override { return NotSupported(); }
     HRESULT STDMETHODCALLTYPE Reenumerate() override
     {
-        ServerActivity::Called();
         return S_OK; // every query reads the disks anew
     }
     HRESULT STDMETHODCALLTYPE Refresh() override
     {
-        ServerActivity::Called();
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE CleanupObsoleteMountPoints() override { return NotSupported(); }
@@ -421,7 +401,6 @@ class Loader final : public ComObject<IVdsServiceLoader> {
   public:
     HRESULT STDMETHODCALLTYPE LoadService(LPWSTR machine, IVdsService** service) override
     {
-        ServerActivity::Called();
         if (service == nullptr)
             return E_INVALIDARG;
         *service = nullptr;
@@ -446,10 +425,13 @@ class LoaderFactory final : public IClassFactory {
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID id, void** object) override
     {
-        ServerActivity::Called();
         *object = nullptr;
         if (outer != nullptr)
             return CLASS_E_NOAGGREGATION;
+        ULONG client = 0;
+        if (I_RpcBindingInqLocalClientPID(nullptr, &client) != RPC_S_OK ||
+            !ServerActivity::ServeOnly(client))
+            return E_ACCESSDENIED;
         auto* const loader = new Loader;
         const HRESULT result = loader->QueryInterface(id, object);
         loader->Release();

@@ -1,0 +1,226 @@
+"""Cleaning disks and bringing them online and offline through kestro.exe, Kestro.dll, COM and the
+embedded disk service; sfdisk partitions them, and sfdisk and blkid say what is left."""
+
+import json
+import os
+import signal
+import subprocess
+import time
+import unittest
+
+from kestro_case import HANG, KestroCase
+
+DISKS = os.path.join(os.environ["WINEPREFIX"], "drive_c", "ProgramData", "Kestro", "disks.ini")
+
+GPT = "label: gpt\n2048,8192\n12288,4096\n"
+MBR = "label: dos\n2048,8192,7\n10240,16384,E\n12288,4096\n"
+OEM = "label: dos\n2048,8192,27\n"
+
+
+class DiskCase(KestroCase):
+    """Each test describes the disks it needs to the service."""
+
+    def setUp(self):
+        super().setUp()
+        os.makedirs(os.path.dirname(DISKS), exist_ok=True)
+        self.addCleanup(lambda: os.path.exists(DISKS) and os.remove(DISKS))
+        self.disks = []
+
+    def disk(self, script=GPT, megabytes=16, **keys):
+        """A partitioned disk; returns its file and its name."""
+        number = len(self.disks) + 1
+        file = self.path("disk%d.img" % number)
+        with open(file, "wb") as stream:
+            stream.truncate(megabytes << 20)
+        if script:
+            subprocess.run(["sfdisk", "-q", file], input=script, text=True, check=True, timeout=HANG,
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        name = "\\\\?\\PhysicalDrive%d" % number
+        self.disks.append({"Name": name, "File": "Z:" + file.replace("/", "\\"), **keys})
+        self.describe()
+        return file, name
+
+    def describe(self):
+        with open(DISKS, "w", encoding="utf-8") as stream:
+            for number, keys in enumerate(self.disks, 1):
+                stream.write("[Disk %d]\r\n" % number)
+                stream.writelines("%s=%s\r\n" % item for item in keys.items())
+
+    def is_empty(self, file):
+        """Neither sfdisk nor blkid finds anything on the disk."""
+        return all(subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                  timeout=HANG).returncode != 0
+                   for command in (["sfdisk", "-d", file], ["blkid", "-p", file]))
+
+    def clean(self, name, *options, **more):
+        return self.kestro("disk", "clean", name, "--yes", *options, **more)
+
+    def bytes_of(self, file):
+        with open(file, "rb") as stream:
+            return stream.read()
+
+
+class Clean(DiskCase):
+    def test_partitions_of_both_kinds_are_gone(self):
+        for script in (GPT, MBR):
+            with self.subTest(script=script):
+                file, name = self.disk(script)
+                self.assertFalse(self.is_empty(file))
+                self.clean(name, "--force")
+                self.assertTrue(self.is_empty(file))
+
+    def test_a_disk_of_a_pack(self):
+        self.disk()
+        file, name = self.disk(Pack="Pack 1")
+        self.disk(Pack="Pack 1")
+        other, other_name = self.disk(Pack="Pack 2", Provider="Another provider")
+        self.clean(name, "--force")
+        self.assertTrue(self.is_empty(file))
+        self.assertFalse(self.is_empty(other))
+        self.clean(other_name, "--force")
+        self.assertTrue(self.is_empty(other))
+
+    def test_a_plain_clean_leaves_the_data_and_a_full_one_nothing(self):
+        file, name = self.disk()
+        with open(file, "r+b") as stream:
+            stream.seek(5 << 20)
+            stream.write(b"data" * 1000)
+        self.clean(name, "--force")
+        self.assertIn(b"datadata", self.bytes_of(file))
+        self.clean(name, "--full")
+        self.assertEqual(self.bytes_of(file).count(0), 16 << 20)
+
+    def test_without_yes_nothing_is_done(self):
+        file, name = self.disk()
+        before = self.bytes_of(file)
+        self.assertEqual(self.exit_code("disk", "clean", name, "--force"), 2)
+        self.assertIn(name, self.errors)
+        self.assertEqual(self.bytes_of(file), before)
+
+    def test_a_disk_that_is_not_there(self):
+        file, _ = self.disk()
+        before = self.bytes_of(file)
+        log = self.clean("\\\\?\\PhysicalDrive9", exit_code=3).log()
+        self.assertTrue(any(line.startswith("No more providers") for line in log))
+        self.assertEqual(self.bytes_of(file), before)
+
+    def test_the_log_ends_with_the_outcome(self):
+        _, name = self.disk()
+        self.disk(Pack="Pack 1")
+        report = self.clean(name, "--force")
+        log = report.log()
+        self.assertEqual(report["Log"]["righe"], str(len(log) + 1))
+        self.assertIn("Disk cleaned successfully.", log)
+
+
+class Refusals(DiskCase):
+    def refused(self, code, script=GPT, options=(), **keys):
+        file, name = self.disk(script, **keys)
+        before = self.bytes_of(file)
+        self.clean(name, *options, exit_code=1)
+        self.assertIn("0x%08X" % code, self.errors)
+        self.assertEqual(self.bytes_of(file), before)
+        return file, name
+
+    def test_data_without_force(self):
+        file, name = self.refused(0x80042408)
+        self.clean(name, "--force")
+        self.assertTrue(self.is_empty(file))
+
+    def test_an_oem_partition_without_its_own_force(self):
+        file, name = self.refused(0x8004240A, OEM, ["--force"])
+        self.clean(name, "--force", "--force-oem")
+        self.assertTrue(self.is_empty(file))
+
+    def test_read_only_offline_system_boot(self):
+        for code, keys in ((0x8004280B, {"ReadOnly": "yes"}), (0x8004280A, {"Online": "no"}),
+                           (0x80042811, {"System": "yes"}), (0x80042807, {"Boot": "yes"})):
+            with self.subTest(keys=keys):
+                self.refused(code, options=["--force", "--force-oem"], **keys)
+
+
+class OnlineOffline(DiskCase):
+    def state(self, number=1):
+        with open(DISKS, encoding="utf-8") as stream:
+            section = stream.read().split("[Disk %d]" % number)[1].split("[")[0]
+        return [line.split("=")[1].strip() for line in section.splitlines()
+                if line.startswith("Online=")]
+
+    def test_round_trip(self):
+        for keys in ({}, {"Pack": "Pack 1"}):
+            with self.subTest(**keys):
+                self.disks = []
+                file, name = self.disk(**keys)
+                self.assertEqual(self.exit_code("disk", "offline", name), 0, self.errors)
+                self.assertEqual(self.state(), ["no"])
+                self.clean(name, "--force", exit_code=1)
+                self.assertEqual(self.exit_code("disk", "online", name), 0, self.errors)
+                self.assertEqual(self.state(), ["yes"])
+                self.assertEqual(self.exit_code("disk", "online", name), 0, self.errors)
+                self.clean(name, "--force")
+                self.assertTrue(self.is_empty(file))
+
+    def test_a_disk_that_is_not_there(self):
+        self.disk()
+        for command in ("online", "offline"):
+            self.assertEqual(self.exit_code("disk", command, "\\\\?\\PhysicalDrive9"), 3)
+
+    def test_a_system_disk_stays_online(self):
+        _, name = self.disk(System="yes")
+        self.assertEqual(self.exit_code("disk", "offline", name), 1)
+        self.assertIn("0x80042811", self.errors)
+
+    def test_json(self):
+        _, name = self.disk()
+        self.assertEqual(self.exit_code("disk", "offline", name, "--json"), 0, self.errors)
+        document = json.loads(self.output)
+        self.assertEqual((document["succeeded"], document["found"], document["disk"]),
+                         (True, True, name))
+
+
+class Crashes(DiskCase):
+    def service(self):
+        """Processes of the disk service in this prefix."""
+        found = []
+        for entry in os.listdir("/proc"):
+            try:
+                with open("/proc/%s/cmdline" % entry, "rb") as stream:
+                    line = stream.read()
+                with open("/proc/%s/environ" % entry, "rb") as stream:
+                    prefix = b"WINEPREFIX=" + os.environ["WINEPREFIX"].encode() + b"\0"
+                    mine = prefix in stream.read() + b"\0"
+            except OSError:
+                continue
+            if mine and line.rstrip(b"\0").split(b"\0")[0].lower().endswith(b"vds.exe"):
+                found.append(int(entry))
+        return found
+
+    def test_a_service_that_dies_under_a_clean(self):
+        file, name = self.disk(None, megabytes=64, KilobytesPerSecond="2048")
+        with open(file, "r+b") as stream:
+            stream.write(b"\xAA" * (64 << 20))
+        process = subprocess.Popen(
+            self.command("disk", "clean", name, "--full", "--yes"), stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        self.wait_until(lambda: self.bytes_of(file)[-4096:] == bytes(4096))
+        services = self.service()
+        self.assertEqual(len(services), 1)
+        os.kill(services[0], signal.SIGKILL)
+        _, errors = process.communicate(timeout=HANG)
+        self.assertEqual(process.returncode, 1, errors)
+        self.assertRegex(errors, "0x80(0706BA|0706BE|010108|0706BF)")
+        # The next call starts a new service.
+        self.disks[0].pop("KilobytesPerSecond")
+        self.describe()
+        self.clean(name, "--full")
+        self.assertEqual(self.bytes_of(file).count(0), 64 << 20)
+
+    def wait_until(self, condition):
+        end = time.monotonic() + HANG
+        while not condition():
+            self.assertLess(time.monotonic(), end, "the clean did not begin")
+            time.sleep(0.05)
+
+
+if __name__ == "__main__":
+    unittest.main()
