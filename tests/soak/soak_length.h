@@ -1,6 +1,7 @@
 // soak_length.h - how long the soak tests go on: short as a part of the tests, long by ./dev soak.
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -20,8 +21,8 @@ struct SoakLength {
 
     void ShowProgress(long done, long all) const
     {
-        if (shows_progress && all >= 50 && done % (all / 50) == 0)
-            std::fprintf(stderr, "\r%3ld %% of %ld rounds ", 100 * done / all, all);
+        if (shows_progress && done % std::max(1L, all / 50) == 0)
+            std::fprintf(stderr, "\r%3ld %% of %ld ", 100 * done / all, all);
     }
 };
 
