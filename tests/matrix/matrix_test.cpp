@@ -1,0 +1,397 @@
+// matrix_test.cpp - every export under every combination of the platform's answers, compared event by
+// event with the model.
+#include "matrix/choices.h"
+#include "matrix/model.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace kestro::test {
+namespace {
+
+// --- doubles of the functions that only the device exports call ---
+
+HRESULT Answer(const char* function, const std::string& arguments)
+{
+    Platform& platform = Platform::Active();
+    const HRESULT result = platform.NextAnswer(function);
+    platform.Record(
+        Format("%s(%s) -> %08X", function, arguments.c_str(), static_cast<unsigned>(result)));
+    return result;
+}
+
+BOOL WINAPI InstallDriver(HWND parent, LPCWSTR path, DWORD flags, PBOOL restart)
+{
+    const Platform& platform = Platform::Active();
+    return Answer("DiInstallDriverW", platform.ShowPointer(parent) + ", " + platform.Show(path) +
+                                          Format(", 0x%lX, ", flags) +
+                                          platform.ShowPointer(restart));
+}
+
+HANDLE WINAPI CreateFileDouble(LPCWSTR path, DWORD access, DWORD share,
+                               LPSECURITY_ATTRIBUTES security, DWORD disposition, DWORD flags,
+                               HANDLE pattern)
+{
+    const Platform& platform = Platform::Active();
+    const HRESULT number =
+        Answer("CreateFileW", platform.Show(path) + Format(", 0x%lX, %lu, ", access, share) +
+                                  platform.ShowPointer(security) +
+                                  Format(", %lu, 0x%lX, ", disposition, flags) +
+                                  platform.ShowPointer(pattern));
+    return reinterpret_cast<HANDLE>(static_cast<intptr_t>(number));
+}
+
+const Doubles doubles{{"DiInstallDriverW", InstallDriver}, {"CreateFileW", CreateFileDouble}};
+
+// --- outcomes ---
+
+constexpr HRESULT image_unusable = static_cast<HRESULT>(0xC1420113);
+
+// Plain success, two other success codes, three failures.
+const std::vector<HRESULT> all_outcomes{S_OK,   S_FALSE,        3010,
+                                        E_FAIL, E_ACCESSDENIED, image_unusable};
+// For operations whose own variants multiply the combinations.
+const std::vector<HRESULT> few_outcomes{S_OK, S_FALSE, E_FAIL, image_unusable};
+const std::vector<HRESULT> pass_or_fail{S_OK, E_ACCESSDENIED};
+const std::vector<HRESULT> always_ok{S_OK};
+
+// --- arguments, known by their addresses ---
+
+const wchar_t image_file[] = L"C:\\images\\install.wim";
+const wchar_t mount_path[] = L"C:\\mount";
+const wchar_t image_path[] = L"C:\\offline";
+const wchar_t log_file[] = L"C:\\logs\\dism.log";
+const wchar_t driver_path[] = L"oem3.inf";
+const wchar_t any_path[] = L"\\\\.\\PhysicalDrive1";
+constexpr ResultFile result_file{"C:\\result.ini", L"C:\\result.ini"};
+
+void NameArguments(Platform& platform)
+{
+    platform.Name(image_file, "ImageFilePath");
+    platform.Name(mount_path, "MountPath");
+    platform.Name(image_path, "ImagePath");
+    platform.Name(log_file, "LogFilePath");
+    platform.Name(any_path, "Path");
+    platform.Name(result_file.narrow, "ResultFile");
+    platform.Name(result_file.wide, "ResultFile");
+}
+
+// --- one export under test ---
+
+struct Subject {
+    std::string name;
+    std::function<ExpectedEvents(const Situation&)> predict;
+    std::function<void(Platform&, const Situation&)> run;
+};
+
+// Last errors of every length and sign, dates of every width: another kind for each combination.
+Script ScriptOf(int combination)
+{
+    static constexpr DWORD error_bases[] = {100000, 0xFFFF0000, 0x80000000, 0};
+    const DWORD base = error_bases[combination % 4];
+    Script script;
+    script.last_error = [=](size_t events) { return base + static_cast<DWORD>(events); };
+    script.clock = [=](int reading) {
+        const int tick = combination + reading;
+        return LocalTime(1970 + combination % 200, 1 + tick % 12, 1 + tick % 31, tick % 24,
+                         (7 * tick) % 60, (13 * tick) % 60);
+    };
+    return script;
+}
+
+Situation SituationOf(Form form, int combination)
+{
+    Situation situation;
+    situation.form = form;
+    situation.script = ScriptOf(combination);
+    situation.has_result_file = combination % 7 != 6;
+    situation.session = combination % 2 ? 7 : 0xFFFFFFFF;
+    return situation;
+}
+
+constexpr int failures_shown = 5;
+int failures = 0;
+
+void CompareOne(const Subject& subject, Form form, Choices& choices, int combination)
+{
+    Situation situation = SituationOf(form, combination);
+    situation.answer = [&](const std::string& function) { return choices.Next(function); };
+    const ExpectedEvents expected = subject.predict(situation);
+
+    Platform platform(situation.script);
+    platform.session = situation.session;
+    NameArguments(platform);
+    choices.Apply(platform);
+    subject.run(platform, situation);
+    const testing::AssertionResult same = SameTranscript(expected, platform.Recorded());
+    if (!same && ++failures <= failures_shown)
+        ADD_FAILURE() << subject.name << ", " << NameOf(form) << " form, combination "
+                      << combination << ": " << choices.Describe() << '\n'
+                      << same.message();
+    else if (!same)
+        testing::Test::RecordProperty("failures", failures);
+    if (platform.live_copies != 0)
+        ADD_FAILURE() << subject.name << " left " << platform.live_copies << " copies";
+}
+
+// Returns the number of combinations.
+int CompareAll(const Subject& subject, Form form, const std::vector<HRESULT>& outcomes)
+{
+    const int failures_before = failures;
+    Choices choices(outcomes);
+    int combinations = 0;
+    do
+        CompareOne(subject, form, choices, combinations++);
+    while (choices.Advance());
+    if (failures > failures_before)
+        ADD_FAILURE() << subject.name << ", " << NameOf(form)
+                      << " form: " << failures - failures_before << " of " << combinations
+                      << " combinations differ";
+    return combinations;
+}
+
+int total = 0;
+
+void CompareForms(const std::vector<Subject>& subjects, const std::vector<HRESULT>& outcomes,
+                  std::initializer_list<Form> which = {Form::narrow, Form::wide})
+{
+    for (const Form form : which) {
+        int combinations = 0;
+        for (const Subject& subject : subjects)
+            combinations += CompareAll(subject, form, outcomes);
+        std::printf("%-30s %-6s %6d combinations\n", subjects.front().name.c_str(), NameOf(form),
+                    combinations);
+        total += combinations;
+    }
+    std::fflush(stdout);
+}
+
+class Total : public testing::Environment {
+    void TearDown() override { std::printf("%d combinations in all\n", total); }
+};
+
+const testing::Environment* const environment = testing::AddGlobalTestEnvironment(new Total);
+
+// Calls an export whose last argument is the ResultFile and records what it returns.
+template <typename... Arguments>
+void Call(const char* name, Platform& platform, const Situation& situation, Arguments... arguments)
+{
+    const ResultFile file = situation.has_result_file ? result_file : ResultFile{};
+    platform.Returned(KestroLibrary::Get().Call(name, situation.form, file, arguments...));
+}
+
+// --- images ---
+
+TEST(Matrix, MountWimImage)
+{
+    CompareForms({{"MountWimImage", PredictMount,
+                   [](Platform& platform, const Situation& situation) {
+                       Call("MountWimImage", platform, situation, image_file, mount_path, log_file);
+                   }}},
+                 all_outcomes);
+}
+
+TEST(Matrix, UnmountWimImage)
+{
+    std::vector<Subject> subjects;
+    for (const DWORD flags : {0ul, 1ul, 9999999ul, 10000000ul, 0x80000000ul, 0xFFFFFFFFul})
+        subjects.push_back(
+            {"UnmountWimImage", [=](const Situation& s) { return PredictUnmount(s, flags); },
+             [=](Platform& platform, const Situation& situation) {
+                 Call("UnmountWimImage", platform, situation, mount_path, flags, log_file);
+             }});
+    CompareForms(subjects, all_outcomes);
+}
+
+// --- drivers ---
+
+void CompareDriverChange(const char* name, ExpectedEvents (*predict)(const Situation&))
+{
+    CompareForms({{name, predict,
+                   [=](Platform& platform, const Situation& situation) {
+                       platform.Name(driver_path, "DriverPath");
+                       Call(name, platform, situation, image_path, driver_path, log_file);
+                   }}},
+                 all_outcomes);
+}
+
+TEST(Matrix, AddDriver)
+{
+    CompareDriverChange("AddDriver", PredictAddDriver);
+}
+
+TEST(Matrix, RemoveDriver)
+{
+    CompareDriverChange("RemoveDriver", PredictRemoveDriver);
+}
+
+Subject GetDriverInfo()
+{
+    return {"GetDriverInfo", PredictGetDriverInfo,
+            [](Platform& platform, const Situation& situation) {
+                platform.Name(driver_path, "Driver");
+                Call("GetDriverInfo", platform, situation, image_path, driver_path, log_file);
+            }};
+}
+
+TEST(Matrix, GetDriverInfo)
+{
+    CompareForms({GetDriverInfo()}, all_outcomes);
+}
+
+// Records as the platform lays them out.
+std::vector<char> RecordsOf(const std::vector<PackageNames>& packages)
+{
+    constexpr size_t size = 100;
+    std::vector<char> records(size * packages.size(), '\xEE');
+    for (size_t i = 0; i < packages.size(); ++i) {
+        const wchar_t* names[] = {packages[i].published.c_str(), packages[i].original.c_str()};
+        std::memcpy(records.data() + size * i, names, sizeof names);
+    }
+    return records;
+}
+
+Subject GetDrivers(const std::vector<PackageNames>& packages)
+{
+    return {Format("GetDrivers, %u packages", static_cast<unsigned>(packages.size())),
+            [=](const Situation& s) { return PredictGetDrivers(s, packages); },
+            [=](Platform& platform, const Situation& situation) {
+                const std::vector<char> records = RecordsOf(packages);
+                platform.packages = records.data();
+                platform.package_count = static_cast<UINT>(packages.size());
+                Call("GetDrivers", platform, situation, image_path, log_file);
+            }};
+}
+
+TEST(Matrix, GetDriversWithNothingToList)
+{
+    CompareForms({GetDrivers({})}, all_outcomes);
+}
+
+TEST(Matrix, GetDriversWithPackages)
+{
+    std::vector<PackageNames> packages{{L"oem0.inf", L"net.inf"}};
+    CompareForms({GetDrivers(packages)}, few_outcomes);
+    packages.push_back({L"oem\u00e91.inf", L"\u4e2d\u6587 %s.inf"});
+    packages.push_back({L"", L""});
+    CompareForms({GetDrivers(packages)}, few_outcomes);
+    while (packages.size() < 12)
+        packages.push_back({L"oem" + std::to_wstring(packages.size()) + L".inf",
+                            std::wstring(300, L'x') + L".inf"});
+    CompareForms({GetDrivers(packages)}, pass_or_fail);
+}
+
+// --- the driver list ---
+
+Subject AddDriverList(const char* name, const DriverPaths& paths)
+{
+    return {name, [=](const Situation& s) { return PredictAddDriverList(s, paths); },
+            [=](Platform& platform, const Situation& situation) {
+                for (size_t i = 0; i < paths.size(); ++i)
+                    platform.Name(paths[i], NameOfEntry(paths, i));
+                Call("AddDriverList", platform, situation, image_path, paths.data(), log_file);
+            }};
+}
+
+const DriverPaths plain_paths{L"C:\\d\\a.inf", L"C:\\d\\b.inf", L"C:\\d\\c.inf", L"C:\\d\\d.inf",
+                              L"C:\\d\\e.inf", L"C:\\d\\f.inf", L"C:\\d\\g.inf", L"C:\\d\\h.inf"};
+// Keys around the length that decides how they arrive, one of them twice, and others than ASCII.
+const wchar_t* const twice = L"twice.inf";
+const DriverPaths odd_paths{L"seven.i", L"eight.in", L"",   L"\u00e9\u00e9\u00e9\u00e9.in",
+                            twice,      L"a",        twice, L"C:\\\u4e2d\u6587.inf"};
+const DriverPaths with_nulls{L"C:\\d\\a.inf", nullptr, L"c.inf", L"C:\\d\\d.inf",
+                             nullptr,         nullptr, L"g",     nullptr};
+
+// Lets each package pass or fail, with the session's own calls all passing.
+Subject OnlyPackages(Subject subject)
+{
+    const auto predict = subject.predict;
+    subject.predict = [=](const Situation& situation) {
+        Situation passing = situation;
+        passing.answer = [&](const std::string& function) {
+            return function == "DismAddDriver" ? situation.answer(function) : S_OK;
+        };
+        return predict(passing);
+    };
+    return subject;
+}
+
+// Lets the session's calls pass or fail, with packages that pass and fail in turn.
+Subject OnlySession(Subject subject)
+{
+    const auto predict = subject.predict;
+    subject.predict = [=](const Situation& situation) {
+        Situation alternating = situation;
+        alternating.answer = [&](const std::string& function) {
+            return function == "DismAddDriver" ? S_OK : situation.answer(function);
+        };
+        return predict(alternating);
+    };
+    return subject;
+}
+
+TEST(Matrix, AddDriverListPackages)
+{
+    CompareForms({OnlyPackages(AddDriverList("AddDriverList", plain_paths)),
+                  OnlyPackages(AddDriverList("AddDriverList", odd_paths))},
+                 pass_or_fail);
+    CompareForms({OnlyPackages(AddDriverList("AddDriverList with NULLs", with_nulls))},
+                 pass_or_fail, {Form::narrow});
+}
+
+TEST(Matrix, AddDriverListSession)
+{
+    CompareForms({OnlySession(AddDriverList("AddDriverList, its session", plain_paths))},
+                 few_outcomes);
+}
+
+TEST(Matrix, AddDriverListPackagesAndSession)
+{
+    CompareForms({AddDriverList("AddDriverList, all its calls", plain_paths)}, pass_or_fail);
+}
+
+// --- no report, or nothing but a report ---
+
+TEST(Matrix, WriteTest)
+{
+    std::vector<Subject> subjects;
+    const auto run = [](Platform&, const Situation& situation) {
+        const ResultFile file = situation.has_result_file ? result_file : ResultFile{};
+        const KestroLibrary& library = KestroLibrary::Get();
+        if (situation.form == Form::narrow)
+            library.Find<void(__stdcall*)(const char*)>("WriteTest")(file.narrow);
+        else
+            library.Find<void(__stdcall*)(const wchar_t*)>("WriteTestW")(file.wide);
+    };
+    CompareForms({{"WriteTest", PredictWriteTest, run}}, always_ok);
+}
+
+void CompareOpener(const char* name, ExpectedEvents (*predict)(const Situation&))
+{
+    const auto run = [=](Platform& platform, const Situation&) {
+        const HANDLE handle =
+            KestroLibrary::Get().Find<HANDLE(__stdcall*)(const wchar_t*)>(name)(any_path);
+        platform.Record(
+            Format("returns handle %d", static_cast<int>(reinterpret_cast<intptr_t>(handle))));
+    };
+    CompareForms({{name, predict, run}}, {-1, 0, 1, 4, 0x7FFFFFFC, -2}, {Form::wide});
+}
+
+TEST(Matrix, Openers)
+{
+    CompareOpener("OpenVdFile", PredictOpenVdFile);
+    CompareOpener("OpenPhDrive", PredictOpenPhDrive);
+}
+
+TEST(Matrix, InfInstall)
+{
+    const auto run = [](Platform& platform, const Situation&) {
+        platform.Returned(static_cast<unsigned>(
+            KestroLibrary::Get().Find<int(__stdcall*)(const wchar_t*)>("InfInstall")(any_path)));
+    };
+    CompareForms({{"InfInstall", PredictInfInstall, run}},
+                 {0, 1, 2, 256, 0x10000, -1, static_cast<HRESULT>(0x80000000)}, {Form::wide});
+}
+
+} // namespace
+} // namespace kestro::test
