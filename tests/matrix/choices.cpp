@@ -14,8 +14,17 @@ bool Choices::Advance()
 {
     asked_ = 0;
     while (!made_.empty()) {
-        if (++made_.back().outcome < outcomes_.size())
+        size_t& outcome = made_.back().outcome;
+        if (outcome == 0 && deviations_ < most_deviations_ && outcomes_.size() > 1) {
+            ++deviations_;
+            ++outcome;
             return true;
+        }
+        if (outcome > 0 && outcome + 1 < outcomes_.size()) {
+            ++outcome;
+            return true;
+        }
+        deviations_ -= outcome > 0;
         made_.pop_back();
     }
     return false;

@@ -13,7 +13,13 @@ namespace kestro::test {
 // combinations that can be reached come up, each once.
 class Choices {
   public:
-    explicit Choices(std::vector<HRESULT> outcomes) : outcomes_(std::move(outcomes)) {}
+    static constexpr int any_number = 1000;
+
+    // At most so many answers of a combination are another than the first outcome.
+    explicit Choices(std::vector<HRESULT> outcomes, int most_deviations = any_number)
+        : outcomes_(std::move(outcomes)), most_deviations_(most_deviations)
+    {
+    }
 
     HRESULT Next(const std::string& function);
     // False when every combination has been had.
@@ -29,6 +35,8 @@ class Choices {
         size_t outcome;
     };
     std::vector<HRESULT> outcomes_;
+    int most_deviations_;
+    int deviations_ = 0; // among the answers made
     std::vector<Choice> made_;
     size_t asked_ = 0;
 };

@@ -1,10 +1,7 @@
 // matrix_test.cpp - every export under every combination of the platform's answers, compared event by
 // event with the model.
-#include "matrix/choices.h"
-#include "matrix/model.h"
+#include "matrix/comparison.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 namespace kestro::test {
@@ -46,13 +43,6 @@ const Doubles doubles{{"DiInstallDriverW", InstallDriver}, {"CreateFileW", Creat
 
 // --- outcomes ---
 
-constexpr HRESULT image_unusable = static_cast<HRESULT>(0xC1420113);
-
-// Plain success, two other success codes, three failures.
-const std::vector<HRESULT> all_outcomes{S_OK,   S_FALSE,        3010,
-                                        E_FAIL, E_ACCESSDENIED, image_unusable};
-// For operations whose own variants multiply the combinations.
-const std::vector<HRESULT> few_outcomes{S_OK, S_FALSE, E_FAIL, image_unusable};
 const std::vector<HRESULT> pass_or_fail{S_OK, E_ACCESSDENIED};
 
 // --- arguments, known by their addresses ---
@@ -63,7 +53,6 @@ const wchar_t image_path[] = L"C:\\offline";
 const wchar_t log_file[] = L"C:\\logs\\dism.log";
 const wchar_t driver_path[] = L"oem3.inf";
 const wchar_t any_path[] = L"\\\\.\\PhysicalDrive1";
-constexpr ResultFile result_file{"C:\\result.ini", L"C:\\result.ini"};
 
 void NameArguments(Platform& platform)
 {
@@ -72,134 +61,26 @@ void NameArguments(Platform& platform)
     platform.Name(image_path, "ImagePath");
     platform.Name(log_file, "LogFilePath");
     platform.Name(any_path, "Path");
-    platform.Name(result_file.narrow, "ResultFile");
-    platform.Name(result_file.wide, "ResultFile");
 }
-
-// --- one export under test ---
-
-struct Subject {
-    std::string name;
-    std::function<ExpectedEvents(const Situation&)> predict;
-    std::function<void(Platform&, const Situation&)> run;
-};
-
-// Last errors of every length and sign, dates of every width: another kind for each combination.
-Script ScriptOf(int combination)
-{
-    static constexpr DWORD error_bases[] = {100000, 0xFFFF0000, 0x80000000, 0};
-    const DWORD base = error_bases[combination % 4];
-    Script script;
-    script.last_error = [=](size_t events) { return base + static_cast<DWORD>(events); };
-    script.clock = [=](int reading) {
-        const int tick = combination + reading;
-        return LocalTime(1970 + combination % 200, 1 + tick % 12, 1 + tick % 31, tick % 24,
-                         (7 * tick) % 60, (13 * tick) % 60);
-    };
-    return script;
-}
-
-Situation SituationOf(Form form, int combination)
-{
-    Situation situation;
-    situation.form = form;
-    situation.script = ScriptOf(combination);
-    situation.has_result_file = combination % 7 != 6;
-    situation.session = combination % 2 ? 7 : 0xFFFFFFFF;
-    return situation;
-}
-
-constexpr int failures_shown = 5;
-int failures = 0;
-
-bool Equal(const ExpectedEvents& expected, const Events& actual)
-{
-    return std::equal(expected.begin(), expected.end(), actual.begin(), actual.end(),
-                      [](const auto& left, const auto& right) { return left.Meets(right); });
-}
-
-void CompareOne(Platform& platform, const Subject& subject, Form form, Choices& choices,
-                int combination)
-{
-    Situation situation = SituationOf(form, combination);
-    situation.answer = [&](const std::string& function) { return choices.Next(function); };
-    const ExpectedEvents expected = subject.predict(situation);
-
-    platform.Restart(situation.script);
-    platform.session = situation.session;
-    NameArguments(platform);
-    choices.Apply(platform);
-    subject.run(platform, situation);
-    if (failures < failures_shown) {
-        const testing::AssertionResult same = SameTranscript(expected, platform.Recorded());
-        if (!same) {
-            ++failures;
-            ADD_FAILURE() << subject.name << ", " << NameOf(form) << " form, combination "
-                          << combination << ": " << choices.Describe() << '\n'
-                          << same.message();
-        }
-    } else if (!Equal(expected, platform.Recorded())) {
-        ++failures; // without the comparison side by side, which takes long
-    }
-    if (platform.live_copies != 0)
-        ADD_FAILURE() << subject.name << " left " << platform.live_copies << " copies";
-}
-
-// Numbers the combinations on from the given one.
-void CompareAll(const Subject& subject, Form form, const std::vector<HRESULT>& outcomes,
-                int& combination)
-{
-    const int failures_before = failures, first = combination;
-    Platform platform;
-    Choices choices(outcomes);
-    do
-        CompareOne(platform, subject, form, choices, combination++);
-    while (choices.Advance());
-    if (failures > failures_before)
-        ADD_FAILURE() << subject.name << ", " << NameOf(form)
-                      << " form: " << failures - failures_before << " of " << combination - first
-                      << " combinations differ";
-}
-
-int total = 0;
-
-void CompareForms(const std::vector<Subject>& subjects, const std::vector<HRESULT>& outcomes,
-                  std::initializer_list<Form> which = {Form::narrow, Form::wide})
-{
-    for (const Form form : which) {
-        int combinations = 0;
-        for (const Subject& subject : subjects)
-            CompareAll(subject, form, outcomes, combinations);
-        std::printf("%-30s %-6s %6d combinations\n", subjects.front().name.c_str(), NameOf(form),
-                    combinations);
-        total += combinations;
-    }
-    std::fflush(stdout);
-}
-
-class Total : public testing::Environment {
-    void TearDown() override { std::printf("%d combinations in all\n", total); }
-};
-
-const testing::Environment* const environment = testing::AddGlobalTestEnvironment(new Total);
 
 // Calls an export whose last argument is the ResultFile and records what it returns.
 template <typename... Arguments>
 void Call(const char* name, Platform& platform, const Situation& situation, Arguments... arguments)
 {
-    const ResultFile file = situation.has_result_file ? result_file : ResultFile{};
-    platform.Returned(KestroLibrary::Get().Call(name, situation.form, file, arguments...));
+    NameArguments(platform);
+    platform.Returned(
+        KestroLibrary::Get().Call(name, situation.form, FileOf(situation), arguments...));
 }
 
 // --- images ---
 
 TEST(Matrix, MountWimImage)
 {
-    CompareForms({{"MountWimImage", PredictMount,
-                   [](Platform& platform, const Situation& situation) {
-                       Call("MountWimImage", platform, situation, image_file, mount_path, log_file);
-                   }}},
-                 all_outcomes);
+    Compare({{"MountWimImage", PredictMount,
+              [](Platform& platform, const Situation& situation) {
+                  Call("MountWimImage", platform, situation, image_file, mount_path, log_file);
+              }}},
+            {all_outcomes});
 }
 
 TEST(Matrix, UnmountWimImage)
@@ -211,19 +92,19 @@ TEST(Matrix, UnmountWimImage)
              [=](Platform& platform, const Situation& situation) {
                  Call("UnmountWimImage", platform, situation, mount_path, flags, log_file);
              }});
-    CompareForms(subjects, all_outcomes);
+    Compare(subjects, {all_outcomes});
 }
 
 // --- drivers ---
 
 void CompareDriverChange(const char* name, ExpectedEvents (*predict)(const Situation&))
 {
-    CompareForms({{name, predict,
-                   [=](Platform& platform, const Situation& situation) {
-                       platform.Name(driver_path, "DriverPath");
-                       Call(name, platform, situation, image_path, driver_path, log_file);
-                   }}},
-                 all_outcomes);
+    Compare({{name, predict,
+              [=](Platform& platform, const Situation& situation) {
+                  platform.Name(driver_path, "DriverPath");
+                  Call(name, platform, situation, image_path, driver_path, log_file);
+              }}},
+            {all_outcomes});
 }
 
 TEST(Matrix, AddDriver)
@@ -247,7 +128,7 @@ Subject GetDriverInfo()
 
 TEST(Matrix, GetDriverInfo)
 {
-    CompareForms({GetDriverInfo()}, all_outcomes);
+    Compare({GetDriverInfo()}, {all_outcomes});
 }
 
 // Records as the platform lays them out.
@@ -276,20 +157,20 @@ Subject GetDrivers(const std::vector<PackageNames>& packages)
 
 TEST(Matrix, GetDriversWithNothingToList)
 {
-    CompareForms({GetDrivers({})}, all_outcomes);
+    Compare({GetDrivers({})}, {all_outcomes});
 }
 
 TEST(Matrix, GetDriversWithPackages)
 {
     std::vector<PackageNames> packages{{L"oem0.inf", L"net.inf"}};
-    CompareForms({GetDrivers(packages)}, few_outcomes);
+    Compare({GetDrivers(packages)}, {few_outcomes});
     packages.push_back({L"oem\u00e91.inf", L"\u4e2d\u6587 %s.inf"});
     packages.push_back({L"", L""});
-    CompareForms({GetDrivers(packages)}, few_outcomes);
+    Compare({GetDrivers(packages)}, {few_outcomes});
     while (packages.size() < 12)
         packages.push_back({L"oem" + std::to_wstring(packages.size()) + L".inf",
                             std::wstring(300, L'x') + L".inf"});
-    CompareForms({GetDrivers(packages)}, pass_or_fail);
+    Compare({GetDrivers(packages)}, {pass_or_fail});
 }
 
 // --- the driver list ---
@@ -329,22 +210,22 @@ Subject Varying(Subject subject, bool packages)
 
 TEST(Matrix, AddDriverListPackages)
 {
-    CompareForms({Varying(AddDriverList("AddDriverList", plain_paths), true),
-                  Varying(AddDriverList("AddDriverList", odd_paths), true)},
-                 pass_or_fail);
-    CompareForms({Varying(AddDriverList("AddDriverList with NULLs", with_nulls), true)},
-                 pass_or_fail, {Form::narrow});
+    Compare({Varying(AddDriverList("AddDriverList", plain_paths), true),
+             Varying(AddDriverList("AddDriverList", odd_paths), true)},
+            {pass_or_fail});
+    Compare({Varying(AddDriverList("AddDriverList with NULLs", with_nulls), true)}, {pass_or_fail},
+            {Form::narrow});
 }
 
 TEST(Matrix, AddDriverListSession)
 {
-    CompareForms({Varying(AddDriverList("AddDriverList, its session", plain_paths), false)},
-                 few_outcomes);
+    Compare({Varying(AddDriverList("AddDriverList, its session", plain_paths), false)},
+            {few_outcomes});
 }
 
 TEST(Matrix, AddDriverListPackagesAndSession)
 {
-    CompareForms({AddDriverList("AddDriverList, all its calls", plain_paths)}, pass_or_fail);
+    Compare({AddDriverList("AddDriverList, all its calls", plain_paths)}, {pass_or_fail});
 }
 
 // --- no report, or nothing but a report ---
@@ -352,7 +233,7 @@ TEST(Matrix, AddDriverListPackagesAndSession)
 TEST(Matrix, WriteTest)
 {
     const auto run = [](Platform&, const Situation& situation) {
-        const ResultFile file = situation.has_result_file ? result_file : ResultFile{};
+        const ResultFile file = FileOf(situation);
         const KestroLibrary& library = KestroLibrary::Get();
         if (situation.form == Form::narrow)
             library.Find<void(__stdcall*)(const char*)>("WriteTest")(file.narrow);
@@ -361,18 +242,19 @@ TEST(Matrix, WriteTest)
     };
     // Nothing to answer: only the clock and the last error differ.
     const std::vector<Subject> subjects(100, {"WriteTest", PredictWriteTest, run});
-    CompareForms(subjects, {S_OK});
+    Compare(subjects, {{S_OK}});
 }
 
 void CompareOpener(const char* name, ExpectedEvents (*predict)(const Situation&))
 {
     const auto run = [=](Platform& platform, const Situation&) {
+        NameArguments(platform);
         const HANDLE handle =
             KestroLibrary::Get().Find<HANDLE(__stdcall*)(const wchar_t*)>(name)(any_path);
         platform.Record(
             Format("returns handle %d", static_cast<int>(reinterpret_cast<intptr_t>(handle))));
     };
-    CompareForms({{name, predict, run}}, {-1, 0, 1, 4, 0x7FFFFFFC, -2}, {Form::wide});
+    Compare({{name, predict, run}}, {{-1, 0, 1, 4, 0x7FFFFFFC, -2}}, {Form::wide});
 }
 
 TEST(Matrix, Openers)
@@ -384,11 +266,12 @@ TEST(Matrix, Openers)
 TEST(Matrix, InfInstall)
 {
     const auto run = [](Platform& platform, const Situation&) {
+        NameArguments(platform);
         platform.Returned(static_cast<unsigned>(
             KestroLibrary::Get().Find<int(__stdcall*)(const wchar_t*)>("InfInstall")(any_path)));
     };
-    CompareForms({{"InfInstall", PredictInfInstall, run}},
-                 {0, 1, 2, 256, 0x10000, -1, static_cast<HRESULT>(0x80000000)}, {Form::wide});
+    Compare({{"InfInstall", PredictInfInstall, run}},
+            {{0, 1, 2, 256, 0x10000, -1, static_cast<HRESULT>(0x80000000)}}, {Form::wide});
 }
 
 } // namespace
