@@ -242,6 +242,21 @@ TEST(DiskFailure, FailingNextOfTheUnallocatedDisks)
         EXPECT_TRUE(FailsAsItHasTo(failure, what, rpc_unavailable));
 }
 
+TEST(DiskFailure, FailedLoadThatGivesAService)
+{
+    const Failure failure{
+        [](DiskRun& run, HRESULT result) {
+            run.platform.Answer("loader.LoadService", {result});
+            run.service.given_anyway.insert("service");
+        },
+        [](auto& steps, HRESULT result) { steps.CreateLoader().LoadService(result); },
+        no_service,
+        zero_by_common_exit,
+        {"service"}};
+    for (const DiskExport what : disk_exports)
+        EXPECT_TRUE(FailsAsItHasTo(failure, what, rpc_unavailable));
+}
+
 // The properties count for nothing once getting them failed, even with the right name in them.
 TEST(DiskFailure, UnallocatedDiskWithFailingPropertiesIsNoMatch)
 {

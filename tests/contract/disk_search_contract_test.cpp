@@ -139,6 +139,8 @@ TEST(DiskSearch, NamesMatchWithoutCaseAndUpToFortyCharacters)
         {L"\\\\?\\physicaldrive1", L"\\\\?\\PHYSICALDRIVE1", true},
         {L"\\\\?\\PhysicalDrive1", L"\\\\?\\PhysicalDrive10", false},
         {L"\\\\?\\PhysicalDrive10", L"\\\\?\\PhysicalDrive1", false},
+        {L"harddisk7", L"HARDDISK7", true},
+        {L"HardDisk7", L"hARDdISK7", true},
         {L"Disk", L" Disk", false},
         {L"", L"", true},
         {L"", L"Disk", false},
