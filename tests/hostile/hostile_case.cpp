@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 
 namespace kestro::test {
 
@@ -39,12 +40,30 @@ void HostileCase::SetUp()
     log_file_ = folder_ / L"dism.log";
     result_ = folder_ / L"result.ini";
     narrow_result_ = (folder_ / L"result.ini").string();
+    fs::current_path(folder_);
 }
 
 void HostileCase::TearDown()
 {
     std::error_code ignored;
+    fs::current_path(fs::temp_directory_path());
     fs::remove_all(folder_, ignored);
+}
+
+std::optional<std::wstring> HostileCase::InFolder(const HostileText& text) const
+{
+    constexpr wchar_t drive[] = L"C:\\";
+    if (!text.wide || !text.wide->starts_with(drive))
+        return text.wide;
+    return Path(text.wide->substr(std::size(drive) - 1)).wstring();
+}
+
+std::set<std::wstring> HostileCase::Names() const
+{
+    std::set<std::wstring> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder_))
+        names.insert(entry.path().filename().wstring());
+    return names;
 }
 
 HRESULT HostileCase::TakeFailure() const
