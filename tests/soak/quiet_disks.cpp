@@ -120,12 +120,42 @@ HRESULT WINAPI Next(Object* self, ULONG, void** slot, ULONG* fetched)
     return Give(ItemOf(self->kind), slot);
 }
 
+// A string that is the caller's from now on; it lives as long as the call's account.
+wchar_t* GiveString(const wchar_t* text)
+{
+    QuietCall& call = QuietCall::Active();
+    ++call.counts.strings;
+    return call.Keep(std::make_shared<std::wstring>(text))->data();
+}
+
 HRESULT WINAPI DiskProperties(Object* self, VDS_DISK_PROP* properties)
 {
     const HRESULT result = QuietCall::Active().NextResult();
+    if (FAILED(result))
+        return result;
+    properties->pwszName = GiveString(self->kind == Kind::disk ? unallocated_disk : pack_disk);
+    properties->pwszDiskAddress = GiveString(L"Port0");
+    properties->pwszFriendlyName = GiveString(L"Disk");
+    properties->pwszAdaptorName = GiveString(L"Adaptor");
+    properties->pwszDevicePath = GiveString(L"Path");
+    return result;
+}
+
+HRESULT WINAPI ProviderProperties(Object*, VDS_PROVIDER_PROP* properties)
+{
+    const HRESULT result = QuietCall::Active().NextResult();
+    if (FAILED(result))
+        return result;
+    properties->pwszName = GiveString(L"Provider");
+    properties->pwszVersion = GiveString(L"1.0");
+    return result;
+}
+
+HRESULT WINAPI PackProperties(Object*, VDS_PACK_PROP* properties)
+{
+    const HRESULT result = QuietCall::Active().NextResult();
     if (SUCCEEDED(result))
-        properties->pwszName =
-            const_cast<wchar_t*>(self->kind == Kind::disk ? unallocated_disk : pack_disk);
+        properties->pwszName = GiveString(L"Pack");
     return result;
 }
 
@@ -169,9 +199,9 @@ const Slots& SlotsOf(Kind kind)
     static const Slots loader = Interface(At(0, LoadService));
     static const Slots service = Interface(At(3, QueryProviders), At(5, QueryUnallocatedDisks));
     static const Slots enumerator = Interface(At(0, Next));
-    static const Slots provider = Interface(At(0, Plain));
+    static const Slots provider = Interface(At(0, ProviderProperties));
     static const Slots software_provider = Interface(At(0, QueryPacks));
-    static const Slots pack = Interface(At(0, Plain), At(3, QueryDisks));
+    static const Slots pack = Interface(At(0, PackProperties), At(3, QueryDisks));
     static const Slots disk = Interface(At(0, DiskProperties));
     static const Slots advanced_disk = Interface(At(9, Clean));
     static const Slots async = Interface(At(1, Wait));

@@ -246,10 +246,17 @@ void* Address(Result (*function)(Arguments...))
 
 std::string ToText(const Leftovers& left)
 {
-    return Format("%ld blocks, %ld copies, %ld records, %ld sessions, %ld initialisations, "
-                  "%ld references, %ld CoUninitialize",
-                  left.library_blocks, left.copies, left.records, left.sessions,
-                  left.initialisations, left.objects, left.uninitialised);
+    const std::pair<long, const char*> counts[] = {
+        {left.library_blocks, "memory blocks"},   {left.copies, "name copies"},
+        {left.records, "record arrays"},          {left.sessions, "open session"},
+        {left.initialisations, "initialisation"}, {left.objects, "object references"},
+        {left.strings, "property strings"},       {left.uninitialised, "CoUninitialize"},
+    };
+    std::string text;
+    for (const auto& [count, what] : counts)
+        if (count != 0)
+            text += Format("%s%ld %s", text.empty() ? "" : ", ", count, what);
+    return text.empty() ? "nothing" : text;
 }
 
 QuietCall::QuietCall(int fails_at, int call_tag) : tag(call_tag), fails_at_(fails_at)

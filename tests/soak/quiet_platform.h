@@ -23,6 +23,7 @@ struct Leftovers {
     long sessions = 0;        // open
     long initialisations = 0; // of the servicing API
     long objects = 0;         // references to the disk service's objects
+    long strings = 0;         // of the disk service's property records
     long uninitialised = 0;   // calls of CoUninitialize
 
     bool operator==(const Leftovers&) const = default;

@@ -96,11 +96,13 @@ unsigned WriteWide(const SoakArguments& a)
     return 0;
 }
 
-// References to the disk service that the common exit does not give back.
-Leftovers Objects(long count)
+// What the common exit does not give back to the disk service. A disk's properties hold five strings,
+// a provider's two and a pack's one.
+Leftovers Disks(long references, long strings)
 {
     Leftovers left;
-    left.objects = count;
+    left.objects = references;
+    left.strings = strings;
     left.uninitialised = 1;
     return left;
 }
@@ -136,22 +138,22 @@ const std::vector<SoakCall>& SoakCalls()
         {"GetDriverInfoW", Query<wide>, 0, Records(2, 1), true},
         // The advanced disk and its clean; before a disk in a pack also the other disk and the pack.
         {"CleanDisk", [](const SoakArguments& a) { return Clean(unallocated_disk, a); }, 1,
-         Objects(2), true},
+         Disks(2, 5), true},
         {"CleanDisk (pack)", [](const SoakArguments& a) { return Clean(pack_disk, a); }, 1,
-         Objects(4), true},
+         Disks(4, 13), true},
         // What brings a disk online; before one in a pack also both disks and the pack.
         {"OnlineDisk",
          [](const SoakArguments&) { return CallWithPath("OnlineDisk", unallocated_disk); }, 0,
-         Objects(1), false},
+         Disks(1, 5), false},
         {"OnlineDisk (pack)",
-         [](const SoakArguments&) { return CallWithPath("OnlineDisk", pack_disk); }, 0, Objects(4),
-         false},
+         [](const SoakArguments&) { return CallWithPath("OnlineDisk", pack_disk); }, 0,
+         Disks(4, 13), false},
         {"OfflineDisk",
          [](const SoakArguments&) { return CallWithPath("OfflineDisk", unallocated_disk); }, 0,
-         Objects(1), false},
+         Disks(1, 5), false},
         {"OfflineDisk (pack)",
-         [](const SoakArguments&) { return CallWithPath("OfflineDisk", pack_disk); }, 0, Objects(4),
-         false},
+         [](const SoakArguments&) { return CallWithPath("OfflineDisk", pack_disk); }, 0,
+         Disks(4, 13), false},
         {"InfInstall",
          [](const SoakArguments&) { return CallWithPath("InfInstall", L"C:\\a.inf"); },
          1,

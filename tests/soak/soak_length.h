@@ -8,7 +8,7 @@
 namespace kestro::test {
 
 struct SoakLength {
-    long calls = 2000;         // in one process
+    long calls = 1000;         // in one process
     long calls_of_thread = 20; // of each of eight
     bool shows_progress = false;
 
