@@ -120,18 +120,33 @@ TEST_F(HostilePaths, Package)
 
 TEST_F(HostilePaths, PackageList)
 {
-    // A null entry is the narrow form's alone.
+    // A null entry is the narrow form's alone. Paths are keys here, and from 32,767 characters on Wine's
+    // narrow writer takes the key from uninitialised memory.
+    constexpr size_t longest_key = 32766;
+    std::wstring entries[8];
     Text narrow[8], wide[8];
     const auto& texts = HostileTexts();
     for (size_t i = 0; i < 8; ++i) {
-        narrow[i] = texts[i % texts.size()].Wide();
-        wide[i] = narrow[i] ? narrow[i] : L"";
+        const HostileText& text = texts[i % texts.size()];
+        entries[i] = text.wide.value_or(L"").substr(0, longest_key);
+        wide[i] = entries[i].c_str();
+        narrow[i] = text.wide ? wide[i] : nullptr;
     }
     // Packages that fail do not fail the call.
     EXPECT_EQ(AddDriverList(Image(), narrow, LogFile(), Result()), 0);
     EXPECT_EQ(TakeFailure(), invalid_parameter);
     EXPECT_EQ(AddDriverListW(Image(), wide, LogFile(), ResultW()), 1);
     EXPECT_EQ(TakeFailure(), invalid_parameter);
+    {
+        const RecordedWriters writers;
+        for (size_t i = 0; i < 8; ++i) {
+            narrow[i] = texts[i % texts.size()].Wide();
+            wide[i] = narrow[i] ? narrow[i] : L"";
+        }
+        EXPECT_EQ(AddDriverList(Image(), narrow, LogFile(), Result()), 0);
+        EXPECT_EQ(AddDriverListW(Image(), wide, LogFile(), ResultW()), 1);
+        EXPECT_EQ(writers.Files(), (std::set<const void*>{nullptr, Result(), ResultW()}));
+    }
     ExpectStillServes();
 
     for (size_t i = 0; i < 8; ++i)
