@@ -21,8 +21,10 @@ struct SoakLength {
 
     void ShowProgress(long done, long all) const
     {
-        if (shows_progress && done % std::max(1L, all / 50) == 0)
-            std::fprintf(stderr, "\r%3ld %% of %ld ", 100 * done / all, all);
+        if (!shows_progress || done % std::max(1L, all / 50) != 0)
+            return;
+        std::fprintf(stderr, "\r%3ld %% of %ld ", 100 * done / all, all);
+        std::fflush(stderr);
     }
 };
 

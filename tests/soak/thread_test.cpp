@@ -21,7 +21,7 @@ using Returned = std::vector<unsigned>;
 std::atomic<long> calls_done;
 
 // The calls of one thread: its names, failures, times and last errors are its own.
-Returned MakeCalls(int tag, long calls, const std::filesystem::path& file)
+Returned MakeCalls(int tag, const SoakLength& length, const std::filesystem::path& file)
 {
     constexpr int failing_calls = 17;
     constexpr long calls_of_a_minute = 40;
@@ -32,12 +32,13 @@ Returned MakeCalls(int tag, long calls, const std::filesystem::path& file)
             reporting.push_back(&call);
 
     Returned returned;
-    for (long i = 0; i < calls; ++i) {
+    for (long i = 0; i < length.calls_of_thread; ++i) {
         const auto number = static_cast<size_t>(i + 3 * tag) % reporting.size();
         SetClockOfThread(static_cast<int>(60 * tag + i / calls_of_a_minute));
         QuietCall quiet(static_cast<int>(i + tag) % failing_calls, tag);
         returned.push_back(reporting[number]->run({path, L"", tag}));
-        ++calls_done;
+        // Once alone, once together.
+        length.ShowProgress(++calls_done, 2 * thread_count * length.calls_of_thread);
     }
     return returned;
 }
@@ -92,20 +93,17 @@ TEST(ThreadSoak, EightThreadsLeaveTheFilesThatOneLeaves)
     };
 
     Returned expected[thread_count], returned[thread_count];
-    for (int tag = 0; tag < thread_count; ++tag) {
-        expected[tag] = MakeCalls(tag, length.calls_of_thread, file_of(L"alone-", tag));
-        length.ShowProgress(tag + 1, 2 * thread_count);
-    }
-
     calls_done = 0;
+    for (int tag = 0; tag < thread_count; ++tag)
+        expected[tag] = MakeCalls(tag, length, file_of(L"alone-", tag));
+
     std::vector<std::thread> threads;
     for (int tag = 0; tag < thread_count; ++tag)
-        threads.emplace_back([&, tag] {
-            returned[tag] = MakeCalls(tag, length.calls_of_thread, file_of(L"together-", tag));
-        });
+        threads.emplace_back(
+            [&, tag] { returned[tag] = MakeCalls(tag, length, file_of(L"together-", tag)); });
     for (std::thread& thread : threads)
         thread.join();
-    EXPECT_EQ(calls_done, thread_count * length.calls_of_thread);
+    EXPECT_EQ(calls_done, 2 * thread_count * length.calls_of_thread);
 
     size_t compared = 0;
     for (int tag = 0; tag < thread_count; ++tag) {
@@ -116,8 +114,8 @@ TEST(ThreadSoak, EightThreadsLeaveTheFilesThatOneLeaves)
         compared += together.size();
         ExpectNothingOfOthers(tag, together);
     }
-    std::printf("%ld calls in %d threads, %zu keys compared\n", calls_done.load(), thread_count,
-                compared);
+    std::printf("%ld calls in each of %d threads, %zu keys compared\n", length.calls_of_thread,
+                thread_count, compared);
 }
 
 } // namespace
