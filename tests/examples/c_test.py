@@ -1,0 +1,79 @@
+"""The C host, run as its user would."""
+
+import os
+import subprocess
+import unittest
+
+from driver_package import make_packages, minimal_hive
+from kestro_case import HANG, KestroCase, ResultFile, RUN, sha256
+
+MOUNT_HOST = os.environ["KESTRO_MOUNT_HOST"]
+
+
+def windows(path):
+    return "Z:" + path.replace("/", "\\")
+
+
+class MountHost(KestroCase):
+    def setUp(self):
+        super().setUp()
+        self.write("tree/Windows/System32/config/DRIVERS", minimal_hive())
+        os.makedirs(self.path("tree/Windows/INF"))
+        self.image = self.capture("tree", "image.wim")
+        self.inf = next(path for path in make_packages(self.path("packages")) if "hid" in path)
+        for folder in ("mount", "results"):
+            os.makedirs(self.path(folder))
+
+    def run_host(self, *arguments):
+        done = subprocess.run([RUN, MOUNT_HOST, *arguments], stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=HANG, text=True)
+        self.output, self.errors = done.stdout, done.stderr
+        return done.returncode
+
+    def service(self, inf):
+        return self.run_host(windows(self.image), windows(self.path("mount")), windows(inf),
+                             windows(self.path("results")))
+
+    def result(self, name):
+        return ResultFile(self.path("results", name))
+
+    def test_a_driver_goes_into_the_image(self):
+        self.assertEqual(self.service(self.inf), 0, self.output + self.errors)
+        self.assertEqual(self.output.splitlines(), [
+            "mount: OK", "  Mounting image...", "  Image mounted successfully.",
+            "add driver: OK",
+            "unmount: OK", "  Unmounting image...", "  Image unmounted successfully."])
+        self.verify(self.image)
+        self.assertEqual(self.file_in(self.image, "/Windows/INF/oem0.inf"),
+                         self.read("packages", os.path.basename(self.inf)))
+        self.assertEqual(self.result("unmount.ini")["DISM_UNMOUNT"], {"flags": "0", "result": "OK"})
+
+    def test_a_driver_that_fails_leaves_the_image_alone(self):
+        before = sha256(self.image)
+        self.assertEqual(self.service(self.path("packages/missing.inf")), 1)
+        self.assertIn("add driver: failed\n  failed step DISM_ADDDRIVER, last error ", self.output)
+        self.assertIn("  DismAddDriver Failed. Following error code.\n", self.output)
+        self.assertIn("unmount: OK", self.output)
+        self.assertEqual(sha256(self.image), before)
+        self.assertEqual(self.result("unmount.ini")["DISM_UNMOUNT"]["flags"], "1")
+        self.assertEqual(os.listdir(self.path("mount")), [])
+
+    def test_an_image_that_is_not_there(self):
+        os.remove(self.image)
+        self.assertEqual(self.service(self.inf), 1)
+        self.assertIn("mount: failed\n  failed step DISM_MOUNT", self.output)
+        self.assertIn("  -2147024894\n", self.output)
+        self.assertEqual(os.listdir(self.path("mount")), [])
+
+    def test_an_earlier_run_s_files_are_not_read(self):
+        self.write("results/mount.ini", "[DISM_MOUNT]\r\nResult=ERR\r\n")
+        self.assertEqual(self.service(self.inf), 0, self.output + self.errors)
+        self.assertNotIn("failed", self.output)
+
+    def test_without_arguments(self):
+        self.assertEqual(self.run_host(), 2)
+        self.assertTrue(self.errors.startswith("usage: mount_host"))
+
+
+if __name__ == "__main__":
+    unittest.main()
