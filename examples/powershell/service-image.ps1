@@ -17,17 +17,16 @@ param(
 Set-StrictMode -Version Latest
 $ErrorActionPreference = 'Stop'
 
-# One command: its JSON document, with the exit code in it. Errors go to the console as kestro.exe
-# writes them.
+# kestro.exe writes UTF-8.
+[Console]::OutputEncoding = [Text.Encoding]::UTF8
+
+# The JSON document of one command. Errors go to the console as kestro.exe writes them.
 function Invoke-Kestro {
     $text = & $Kestro @args | Out-String
-    $code = $LASTEXITCODE
     if (-not $text.Trim()) {
-        throw "kestro $($args -join ' ') ended with exit code $code"
+        throw "kestro $($args -join ' ') ended with exit code $LASTEXITCODE"
     }
-    $document = $text | ConvertFrom-Json
-    $document | Add-Member -NotePropertyName exit_code -NotePropertyValue $code
-    return $document
+    return $text | ConvertFrom-Json
 }
 
 function Assert-Succeeded($Document) {
@@ -44,8 +43,12 @@ $log = Join-Path $folder 'dism.log'
 Assert-Succeeded (Invoke-Kestro mount $Image $Mount --json --log $log --result "$folder\mount.ini")
 $saved = $false
 try {
-    # A package that fails does not keep the others out: each has its own entry.
+    # A package that fails does not keep the others out: each has its own entry. The call failed as a
+    # whole when the document has a failure.
     $added = Invoke-Kestro driver add $Mount $Drivers --json --log $log --result "$folder\add.ini"
+    if ($added.PSObject.Properties['failure']) {
+        Assert-Succeeded $added
+    }
     if ($added.PSObject.Properties['packages']) {
         $added.packages | Where-Object { -not $_.added } |
             ForEach-Object { Write-Warning "not added: $($_.inf), last error $($_.last_error)" }

@@ -1,7 +1,8 @@
 """Runs what a page shows, in its order, and says what each block ought to hold.
 
   ```console          lines that begin with "$ " are run; what they show follows them. "$ kestro ..."
-                      runs kestro.exe, "$ echo $?" gives its exit code
+                      runs kestro.exe, and so does a call of platform/kestro-wine; "$ echo $?" gives
+                      its exit code
   ```c                compiled with kestro.h and run; statements without a main become one
   ```text output      what the program before it printed
   ```ini D:\\file.ini  the file as it is then; with "input" after it, written before going on
@@ -10,10 +11,14 @@
 As a program: shown.py PAGE... writes what really happens into the pages."""
 
 import os
+import shlex
 import sys
 
+from kestro_case import HOST
 from page import Page
 from world import World, canonical
+
+WINE_COMMAND = "platform/kestro-wine build/release/bin/kestro.exe"
 
 
 def transcript(world, lines):
@@ -27,6 +32,9 @@ def transcript(world, lines):
             output = "%d\n" % world.exit_code
         elif command.split()[0] == "kestro":
             output = canonical(world.kestro(command))
+        elif command.startswith(WINE_COMMAND):
+            world.run([HOST, *shlex.split(command[len(WINE_COMMAND):])])
+            output = canonical(world.output)
         else:
             raise ValueError("the pages show no such command: " + command)
         shown += output.rstrip("\n").split("\n") if output.strip() else []

@@ -53,8 +53,12 @@ class World:
         if os.path.islink(DRIVE):
             os.remove(DRIVE)
         os.symlink(self.folder.name, DRIVE)
-        for word in self.prepared:
-            getattr(self, "prepare_" + word)()
+        try:
+            for word in self.prepared:
+                getattr(self, "prepare_" + word)()
+        except Exception:
+            self.__exit__()
+            raise
         return self
 
     def __exit__(self, *_):

@@ -1,11 +1,12 @@
 """The C host, run as its user would."""
 
 import os
+import re
 import subprocess
 import unittest
 
 from driver_package import make_packages, minimal_hive
-from kestro_case import HANG, KestroCase, ResultFile, RUN, sha256
+from kestro_case import HANG, SOURCE, KestroCase, ResultFile, RUN, sha256
 
 MOUNT_HOST = os.environ["KESTRO_MOUNT_HOST"]
 
@@ -73,6 +74,19 @@ class MountHost(KestroCase):
     def test_without_arguments(self):
         self.assertEqual(self.run_host(), 2)
         self.assertTrue(self.errors.startswith("usage: mount_host"))
+
+    def test_the_commands_that_build_by_hand(self):
+        with open(os.path.join(SOURCE, "examples", "README.md"), encoding="utf-8") as file:
+            commands = re.search(r"```sh\n(.*?)```", file.read(), re.S)[1].splitlines()
+        self.assertEqual(len(commands), 2)
+        built = os.path.dirname(os.path.dirname(MOUNT_HOST))
+        for command in commands:
+            words = command.replace("build/release", built).split()
+            words = [re.sub("(^|:)build/", r"\1" + self.folder + "/", word) for word in words]
+            with self.subTest(command=command):
+                done = subprocess.run(words, cwd=SOURCE, stdout=subprocess.PIPE,
+                                      stderr=subprocess.STDOUT, text=True, timeout=HANG)
+                self.assertEqual((done.returncode, done.stdout), (0, ""))
 
 
 if __name__ == "__main__":
