@@ -38,7 +38,7 @@ class Shown(unittest.TestCase):
                     checked += 1
                     self.assertEqual(
                         block.lines, expected,
-                        "%s, line %d: see what really happens with shown.py" % (
+                        "%s, line %d; ./dev docs --refresh writes what really happens" % (
                             named(path), block.first + 1))
         self.assertGreater(checked, 40)
 

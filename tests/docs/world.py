@@ -155,6 +155,8 @@ class World:
         if not os.path.exists(link):
             os.symlink(os.path.join(BUILD, "bin", "Kestro.dll"), link)
         self.run([program])
+        if self.exit_code != 0:
+            raise RuntimeError("exit code %d\n%s%s" % (self.exit_code, text, self.output))
         return self.output
 
     def read(self, windows):
