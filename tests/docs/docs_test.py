@@ -8,6 +8,7 @@ import unittest
 from declarations import header_functions
 from kestro_case import SOURCE
 from page import Page
+from programs import Programs
 from shown import expected_blocks
 
 PAGES = sorted(glob.glob(os.path.join(SOURCE, "docs", "**", "*.md"), recursive=True) +
@@ -32,25 +33,27 @@ class Shown(unittest.TestCase):
 
     def test_what_the_pages_show_is_what_happens(self):
         checked = 0
-        for path in PAGES:
-            with self.subTest(page=named(path)):
-                for block, expected in expected_blocks(Page(path)):
-                    checked += 1
-                    self.assertEqual(
-                        block.lines, expected,
-                        "%s, line %d; ./dev docs --refresh writes what really happens" % (
-                            named(path), block.first + 1))
+        pages = [Page(path) for path in PAGES]
+        with Programs(pages) as programs:
+            for page in pages:
+                with self.subTest(page=named(page.path)):
+                    for block, expected in expected_blocks(page, programs):
+                        checked += 1
+                        self.assertEqual(
+                            block.lines, expected,
+                            "%s, line %d; ./dev docs --refresh writes what really happens" % (
+                                named(page.path), block.first + 1))
         self.assertGreater(checked, 40)
 
     def test_every_block_is_of_a_kind_that_is_checked(self):
-        kinds = {"console", "c", "ini", "text output", "sh", "mermaid", "cmake", "text figure"}
+        kinds = {"console", "c", "ini", "text output", "sh", "mermaid", "cmake", "text figure", "cpp", "json"}
         for path in PAGES:
             for block in Page(path).blocks:
                 kind = " ".join([block.language] + block.words[:1]) \
                     if block.language == "text" else block.language
                 with self.subTest(page=named(path), line=block.first):
                     self.assertIn(kind, kinds)
-                    if kind == "ini":
+                    if kind in ("ini", "json"):
                         self.assertRegex(block.words[0], r"^[A-Z]:\\")
 
 

@@ -3,9 +3,10 @@
   ```console          lines that begin with "$ " are run; what they show follows them. "$ kestro ..."
                       runs kestro.exe, and so does a call of platform/kestro-wine; "$ echo $?" gives
                       its exit code
-  ```c                compiled with kestro.h and run; statements without a main become one
+  ```c, ```cpp        statements, compiled with kestro.h or kestro.hpp and run
   ```text output      what the program before it printed
   ```ini D:\\file.ini  the file as it is then; with "input" after it, written before going on
+  ```json D:\\file    the same
   ```c signature      declarations of kestro.h
 
 As a program: shown.py PAGE... writes what really happens into the pages."""
@@ -16,6 +17,7 @@ import sys
 
 from kestro_case import HOST
 from page import Page
+from programs import Programs, is_program
 from world import World, canonical
 
 WINE_COMMAND = "platform/kestro-wine build/release/bin/kestro.exe"
@@ -41,27 +43,30 @@ def transcript(world, lines):
     return shown
 
 
-def expected_blocks(page):
+def expected_blocks(page, programs):
     """[(block, lines it ought to hold)] of every block that shows what something wrote."""
     found = []
     with World(page.prepared()) as world:
         for block in page.blocks:
+            file = block.words[0] if block.language in ("ini", "json") and block.words else ""
             if block.language == "console":
                 found.append((block, transcript(world, block.lines)))
-            elif block.language == "c" and "signature" not in block.words:
-                world.program(block.text)
+            elif is_program(block):
+                world.program(programs.command(page, block))
             elif block.language == "text" and "output" in block.words:
                 found.append((block, canonical(world.output).rstrip("\n").split("\n")))
-            elif block.language == "ini" and "input" in block.words:
-                world.write(block.words[0], block.text.encode("cp1252"))
-            elif block.language == "ini" and block.words:
-                found.append((block, canonical(world.read(block.words[0])).rstrip("\n").split("\n")))
+            elif file and "input" in block.words:
+                world.write(file, block.text.encode("cp1252"))
+            elif file:
+                found.append((block, canonical(world.read(file)).rstrip("\n").split("\n")))
     return found
 
 
 if __name__ == "__main__":
-    for name in sys.argv[1:]:
-        page = Page(name)
-        before = list(page.lines)
-        page.replace(expected_blocks(page))
-        print("%s  %s" % ("same   " if page.lines == before else "changed", os.path.relpath(name)))
+    PAGES = [Page(name) for name in sys.argv[1:]]
+    with Programs(PAGES) as built:
+        for changing in PAGES:
+            before = list(changing.lines)
+            changing.replace(expected_blocks(changing, built))
+            print("%s  %s" % ("same   " if changing.lines == before else "changed",
+                              os.path.relpath(changing.path)))

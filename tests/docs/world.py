@@ -7,20 +7,11 @@ import subprocess
 import tempfile
 
 from driver_package import make_packages, minimal_hive
-from kestro_case import HANG, HOST, RUN, SOURCE
+from kestro_case import HANG, HOST, RUN
 
 PREFIX = os.environ["WINEPREFIX"]
 DRIVE = os.path.join(PREFIX, "dosdevices", "d:")
 DISKS = os.path.join(PREFIX, "drive_c", "ProgramData", "Kestro", "disks.ini")
-BUILD = os.path.dirname(os.path.dirname(HOST))
-
-PROGRAM = """#include <inttypes.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-#include <windows.h>
-#include "kestro.h"
-"""
 
 # What differs from run to run, and what stands for it in the pages.
 CANONICAL = [
@@ -136,28 +127,11 @@ class World:
         self.run([HOST, *words[1:]])
         return self.output
 
-    def program(self, text):
-        """Compiles a C program, or the statements of one, and runs it."""
-        if not re.search(r"\bw?main\(", text):
-            text = PROGRAM + "int main(void)\n{\n" + text + "return 0;\n}\n"
-        source, program = (os.path.join(self.folder.name, "example" + end) for end in (".c", ".exe"))
-        with open(source, "w", encoding="utf-8") as file:
-            file.write(text)
-        built = subprocess.run(
-            ["x86_64-w64-mingw32-gcc-posix", "-std=c11", "-Wall", "-Wextra", "-Werror", "-municode"
-             if "wmain(" in text else "-mconsole", "-I" + os.path.join(SOURCE, "include"), source,
-             "-o", program, "-static", os.path.join(BUILD, "lib", "libKestro.dll.a"), "-lole32"],
-            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=HANG)
-        if built.returncode != 0:
-            raise RuntimeError(built.stdout)
-        # Windows looks for Kestro.dll beside the program.
-        link = os.path.join(self.folder.name, "Kestro.dll")
-        if not os.path.exists(link):
-            os.symlink(os.path.join(BUILD, "bin", "Kestro.dll"), link)
-        self.run([program])
+    def program(self, command):
+        """Runs a program of the pages, which has to end well."""
+        self.run(command)
         if self.exit_code != 0:
-            raise RuntimeError("exit code %d\n%s%s" % (self.exit_code, text, self.output))
-        return self.output
+            raise RuntimeError("exit code %d of %s\n%s" % (self.exit_code, command, self.output))
 
     def read(self, windows):
         with open(self.path(windows), "rb") as file:
