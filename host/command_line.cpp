@@ -230,6 +230,7 @@ void CommandLine::AddOtherCommands()
 
     auto* const run = app_.add_subcommand("run", "Run a list of operations from a JSON file");
     run->add_option("FILE", to.file, "the list")->required();
+    run->preparse_callback([this](std::size_t) { parsed_.isList = true; });
     run->footer("The list holds command lines as arrays of words, and what to do when one fails:\n"
                 "  { \"on_failure\": \"stop\",\n"
                 "    \"operations\": [ [\"mount\", \"D:\\\\install.wim\", \"D:\\\\mount\"],\n"
@@ -260,7 +261,8 @@ void CommandLine::ShowHelp()
         command = found.front();
         name += " " + word;
     }
-    parsed_.text = command->help(command == &app_ ? "" : name.substr(0, name.rfind(' ')));
+    // App::help would show the command that was chosen, and that is help.
+    parsed_.text = app_.get_formatter()->make_help(command, name, CLI::AppFormatMode::Normal);
 }
 
 } // namespace

@@ -39,9 +39,9 @@ Operation ReadOperation(const std::wstring& file, const json& words, std::size_t
             Refuse(file, which + "every word is a text");
         operation.words.push_back(word.get<std::string>());
     }
-    if (operation.words.front() == "run" || operation.words.front() == "help")
-        Refuse(file, which + operation.words.front() + " is no operation");
     operation.parsed = ParseCommandLine(operation.words);
+    if (operation.parsed.isList || operation.words.front() == "help")
+        Refuse(file, which + "run and help are no operations");
     if (!operation.parsed.run)
         Refuse(file, which + operation.parsed.text);
     return operation;
@@ -100,6 +100,12 @@ int RunOne(const Context& context, const Operation& operation)
     } catch (const UsageError& error) {
         context.out->Error(error.what());
         return kExitUsage;
+    } catch (const kestro::LoadError& error) {
+        context.out->Failed(error.what(), HRESULT_FROM_WIN32(error.LastError()));
+        return kExitNoLibrary;
+    } catch (const std::exception& error) {
+        context.out->Error(error.what());
+        return kExitFailed;
     }
 }
 

@@ -163,9 +163,9 @@ inline Report ParseResultFile(std::string_view bytes)
     std::string section;
     std::optional<int> righe;
     for (std::string_view rest = text; !rest.empty();) {
-        const std::size_t end = std::min(rest.find('\n'), rest.size());
+        const std::size_t end = (std::min)(rest.find('\n'), rest.size());
         const std::string_view line = detail::Trim(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
+        rest.remove_prefix((std::min)(end + 1, rest.size()));
         if (line.size() >= 2 && line.front() == '[' && line.back() == ']') {
             section = line.substr(1, line.size() - 2);
             continue;

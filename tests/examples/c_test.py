@@ -5,38 +5,20 @@ import re
 import subprocess
 import unittest
 
-from driver_package import make_packages, minimal_hive
-from kestro_case import HANG, SOURCE, KestroCase, ResultFile, RUN, sha256
+from host_case import HostCase, windows
+from kestro_case import HANG, SOURCE, sha256
 
 MOUNT_HOST = os.environ["KESTRO_MOUNT_HOST"]
 
 
-def windows(path):
-    return "Z:" + path.replace("/", "\\")
-
-
-class MountHost(KestroCase):
+class MountHost(HostCase):
     def setUp(self):
         super().setUp()
-        self.write("tree/Windows/System32/config/DRIVERS", minimal_hive())
-        os.makedirs(self.path("tree/Windows/INF"))
-        self.image = self.capture("tree", "image.wim")
-        self.inf = next(path for path in make_packages(self.path("packages")) if "hid" in path)
-        for folder in ("mount", "results"):
-            os.makedirs(self.path(folder))
-
-    def run_host(self, *arguments):
-        done = subprocess.run([RUN, MOUNT_HOST, *arguments], stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=HANG, text=True)
-        self.output, self.errors = done.stdout, done.stderr
-        return done.returncode
+        self.inf = next(path for path in self.infs if "hid" in path)
 
     def service(self, inf):
-        return self.run_host(windows(self.image), windows(self.path("mount")), windows(inf),
-                             windows(self.path("results")))
-
-    def result(self, name):
-        return ResultFile(self.path("results", name))
+        return self.run_host(MOUNT_HOST, *map(windows, (
+            self.image, self.path("mount"), inf, self.path("results"))))
 
     def test_a_driver_goes_into_the_image(self):
         self.assertEqual(self.service(self.inf), 0, self.output + self.errors)
@@ -72,7 +54,7 @@ class MountHost(KestroCase):
         self.assertNotIn("failed", self.output)
 
     def test_without_arguments(self):
-        self.assertEqual(self.run_host(), 2)
+        self.assertEqual(self.run_host(MOUNT_HOST), 2)
         self.assertTrue(self.errors.startswith("usage: mount_host"))
 
     def test_the_commands_that_build_by_hand(self):
