@@ -72,6 +72,11 @@ class World:
 
     # --- what a page may find -----------------------------------------------------------------
 
+    def prepare_library(self):
+        """D:\\Kestro\\Kestro.dll."""
+        os.makedirs(self.path(r"D:\Kestro"))
+        os.symlink(os.path.join(os.path.dirname(HOST), "Kestro.dll"), self.path(r"D:\Kestro\Kestro.dll"))
+
     def prepare_image(self):
         """D:\\install.wim, an image with a driver database, and the empty D:\\mount."""
         self.write(r"D:\tree\Windows\System32\config\DRIVERS", minimal_hive())
