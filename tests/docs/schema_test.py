@@ -161,6 +161,23 @@ def changes(document):
                 yield "no %s" % (way + [key]), changed(way, lambda place, key=key: place.pop(key))
 
 
+class Commands(unittest.TestCase):
+    """Those of kestro.exe are those that are tested here and described."""
+
+    def test_no_command_is_missing(self):
+        done = subprocess.run([RUN, HOST, "--help-all"], stdin=subprocess.DEVNULL, timeout=HANG,
+                              stdout=subprocess.PIPE, check=True)
+        commands, group = set(), ""
+        for name, inner in re.findall(r"(?m)^(?:(\w+)|    ([a-z]+)  .*)\r?$", done.stdout.decode()):
+            if name:
+                group = name
+            commands = commands - {group} | {(group + " " + inner).strip()}
+        self.assertEqual(commands, COMMANDS | {"run", "help"})
+        page = read("docs", "command-line.md")
+        for command in commands:
+            self.assertIn("`" + command, page)
+
+
 class Pages(unittest.TestCase):
     def test_the_json_that_the_pages_show_is_valid(self):
         shown = 0

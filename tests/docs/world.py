@@ -20,6 +20,11 @@ CANONICAL = [
     (r"\b20\d{12}\b", "20210305140709"),
     (r"(?m)^ *\d+\.\d s  ", "   0.1 s  "),
     (r'"elapsed_ms": \d+', '"elapsed_ms": 104'),
+    # The last error after a failure was logged is whatever the thread held.
+    (r"(?m)^(ErrorCode|D:\\unsigned\\\S+\.inf)=\d+$", r"\1=0"),
+    (r"(failed   last error )\d+", r"\g<1>0"),
+    (r"(?m) \(last error \d+\)$", ""),
+    (r'("(?:last_error|error_code)": )\d+', r"\g<1>0"),
     (r"C:\\users\\[^\\]+\\(Local Settings\\|AppData\\Local\\)?Temp\\", r"C:\\Users\\you\\Temp\\"),
 ]
 
