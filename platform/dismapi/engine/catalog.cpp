@@ -45,7 +45,8 @@ constexpr char kTrustList[] = "1.3.6.1.4.1.311.10.1";
 // The signed content of a catalog without its outer header; empty if the file is no catalog.
 static ByteView TrustListOf(const PKCS7& message)
 {
-    if (!PKCS7_type_is_signed(const_cast<PKCS7*>(&message)))
+    // A message may name the type of its content and hold none.
+    if (!PKCS7_type_is_signed(const_cast<PKCS7*>(&message)) || !message.d.sign)
         return {};
     const PKCS7* content = message.d.sign->contents;
     char type[sizeof kTrustList + 1];
