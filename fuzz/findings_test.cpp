@@ -1,8 +1,12 @@
 // findings_test.cpp - inputs that broke the engine, and what it answers now.
 #include "catalog.h"
+#include "driver_hive.h"
+#include "minimal_hive.h"
 #include "mount_record.h"
 #include "refusal.h"
 #include "scratch.h"
+
+#include <cstring>
 
 namespace kestro::fuzz {
 namespace {
@@ -49,6 +53,76 @@ TEST(Findings, ANextRecordOfAnotherDirectory)
     WriteFile(scratch / "records/0/next.json", Record("1", "0", "/nonexistent/other"));
     EXPECT_CODE(MountRegistry(scratch / "records").FindDirectory("/nonexistent/mount"),
                 code::not_a_valid_mount);
+}
+
+// A hive with one package in it, of which single words are then changed.
+class DamagedHive : public testing::Test {
+  protected:
+    DamagedHive()
+    {
+        servicing::DriverPackage package;
+        package.className = "Net";
+        package.models = {{"amd64", "Maker", "Card", "PCI\\VEN_1234", {}, "Install.NT", "card"}};
+        WriteFile(scratch_ / "minimal", test::MinimalHive());
+        servicing::DriverHive hive(scratch_ / "minimal");
+        hive.Register({&package, "oem0.inf", "card.inf_amd64_0123", "card.inf", ""});
+        hive.Save(scratch_ / "hive");
+        bytes_ = ReadFile(scratch_ / "hive");
+    }
+
+    // Where the record of a key or value with that name begins; its name is its last field.
+    std::size_t Key(const std::string& name) const { return Record(name, "nk", 0x50); }
+    std::size_t Value(const std::string& name) const { return Record(name, "vk", 0x18); }
+    std::uint32_t Word(std::size_t at) const
+    {
+        std::uint32_t word;
+        std::memcpy(&word, bytes_.data() + at, sizeof word);
+        return word;
+    }
+    void ExpectRefused(std::size_t at, std::uint32_t word)
+    {
+        std::memcpy(bytes_.data() + at, &word, sizeof word);
+        WriteFile(scratch_ / "hive", bytes_);
+        EXPECT_CODE(servicing::DriverHive(scratch_ / "hive"), code::bad_hive);
+    }
+    static constexpr std::size_t kBins = 0x1000;
+    static constexpr std::uint32_t kInUse = 0x80000000; // cells that are free have a positive size
+
+  private:
+    std::size_t Record(const std::string& name, const std::string& id, std::size_t header) const
+    {
+        for (auto at = bytes_.find(name); at != std::string::npos; at = bytes_.find(name, at + 1))
+            if (bytes_.compare(at - header + 4, 2, id) == 0 && Word(at - header) >= kInUse)
+                return at - header;
+        ADD_FAILURE() << "no " << id << " record named " << name;
+        return 0;
+    }
+
+    Scratch scratch_;
+    std::string bytes_;
+};
+
+TEST_F(DamagedHive, AKeyThatIsItsOwnSubkey)
+{
+    const std::size_t key = Key("DriverDatabase");
+    const std::size_t list = kBins + Word(key + 0x20);
+    ExpectRefused(list + 8, static_cast<std::uint32_t>(key - kBins));
+}
+
+TEST_F(DamagedHive, TwoValuesWithTheSameData)
+{
+    ExpectRefused(Value("InfName") + 0xC, Word(Value("Provider") + 0xC));
+}
+
+TEST_F(DamagedHive, AValueWithDataThatIsNowhere)
+{
+    ExpectRefused(Value("InfName") + 0xC, 0x00FFFFF8);
+}
+
+TEST_F(DamagedHive, AKeyWithFewerSubkeysThanItSays)
+{
+    const std::size_t count = Key("DriverDatabase") + 0x18;
+    ExpectRefused(count, Word(count) + 1);
 }
 
 } // namespace
