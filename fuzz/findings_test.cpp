@@ -5,8 +5,10 @@
 #include "mount_record.h"
 #include "refusal.h"
 #include "scratch.h"
+#include "wim_file.h"
 
 #include <cstring>
+#include <sys/resource.h>
 
 namespace kestro::fuzz {
 namespace {
@@ -53,6 +55,24 @@ TEST(Findings, ANextRecordOfAnotherDirectory)
     WriteFile(scratch / "records/0/next.json", Record("1", "0", "/nonexistent/other"));
     EXPECT_CODE(MountRegistry(scratch / "records").FindDirectory("/nonexistent/mount"),
                 code::not_a_valid_mount);
+}
+
+// It took gigabytes of memory and a minute to be refused.
+TEST(Findings, AnImageFileThatSaysItHoldsMoreImagesThanItsSizeAllows)
+{
+    const Scratch scratch;
+    std::string wim = ReadFile(KESTRO_FUZZ_CORPUS "/image/none.wim");
+    ASSERT_EQ(wim.substr(44, 4), std::string("\1\0\0\0", 4));
+    wim.replace(44, 4, "\x41\xE0\x68\x6D");
+    WriteFile(scratch / "image.wim", wim);
+    rlimit limit = {};
+    getrlimit(RLIMIT_AS, &limit);
+    const rlimit small = {rlim_t{1} << 30, limit.rlim_max};
+    setrlimit(RLIMIT_AS, &small);
+    EXPECT_CODE(
+        servicing::WimFile(scratch / "image.wim", servicing::WimFile::Access::Read, false, {}),
+        code::bad_format);
+    setrlimit(RLIMIT_AS, &limit);
 }
 
 // A hive with one package in it, of which single words are then changed.
@@ -117,6 +137,11 @@ TEST_F(DamagedHive, TwoValuesWithTheSameData)
 TEST_F(DamagedHive, AValueWithDataThatIsNowhere)
 {
     ExpectRefused(Value("InfName") + 0xC, 0x00FFFFF8);
+}
+
+TEST_F(DamagedHive, AKeyWithAClassNameThatIsNowhere)
+{
+    ExpectRefused(Key("Install.NT") + 0x34, 0x00FFFFF8);
 }
 
 TEST_F(DamagedHive, AKeyWithFewerSubkeysThanItSays)

@@ -13,7 +13,8 @@ namespace kestro::servicing {
 namespace {
 
 constexpr std::size_t kBins = 0x1000; // cell offsets count from here
-constexpr int kDeepest = 512;         // as Windows allows
+constexpr std::uint32_t kNone = 0xFFFFFFFF;
+constexpr int kDeepest = 512; // as Windows allows
 
 class HiveCheck {
   public:
@@ -177,6 +178,9 @@ void HiveCheck::ClaimTree(Offset key, int depth)
         Refuse("its keys are nested too deeply");
     ClaimRecord(key, "nk", 0x50);
     NameOf(key);
+    const auto className = At<Offset>(kBins + key + 0x34);
+    if (className != kNone)
+        Claim(className, 4);
     ClaimValues(key);
     ClaimSubkeys(key, [&](Offset subkey) { ClaimTree(subkey, depth + 1); });
 }
