@@ -1,6 +1,7 @@
 // findings_test.cpp - inputs that broke the engine, and what it answers now.
 #include "catalog.h"
 #include "driver_hive.h"
+#include "hive_values.h"
 #include "minimal_hive.h"
 #include "mount_record.h"
 #include "refusal.h"
@@ -73,6 +74,18 @@ TEST(Findings, AnImageFileThatSaysItHoldsMoreImagesThanItsSizeAllows)
         servicing::WimFile(scratch / "image.wim", servicing::WimFile::Access::Read, false, {}),
         code::bad_format);
     setrlimit(RLIMIT_AS, &limit);
+}
+
+// It was read from nowhere.
+TEST(Findings, ARegistryValueWhoseNameIsNotUtf8)
+{
+    const Scratch scratch;
+    WriteFile(scratch / "DRIVERS", test::MinimalHive());
+    const std::unique_ptr<hive_h, decltype(&hivex_close)> hive(
+        hivex_open((scratch / "DRIVERS").c_str(), HIVEX_OPEN_WRITE), &hivex_close);
+    ASSERT_TRUE(hive);
+    EXPECT_CODE(servicing::SetText(hive.get(), hivex_root(hive.get()), "caf\xE9", "text"),
+                code::invalid_parameter);
 }
 
 // A hive with one package in it, of which single words are then changed.
