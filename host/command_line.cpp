@@ -17,6 +17,7 @@ std::wstring Wide(const std::string& text)
 std::vector<std::wstring> Wide(const std::vector<std::string>& texts)
 {
     std::vector<std::wstring> wide;
+    wide.reserve(texts.size());
     for (const std::string& text : texts)
         wide.push_back(Wide(text));
     return wide;
@@ -255,7 +256,8 @@ void CommandLine::ShowHelp()
             [&](const CLI::App* candidate) { return candidate->get_name() == word; });
         if (found.empty()) {
             parsed_.exitCode = kExitUsage;
-            parsed_.text = "There is no command " + word + " in " + name + ".\n";
+            parsed_.text = "There is no command ";
+            parsed_.text.append(word).append(" in ").append(name).append(".\n");
             return;
         }
         command = found.front();

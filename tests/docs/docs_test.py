@@ -14,7 +14,7 @@ from shown import expected_blocks
 PAGES = sorted(glob.glob(os.path.join(SOURCE, "docs", "**", "*.md"), recursive=True) +
                glob.glob(os.path.join(SOURCE, "examples", "*.md")) +
                glob.glob(os.path.join(SOURCE, "*.md")))
-FOLDERS = ("bench", "cmake", "docs", "examples", "host", "include", "platform", "src", "tests")
+FOLDERS = ("bench", "cmake", "docs", "examples", "fuzz", "host", "include", "platform", "src", "tests")
 
 
 def read(*parts):

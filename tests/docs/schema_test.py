@@ -53,11 +53,8 @@ OPERATIONS = [
     ["unmount", r"D:\mount", "--discard"],
     ["unmount", r"D:\mount", "--commit"],
     ["disk", "clean", DISK, "--yes"],
-    ["disk", "clean", DISK, "--force", "--yes"],
     ["disk", "clean", DISK],
     ["disk", "offline", DISK],
-    ["disk", "online", DISK],
-    ["disk", "offline", MISSING],
     ["disk", "online", MISSING],
     ["inf", "install", HID],
     ["inf", "install", HID, "--library", r"D:\deaf_kestro.dll"],
@@ -98,12 +95,13 @@ class Output(unittest.TestCase):
                 OUTPUT.validate(document)
 
     def test_every_command_succeeded_and_failed(self):
-        seen = {(document["command"], document["succeeded"]) for document in self.documents}
-        for command in COMMANDS:
-            with self.subTest(command=command):
-                self.assertIn((command, True), seen, self.errors)
-                self.assertIn((command, False), seen, self.errors)
-        self.assertEqual({command for command, _ in seen}, COMMANDS)
+        self.assertEqual({document["command"] for document in self.documents}, COMMANDS, self.errors)
+        # Those of the disks are one kind of document; each call starts the disk service, which takes a second.
+        seen = {(kind(document), document["succeeded"]) for document in self.documents}
+        for document in self.documents:
+            with self.subTest(command=document["command"]):
+                self.assertIn((kind(document), True), seen, self.errors)
+                self.assertIn((kind(document), False), seen, self.errors)
 
     def test_what_the_exit_code_says_of_the_document(self):
         codes = set()
@@ -122,13 +120,19 @@ class Output(unittest.TestCase):
     def test_a_document_that_kestro_does_not_print_is_not_valid(self):
         kinds = {}
         for document in self.documents:
-            kinds[document["command"], document["succeeded"], "calls" in document] = document
-        for (command, _, _), document in kinds.items():
-            part = validator("output", "disk" if command.startswith("disk") else command.replace(" ", "-"))
+            kinds[kind(document), document["succeeded"], "calls" in document] = document
+        for (part_name, _, _), document in kinds.items():
+            part = validator("output", part_name)
             part.validate(document)
             for change, changed in changes(document):
-                with self.subTest(command=command, change=change):
+                with self.subTest(command=document["command"], change=change):
                     self.assertFalse(part.is_valid(changed), changed)
+
+
+def kind(document):
+    """The schema's name for it."""
+    command = document["command"]
+    return "disk" if command.startswith("disk") else command.replace(" ", "-")
 
 
 def changes(document):
