@@ -70,7 +70,7 @@ class CommandLine {
             parsed_.run = nullptr;
             std::ostringstream text, errors;
             parsed_.exitCode = app_.exit(error, text, errors) == 0 ? kExitSuccess : kExitUsage;
-            parsed_.text = text.str() + errors.str();
+            parsed_.text = UnknownCommand() + text.str() + errors.str();
         }
         return std::move(parsed_);
     }
@@ -94,6 +94,7 @@ class CommandLine {
     void AddSystemCommands();
     void AddOtherCommands();
     void ShowHelp();
+    std::string UnknownCommand() const;
 
     CLI::App app_{
         "Kestro services offline Windows images and disks and tells what became of each step.",
@@ -265,6 +266,22 @@ void CommandLine::ShowHelp()
     }
     // App::help would show the command that was chosen, and that is help.
     parsed_.text = app_.get_formatter()->make_help(command, name, CLI::AppFormatMode::Normal);
+}
+
+// CLI11 only says that a command is missing where it met a word that is none.
+std::string CommandLine::UnknownCommand() const
+{
+    const CLI::App* command = &app_;
+    std::string name = "kestro";
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+        name += " " + command->get_name();
+    }
+    const bool takesCommand = !command->get_subcommands({}).empty();
+    for (const std::string& word : app_.remaining(true))
+        if (takesCommand && !word.starts_with("-"))
+            return "There is no command " + word + " in " + name + ".\n";
+    return "";
 }
 
 } // namespace
