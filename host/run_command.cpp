@@ -40,8 +40,11 @@ Operation ReadOperation(const std::wstring& file, const json& words, std::size_t
         operation.words.push_back(word.get<std::string>());
     }
     operation.parsed = ParseCommandLine(operation.words);
-    if (operation.parsed.isList || operation.words.front() == "help")
-        Refuse(file, which + "run and help are no operations");
+    // However many options stand before the word.
+    if (operation.parsed.isList)
+        Refuse(file, which + "run is no operation");
+    if (operation.words.front() == "help")
+        Refuse(file, which + "help is no operation");
     if (!operation.parsed.run)
         Refuse(file, which + operation.parsed.text);
     return operation;
