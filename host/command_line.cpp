@@ -23,6 +23,11 @@ std::vector<std::wstring> Wide(const std::vector<std::string>& texts)
     return wide;
 }
 
+std::string NoCommand(const std::string& word, const std::string& name)
+{
+    return "There is no command " + word + " in " + name + ".\n";
+}
+
 // What the arguments of all commands are read into.
 struct Arguments {
     std::string image, directory, name, file;
@@ -257,8 +262,7 @@ void CommandLine::ShowHelp()
             [&](const CLI::App* candidate) { return candidate->get_name() == word; });
         if (found.empty()) {
             parsed_.exitCode = kExitUsage;
-            parsed_.text = "There is no command ";
-            parsed_.text.append(word).append(" in ").append(name).append(".\n");
+            parsed_.text = NoCommand(word, name);
             return;
         }
         command = found.front();
@@ -280,7 +284,7 @@ std::string CommandLine::UnknownCommand() const
     const bool takesCommand = !command->get_subcommands({}).empty();
     for (const std::string& word : app_.remaining(true))
         if (takesCommand && !word.starts_with("-"))
-            return "There is no command " + word + " in " + name + ".\n";
+            return NoCommand(word, name);
     return "";
 }
 
