@@ -23,6 +23,9 @@ class Usage(KestroCase):
         for command in ("mount", "unmount", "driver", "disk", "inf", "selftest", "result", "run", "help"):
             self.assertRegex(self.output, r"(?m)^  %s  " % command)
         self.assertIn("Exit codes: 0 success", self.output)
+        of_the_program = self.output
+        self.assertEqual(self.exit_code("help"), 0)
+        self.assertEqual(self.output, of_the_program)
         for words in (["mount"], ["driver", "add"], ["disk", "clean"], ["result"], ["run"]):
             self.assertEqual(self.exit_code("help", *words), 0)
             self.assertIn("Example: kestro " + " ".join(words), self.output)
@@ -129,6 +132,13 @@ class Lists(KestroCase):
         self.assertIn("2 of 3 operations succeeded, 1 failed", self.output)
         self.assertIn("[3/3] result", self.output + self.errors)
 
+    def test_a_library_that_is_not_there_fails_one_operation(self):
+        good = self.operations()[0]
+        self.run_list({"operations": [good, ["selftest", "--library", self.path("none.dll")], good],
+                       "on_failure": "continue"}, 1, "--json")
+        self.assertEqual([one["exit_code"] for one in json.loads(self.output)["operations"]], [0, 4, 0])
+        self.assertIn("none.dll", self.errors)
+
     def test_a_whole_servicing(self):
         self.write("tree/file.txt", "content")
         image = self.capture("tree", "image.wim")
@@ -143,6 +153,7 @@ class Lists(KestroCase):
                 ("{", "JSON"), ({"operations": "mount"}, "operations"),
                 ({"operations": [["result", good], ["mont"]]}, "operation 2"),
                 ({"operations": [["result", good], ["run", "x"]]}, "run is no operation"),
+                ({"operations": [["--wide", "run", "x"]]}, "run is no operation"),
                 ({"operations": [], "on_failure": "retry"}, "on_failure"),
                 ({"operations": [], "onfailure": "stop"}, "onfailure")):
             with self.subTest(document=document):
