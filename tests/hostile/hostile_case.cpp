@@ -30,6 +30,11 @@ const std::vector<HostileText>& HostileTexts()
     return texts;
 }
 
+bool Thorough()
+{
+    return std::getenv("KESTRO_SOAK") != nullptr;
+}
+
 void HostileCase::SetUp()
 {
     static int count = 0;

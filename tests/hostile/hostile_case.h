@@ -25,6 +25,9 @@ struct HostileText {
 // Null, empty, as long as a path can be and longer than a name can be, with half a surrogate pair.
 const std::vector<HostileText>& HostileTexts();
 
+// By ./dev soak, which has the time.
+bool Thorough();
+
 // Every test works in a folder of its own, which is the current directory too: a writer that makes
 // something else of a hostile path leaves nothing behind.
 class HostileCase : public testing::Test {

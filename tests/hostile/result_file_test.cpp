@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -132,7 +131,7 @@ TEST_F(HostileResultFiles, NoText)
 // Two megabytes; a hundred by ./dev soak.
 TEST_F(HostileResultFiles, Large)
 {
-    const size_t size = std::getenv("KESTRO_SOAK") ? 100'000'000 : 2'000'000;
+    const size_t size = Thorough() ? 100'000'000 : 2'000'000;
     std::string bytes;
     bytes.reserve(size + 100);
     for (int section = 0; bytes.size() < size; ++section) {

@@ -74,9 +74,10 @@ heap() (
         platform/kestro-wine build/release/tests/soak/heap_fault.exe "$fault" 2>&1 | grep -q err:heap ||
             fail "Wine's heap checks do not see a write $fault its block"
     done
-    export GTEST_FILTER='-*.EveryCombination*:*.EveryPattern*'
-    ctest --preset release -E '^(matrix_test|end_to_end.*)$' --output-log "$logs/heap.log" -V >/dev/null ||
-        fail "see $logs/heap.log"
+    export GTEST_FILTER='-*.EveryCombination*:*.EveryPattern*:*.Large'
+    echo "heap: progress in $logs/heap.log*" >&2
+    ctest --preset release -R '_test$|^(companion|console|device|hostile|servicing_api)$' \
+        -E '^matrix_test$' -V --output-log "$logs/heap.log" >/dev/null || fail "see $logs/heap.log"
     if grep -aE '(err|warn):heap:' "$logs/heap.log"; then
         fail "the heap checks found something"
     fi
