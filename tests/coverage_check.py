@@ -42,6 +42,8 @@ def main():
     report = json.loads(Path(sys.argv[1]).read_text(encoding="utf-8"))
     missing, lines, branches = uncovered(report)
     known = explained(Path(sys.argv[2]).read_text(encoding="utf-8"))
+    if not lines[1]:
+        sys.exit("coverage: no line of the library was counted")
     for name, (covered, total) in (("lines", lines), ("branches", branches)):
         print(f"{name:9} {covered:4} of {total:4} covered, {100 * covered / total:.1f} %")
     print(f"{len(missing)} places not covered in full, {len(missing.keys() & known)} of them explained")
