@@ -81,7 +81,7 @@ heap() (
     if grep -aE '(err|warn):heap:' "$logs/heap.log"; then
         fail "the heap checks found something"
     fi
-    grep -a 'tests passed' "$logs/heap.log"
+    grep -a '% tests passed' "$logs/heap.log"
 )
 
 [ $# -gt 0 ] || set -- load trap sanitize valgrind heap
