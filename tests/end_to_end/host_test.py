@@ -40,7 +40,7 @@ class Usage(KestroCase):
                              (["unmount", "dir"], "discard"), (["help", "mont"], "mont"),
                              (["unmount", "dir", "--commit", "--discard"], "commit")):
             with self.subTest(words=words):
-                self.assertEqual(self.exit_code(*words), 2)
+                self.assertEqual(self.exit_code(*words), 2, self.output + self.errors)
                 self.assertEqual(self.output, "")
                 self.assertIn(named, self.errors)
 
