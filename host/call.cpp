@@ -1,86 +1,65 @@
-// call.cpp - one call of the library, made, followed and read back.
+// call.cpp - how the host makes a call.
 #include "call.h"
 
 #include "usage_error.h"
 
 #include <atomic>
 #include <cstdio>
+#include <filesystem>
 #include <future>
 #include <thread>
 
 #include <fcntl.h>
 #include <io.h>
-#include <objbase.h>
 
 namespace kestro::host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::wstring TemporaryFile(const wchar_t* purpose)
+std::wstring TemporaryResult()
 {
     static std::atomic<int> count = 0;
-    wchar_t folder[MAX_PATH + 1] = {};
-    if (GetTempPathW(MAX_PATH, folder) == 0)
-        throw LoadError("there is no folder for temporary files", GetLastError());
-    return std::wstring(folder) + L"kestro-" + purpose + L"-" +
-           std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++count);
+    return (std::filesystem::temp_directory_path() /
+            (L"kestro-result-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+             std::to_wstring(++count) + L".ini"))
+        .wstring();
 }
 
-// While this lives, standard output goes to a file: the library prints there, and the host's own output
-// must stay what it is.
-class CapturedOutput {
+// While this lives, what goes to standard output is dropped: the library prints there what its ResultFile
+// says too, and the host's own output must stay what it is.
+class DivertedOutput {
   public:
-    CapturedOutput() : path_(TemporaryFile(L"console")), saved_(_dup(1))
+    DivertedOutput() : saved_(_dup(1))
     {
         std::fflush(stdout);
-        // As text: a binary file would take the wide lines as UTF-16 among the narrow ones.
-        const int file = _wopen(path_.c_str(), _O_CREAT | _O_TRUNC | _O_WRONLY | _O_TEXT, 0600);
-        if (file >= 0) {
-            _dup2(file, 1);
-            _close(file);
+        const int nowhere = _open("NUL", _O_WRONLY);
+        if (nowhere >= 0) {
+            _dup2(nowhere, 1);
+            _close(nowhere);
         }
     }
-    ~CapturedOutput() { Restore(); }
-    CapturedOutput(const CapturedOutput&) = delete;
-    CapturedOutput& operator=(const CapturedOutput&) = delete;
-
-    std::string Take()
+    ~DivertedOutput()
     {
-        Restore();
-        std::string bytes;
-        if (std::FILE* const file = _wfopen(path_.c_str(), L"rb")) {
-            char block[4096];
-            for (std::size_t count; (count = std::fread(block, 1, sizeof block, file)) != 0;)
-                bytes.append(block, count);
-            std::fclose(file);
+        std::fflush(stdout);
+        if (saved_ >= 0) {
+            _dup2(saved_, 1);
+            _close(saved_);
         }
-        DeleteFileW(path_.c_str());
-        std::erase(bytes, '\r');
-        return detail::Utf8(detail::Wide(bytes, CP_ACP));
     }
+    DivertedOutput(const DivertedOutput&) = delete;
+    DivertedOutput& operator=(const DivertedOutput&) = delete;
 
   private:
-    void Restore()
-    {
-        if (saved_ < 0)
-            return;
-        std::fflush(stdout);
-        _dup2(saved_, 1);
-        _close(saved_);
-        saved_ = -1;
-    }
-
-    std::wstring path_;
     int saved_;
 };
 
 } // namespace
 
-ResultPath::ResultPath(const std::wstring& named, int number) : temporary_(named.empty())
+ResultPath::ResultPath(const std::wstring& named, int number, Form form) : temporary_(named.empty())
 {
     if (temporary_) {
-        path_ = TemporaryFile(L"result") + L".ini";
+        path_ = TemporaryResult();
         return;
     }
     std::filesystem::path path = std::filesystem::absolute(named);
@@ -96,6 +75,10 @@ ResultPath::ResultPath(const std::wstring& named, int number) : temporary_(named
     if (!std::filesystem::is_directory(path.parent_path(), error))
         throw UsageError("there is no folder " + detail::Utf8(path.parent_path().wstring()) +
                          " for the result file");
+    bool lossy = false;
+    detail::Narrow(path_, &lossy);
+    if (lossy && form == Form::Narrow)
+        throw UsageError("the result file's path does not fit the ANSI code page; use --wide");
 }
 
 ResultPath::~ResultPath()
@@ -104,61 +87,34 @@ ResultPath::~ResultPath()
         DeleteFileW(path_.c_str());
 }
 
-std::string ResultPath::Narrow() const
+Runner FollowingRunner(Follower follower)
 {
-    BOOL lossy = FALSE;
-    const int size = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, path_.c_str(), -1, nullptr,
-                                         0, nullptr, &lossy);
-    std::string narrow(static_cast<std::size_t>(size > 0 ? size : 1), '\0');
-    WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, path_.c_str(), -1, narrow.data(), size,
-                        nullptr, &lossy);
-    if (lossy)
-        throw UsageError("the result file's path does not fit the ANSI code page; use --wide");
-    narrow.pop_back();
-    return narrow;
-}
+    return [follower = std::move(follower)](const std::function<void()>& call,
+                                            const std::wstring& result) {
+        int shown = 1; // a call's first line is number 2
+        const auto start = Clock::now();
+        const auto follow = [&] {
+            const auto report = ReadResultFile(result);
+            if (!report)
+                return;
+            for (const LogLine& line : report->log)
+                if (line.number > shown) {
+                    shown = line.number;
+                    follower(line, std::chrono::duration_cast<std::chrono::milliseconds>(
+                                       Clock::now() - start));
+                }
+        };
 
-CallResult RunCall(const ResultPath& path, const std::function<std::int32_t()>& call,
-                   const Follower& follower)
-{
-    CallResult result;
-    int shown = 1; // a call's first line is number 2
-    const auto start = Clock::now();
-    const auto since = [&] {
-        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-    };
-    const auto follow = [&] {
-        const auto report = ReadResultFile(path.Wide());
-        if (!report)
-            return;
-        for (const LogLine& line : report->log)
-            if (line.number > shown) {
-                shown = line.number;
-                follower(line, since());
-            }
-    };
-
-    CapturedOutput output;
-    std::packaged_task<void()> task([&] {
-        // The disk functions consume an initialisation on their normal exits only; the thread's end
-        // takes back what is left.
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        SetLastError(ERROR_SUCCESS);
-        result.returned = call();
-        result.lastError = GetLastError();
-    });
-    std::future<void> done = task.get_future();
-    std::thread worker(std::move(task));
-    while (done.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready)
+        const DivertedOutput diverted;
+        std::packaged_task<void()> task(call);
+        std::future<void> done = task.get_future();
+        std::thread worker(std::move(task));
+        while (done.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready)
+            follow();
+        worker.join();
         follow();
-    worker.join();
-    result.elapsed = since();
-    result.console = output.Take();
-    follow();
-    done.get(); // an exception that left the library
-    if (auto report = ReadResultFile(path.Wide()))
-        result.report = std::move(*report);
-    return result;
+        done.get(); // an exception that left the library
+    };
 }
 
 } // namespace kestro::host

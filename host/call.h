@@ -1,36 +1,26 @@
-// call.h - one call of the library: made on a thread of its own, followed in its ResultFile, with what
-// it prints kept off the host's own output.
+// call.h - how the host makes a call: on a thread of its own, followed in its ResultFile, with what the
+// library prints kept off the host's own output.
 #pragma once
 
 #include "kestro.hpp"
 
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <string>
 
 namespace kestro::host {
 
-struct CallResult {
-    std::int32_t returned = 0;
-    DWORD lastError = 0;
-    Report report;
-    std::string console; // what the library printed, UTF-8
-    std::chrono::milliseconds elapsed{};
-};
-
 // Where a call reports to: the file the user named, or one that is removed afterwards.
 class ResultPath {
   public:
-    // Number n of a command with several calls gets a file of its own beside the first.
-    ResultPath(const std::wstring& named, int number);
+    // Number n of a command with several calls gets a file of its own beside the first. A narrow call takes
+    // only a path that the ANSI code page can hold; another one is refused.
+    ResultPath(const std::wstring& named, int number, Form form);
     ~ResultPath();
     ResultPath(const ResultPath&) = delete;
     ResultPath& operator=(const ResultPath&) = delete;
 
-    const std::wstring& Wide() const { return path_; }
-    // The path for a narrow call. One that the ANSI code page cannot hold is refused.
-    std::string Narrow() const;
+    const std::wstring& Text() const { return path_; }
 
   private:
     std::wstring path_;
@@ -40,8 +30,6 @@ class ResultPath {
 // Told each new log line once, with the time since the call began.
 using Follower = std::function<void(const LogLine& line, std::chrono::milliseconds since)>;
 
-// Runs the call with COM initialised on its thread, as the disk functions need it.
-CallResult RunCall(const ResultPath& path, const std::function<std::int32_t()>& call,
-                   const Follower& follower);
+Runner FollowingRunner(Follower follower);
 
 } // namespace kestro::host

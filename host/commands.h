@@ -26,24 +26,39 @@ struct Options {
     Form GetForm() const { return wide ? Form::Wide : Form::Narrow; }
 };
 
-int MountCommand(const Options& options, const std::wstring& image, const std::wstring& directory);
-int UnmountCommand(const Options& options, const std::wstring& directory, bool commit);
+// Where the commands of one run of the program write: the JSON documents of a list of operations become one.
+struct Context {
+    Options options;
+    Output* out = nullptr;
+};
 
-int DriverAddCommand(const Options& options, const std::wstring& image,
+int MountCommand(const Context& context, const std::wstring& image, const std::wstring& directory);
+int UnmountCommand(const Context& context, const std::wstring& directory, bool commit);
+
+int DriverAddCommand(const Context& context, const std::wstring& image,
                      const std::vector<std::wstring>& infs);
-int DriverRemoveCommand(const Options& options, const std::wstring& image,
+int DriverRemoveCommand(const Context& context, const std::wstring& image,
                         const std::wstring& name);
-int DriverListCommand(const Options& options, const std::wstring& image);
-int DriverInfoCommand(const Options& options, const std::wstring& image,
+int DriverListCommand(const Context& context, const std::wstring& image);
+int DriverInfoCommand(const Context& context, const std::wstring& image,
                       const std::wstring& driver);
 
 struct CleanFlags {
-    bool force = false, forceOem = false, full = false, yes = false;
+    Operations::CleanOptions what;
+    bool yes = false;
 };
-int DiskCleanCommand(const Options& options, const std::wstring& name, const CleanFlags& flags);
-int DiskOnlineCommand(const Options& options, const std::wstring& name, bool online);
+int DiskCleanCommand(const Context& context, const std::wstring& name, const CleanFlags& flags);
+int DiskOnlineCommand(const Context& context, const std::wstring& name, bool online);
 
-int InfInstallCommand(const Options& options, const std::wstring& inf);
-int SelfTestCommand(const Options& options);
+int InfInstallCommand(const Context& context, const std::wstring& inf);
+int SelfTestCommand(const Context& context);
+
+// Shows a ResultFile. With watch, follows it until nothing was written for so many seconds (0: until the
+// user ends the program).
+int ResultCommand(const Context& context, const std::wstring& file, bool watch,
+                  unsigned idleSeconds);
+
+// Runs the operations that a JSON file lists.
+int RunCommand(const Context& context, const std::wstring& file);
 
 } // namespace kestro::host

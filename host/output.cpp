@@ -48,6 +48,14 @@ void Output::Error(const std::string& text) const
     Put(stderr, STD_ERROR_HANDLE, "kestro: " + text + "\n");
 }
 
+void Output::Text(const std::string& text, bool asError) const
+{
+    if (asError)
+        Put(stderr, STD_ERROR_HANDLE, text);
+    else
+        Put(stdout, STD_OUTPUT_HANDLE, text);
+}
+
 void Output::Progress(const std::string& text) const
 {
     if (!json_)
@@ -73,21 +81,28 @@ void Output::Steps(const Report& report) const
     }
 }
 
-void Output::Failed(const std::string& what, std::int32_t code, std::int32_t lastError) const
+void Output::Failed(const std::string& what, std::int32_t code,
+                    std::optional<std::int32_t> lastError) const
 {
     const CodeText text = Describe(code);
     std::string line = what + " failed: " + text.hex;
+    if (!text.name.empty())
+        line += " " + text.name;
     if (!text.message.empty())
         line += ", " + text.message;
-    if (lastError != 0)
-        line += " (last error " + std::to_string(lastError) + ")";
+    if (lastError.value_or(0) != 0)
+        line += " (last error " + std::to_string(*lastError) + ")";
     Error(line);
     if (!text.hint.empty())
         Error(text.hint);
 }
 
-void Output::Document(const json& document) const
+void Output::Document(const json& document)
 {
+    if (gathered_.is_array()) {
+        gathered_.push_back(document);
+        return;
+    }
     // Text that is not UTF-8 is shown as far as it goes instead of losing the whole document.
     Put(stdout, STD_OUTPUT_HANDLE,
         document.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
@@ -96,7 +111,11 @@ void Output::Document(const json& document) const
 json CodeToJson(std::int32_t code)
 {
     const CodeText text = Describe(code);
-    return {{"hresult", text.hex}, {"value", code}, {"message", text.message}, {"hint", text.hint}};
+    return {{"hresult", text.hex},
+            {"value", code},
+            {"name", text.name},
+            {"message", text.message},
+            {"hint", text.hint}};
 }
 
 json ToJson(const Report& report)

@@ -6,7 +6,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace kestro::host {
 
@@ -20,14 +22,20 @@ class Output {
     Follower LogFollower() const;
     // The steps with their outcomes, and what failed.
     void Steps(const Report& report) const;
-    void Failed(const std::string& what, std::int32_t code, std::int32_t lastError) const;
+    void Failed(const std::string& what, std::int32_t code,
+                std::optional<std::int32_t> lastError = {}) const;
     void Line(const std::string& text) const;
     void Error(const std::string& text) const;
-    // The one JSON document of a command.
-    void Document(const nlohmann::json& document) const;
+    // Ready lines, as they are.
+    void Text(const std::string& text, bool asError) const;
+    // The one JSON document of a command. While documents are gathered it is kept for the one who gathers.
+    void Document(const nlohmann::json& document);
+    void Gather() { gathered_ = nlohmann::json::array(); }
+    nlohmann::json Gathered() { return std::exchange(gathered_, nlohmann::json()); }
 
   private:
     bool json_;
+    nlohmann::json gathered_; // an array while documents are gathered
 };
 
 nlohmann::json ToJson(const Report& report);

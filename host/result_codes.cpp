@@ -46,6 +46,13 @@ constexpr Known kKnown[] = {
     {0xC1510111, "no permission to mount and change the image", "Run elevated."},
     {0xC1510113, "the image file holds no such image", ""},
     {0xC1510115, "the mounted image is invalid", "Unmount it with --discard."},
+    {0x80070005, "access denied", "Run as administrator, and check who may write there."},
+    {0x8007000B, "this is no image file, or a damaged one", ""},
+    {0x80070070, "the disk is full", "Make room, then try again."},
+    {0x800703F1, "the image's registry cannot be trusted",
+     "Its hive is damaged, or was not closed properly by the system that used it."},
+    {0x800F024B, "the catalog was signed for another INF",
+     "Use the INF as its maker published it."},
     {0x800702E4, "the operation needs elevation", "Run as administrator."},
     {0x80070032, "not supported", "An in-box driver, or one for another architecture?"},
     {0x800F0247, "the driver package has no valid signature", "Use a signed package."},
@@ -64,6 +71,56 @@ constexpr Known kKnown[] = {
     {0x8004280B, "the disk is read-only", ""},
     {0x80042811, "the disk holds the system volume", ""},
 };
+
+struct Named {
+    std::uint32_t code;
+    const char* name;
+};
+
+// The names that the platform's headers give.
+constexpr Named kNames[] = {
+    {0x80004001, "E_NOTIMPL"},
+    {0x80004003, "E_POINTER"},
+    {0x80004005, "E_FAIL"},
+    {0x8000FFFF, "E_UNEXPECTED"},
+    {0x80040154, "REGDB_E_CLASSNOTREG"},
+    {0x80070002, "ERROR_FILE_NOT_FOUND"},
+    {0x80070003, "ERROR_PATH_NOT_FOUND"},
+    {0x80070005, "E_ACCESSDENIED"},
+    {0x8007000B, "ERROR_BAD_FORMAT"},
+    {0x8007000E, "E_OUTOFMEMORY"},
+    {0x80070020, "ERROR_SHARING_VIOLATION"},
+    {0x80070032, "ERROR_NOT_SUPPORTED"},
+    {0x80070057, "E_INVALIDARG"},
+    {0x80070070, "ERROR_DISK_FULL"},
+    {0x8007007E, "ERROR_MOD_NOT_FOUND"},
+    {0x800702E4, "ERROR_ELEVATION_REQUIRED"},
+    {0x800703F1, "ERROR_BADDB"},
+    {0x800706BA, "RPC_S_SERVER_UNAVAILABLE"},
+    {0x800706BE, "RPC_S_CALL_FAILED"},
+    {0x800B0100, "TRUST_E_NOSIGNATURE"},
+    {0x800F0902, "DISMAPI_E_BUSY"},
+    {0xC0040001, "DISMAPI_E_DISMAPI_NOT_INITIALIZED"},
+    {0xC0040002, "DISMAPI_E_SHUTDOWN_IN_PROGRESS"},
+    {0xC0040003, "DISMAPI_E_OPEN_SESSION_HANDLES"},
+    {0xC0040004, "DISMAPI_E_INVALID_DISM_SESSION"},
+    {0xC0040005, "DISMAPI_E_INVALID_IMAGE_INDEX"},
+    {0xC0040006, "DISMAPI_E_INVALID_IMAGE_NAME"},
+    {0xC0040007, "DISMAPI_E_UNABLE_TO_UNMOUNT_IMAGE_PATH"},
+    {0xC0040009, "DISMAPI_E_LOGGING_DISABLED"},
+    {0xC004000A, "DISMAPI_E_OPEN_HANDLES_UNABLE_TO_UNMOUNT_IMAGE_PATH"},
+    {0xC004000B, "DISMAPI_E_OPEN_HANDLES_UNABLE_TO_MOUNT_IMAGE_PATH"},
+    {0xC004000E, "DISMAPI_E_MUST_SPECIFY_ONLINE_IMAGE"},
+    {0xC1510114, "DISMAPI_E_NEEDS_REMOUNT"},
+};
+
+const char* NameOf(std::uint32_t code)
+{
+    for (const Named& named : kNames)
+        if (named.code == code)
+            return named.name;
+    return "";
+}
 
 std::string SystemMessage(std::uint32_t code)
 {
@@ -87,8 +144,8 @@ CodeText Describe(std::int32_t code)
     std::snprintf(hex, sizeof hex, "0x%08X", bits);
     for (const Known& known : kKnown)
         if (known.code == bits)
-            return {hex, known.message, known.hint};
-    return {hex, SystemMessage(bits), ""};
+            return {hex, NameOf(bits), known.message, known.hint};
+    return {hex, NameOf(bits), SystemMessage(bits), ""};
 }
 
 } // namespace kestro::host

@@ -7,7 +7,8 @@
 namespace kestro::host {
 
 struct CodeText {
-    std::string hex;     // 0xC1420114
+    std::string hex;     // 0xC0040004
+    std::string name;    // DISMAPI_E_INVALID_DISM_SESSION; empty when the platform has none
     std::string message; // may be empty
     std::string hint;    // what to do; may be empty
 };

@@ -2,14 +2,12 @@
 #include "session.h"
 
 #include <filesystem>
+#include <map>
 
 namespace kestro::host {
 namespace fs = std::filesystem;
 
-std::wstring FullPath(const std::wstring& path)
-{
-    return fs::absolute(path).wstring();
-}
+namespace {
 
 std::wstring LibraryPath(const Options& options)
 {
@@ -20,50 +18,71 @@ std::wstring LibraryPath(const Options& options)
     return fs::path(program).replace_filename(L"Kestro.dll").wstring();
 }
 
-Session::Session(const Options& options, std::string command)
-    : options_(options), command_(std::move(command)), out_(options.json),
-      library_(LibraryPath(options)),
-      logFile_(options.log.empty() ? (fs::temp_directory_path() / L"kestro-dism.log").wstring()
-                                   : FullPath(options.log))
+// A library stays loaded for the whole run: Wine cannot load a native half like DismApi.dll's twice.
+const Library& Loaded(const std::wstring& path)
+{
+    static std::map<std::wstring, Library> libraries;
+    return libraries.try_emplace(path, path).first->second;
+}
+
+} // namespace
+
+std::wstring FullPath(const std::wstring& path)
+{
+    return fs::absolute(path).wstring();
+}
+
+Session::Session(const Context& context, std::string command)
+    : context_(context), command_(std::move(command)),
+      library_(Loaded(LibraryPath(context.options))),
+      operations_(KestroIn(context.options.GetForm())),
+      logFile_(context.options.log.empty()
+                   ? (fs::temp_directory_path() / L"kestro-dism.log").wstring()
+                   : FullPath(context.options.log))
 {
 }
 
-nlohmann::json Session::Document(bool succeeded, const CallResult& call) const
+Operations Session::KestroIn(Form form) const
+{
+    return Operations(library_, form, FollowingRunner(context_.out->LogFollower()));
+}
+
+nlohmann::json Session::Document(const Outcome& outcome) const
 {
     nlohmann::json document = {{"command", command_},
-                               {"form", options_.wide ? "wide" : "narrow"},
-                               {"succeeded", succeeded},
-                               {"returned", call.returned},
-                               {"elapsed_ms", call.elapsed.count()}};
-    document.update(ToJson(call.report));
+                               {"form", context_.options.wide ? "wide" : "narrow"},
+                               {"succeeded", outcome.succeeded},
+                               {"returned", outcome.returned},
+                               {"elapsed_ms", outcome.elapsed.count()}};
+    document.update(ToJson(outcome.report));
+    if (outcome.failure) {
+        nlohmann::json failure = CodeToJson(outcome.failure->hresult);
+        failure["function"] = outcome.failure->function;
+        failure["step"] = outcome.step;
+        failure["last_error"] = outcome.lastError ? nlohmann::json(*outcome.lastError) : nullptr;
+        document["failure"] = failure;
+    }
     return document;
 }
 
-int Session::Finish(const CallResult& call, const Outcome& outcome, const std::string& done,
-                    nlohmann::json extra)
+int Session::Finish(const Outcome& outcome, const std::string& done,
+                    const nlohmann::json& extra) const
 {
-    nlohmann::json document = Document(outcome.succeeded, call);
-    document.update(extra);
-    if (outcome.failure) {
-        document["failure"] = CodeToJson(outcome.failure->hresult);
-        document["failure"]["function"] = outcome.failure->function;
+    if (Out().Json()) {
+        nlohmann::json document = Document(outcome);
+        document.update(extra);
+        Out().Document(document);
     }
-    if (options_.json)
-        out_.Document(document);
-    out_.Steps(call.report);
+    Out().Steps(outcome.report);
     if (outcome.succeeded) {
-        out_.Line(done);
+        Out().Line(done);
         return kExitSuccess;
     }
     if (outcome.failure) {
-        std::int32_t lastError = 0;
-        for (const Step& step : call.report.steps)
-            if (step.succeeded == false && lastError == 0)
-                lastError = step.error.value_or(0);
-        out_.Failed(outcome.failure->function, outcome.failure->hresult, lastError);
-        out_.Progress("The platform's own log: " + detail::Utf8(logFile_));
+        Out().Failed(outcome.failure->function, outcome.failure->hresult, outcome.lastError);
+        Out().Progress("The platform's own log: " + detail::Utf8(logFile_));
     } else {
-        out_.Error(command_ + " failed, and the result file does not say why");
+        Out().Error(command_ + " failed, and the result file does not say why");
     }
     return kExitFailed;
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Puts deliberate faults into copies of the library, one at a time, and shows which test catches each.
 
-    tests/mutate/mutate.py [WORD...]    all faults, or those whose description holds a WORD
+    tests/mutate/mutate.py [WORD...]    all faults, or those whose description or file holds a WORD
 
 Wants the release preset built. Works below build/mutate and leaves the tree alone. Prints a
 Markdown table; exit code 1 when a fault survives, 2 when a fault no longer fits the sources.
@@ -22,8 +22,11 @@ TREE = ROOT / "build/mutate"
 DLL = TREE / "build/release/bin/Kestro.dll"
 
 # The suite that a fault in a file should meet comes first, then the others.
-SUITES = ["report", "mount", "exception", "session"]
+SUITES = ["report", "mount", "disk", "exception", "session"]
 OWN_SUITE = {
+    "disk/disk_call.cpp": "disk",
+    "disk/disk_clean.cpp": "disk",
+    "disk/disk_online.cpp": "disk",
     "image/image_mount.cpp": "mount",
     "image/image_drivers.cpp": "session",
     "image/image_drivers.h": "session",
@@ -94,7 +97,7 @@ def main():
         sys.exit(f"the unchanged library fails {failure}")
 
     words = sys.argv[1:]
-    chosen = [m for m in MUTATIONS if not words or any(word in m[0] for word in words)]
+    chosen = [m for m in MUTATIONS if not words or any(word in m[0] + m[1] for word in words)]
     survivors = stale = 0
     print("| File | Fault | Caught by |\n|---|---|---|", flush=True)
     for number, (fault, name, text, replacement) in enumerate(chosen, 1):

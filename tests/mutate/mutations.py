@@ -250,4 +250,228 @@ MUTATIONS = [
      "    const Outcome outcome = QueryImageDriver(report, ImagePath, Driver, LogFilePath);",
      "    WideReporter report(resultFile);\n"
      "    const Outcome outcome = QueryImageDriver(report, ImagePath, LogFilePath, Driver);"),
+    # --- disks ---
+    ("disk names compared over 39 characters", "disk/disk_call.cpp",
+     "comparedCharacters = 40;", "comparedCharacters = 39;"),
+    ("first character of a disk's name compared with case", "disk/disk_call.cpp",
+     "_wcsnicmp(diskName, name, comparedCharacters) == 0;",
+     "_wcsnicmp(diskName, name, comparedCharacters) == 0 && *diskName == *name;"),
+    ("a disk without a name is compared", "disk/disk_call.cpp",
+     "diskName != nullptr && name != nullptr &&\n           _wcs",
+     "diskName != nullptr &&\n           _wcs"),
+    ("failed security initialisation ends the call", "disk/disk_call.cpp",
+     "    call_.TellNumber(\"Security Coinitialized Result: \", security);\n",
+     "    call_.TellNumber(\"Security Coinitialized Result: \", security);\n"
+     "    if (FAILED(result_ = security))\n        return Failed(DiskStep::CreateLoader);\n"),
+    ("in-process loader allowed", "disk/disk_call.cpp",
+     "CLSCTX_LOCAL_SERVER | CLSCTX_REMOTE_SERVER", "CLSCTX_ALL"),
+    ("loader kept until the end of the connection", "disk/disk_call.cpp",
+     "    loader.Release();\n    call_.TellNumber(\"LoadService HRESULT: \", result_);\n",
+     "    call_.TellNumber(\"LoadService HRESULT: \", result_);\n"),
+    ("failed query of the unallocated disks is acted on", "disk/disk_call.cpp",
+     "    if (service_)\n        service_->QueryUnallocatedDisks(unallocatedDisks_.Put());\n",
+     "    if (service_)\n"
+     "        result_ = service_->QueryUnallocatedDisks(unallocatedDisks_.Put());\n"
+     "    if (FAILED(result_))\n        return Failed(DiskStep::UnallocatedDisk);\n"),
+    ("failing Next of the unallocated disks ends them", "disk/disk_call.cpp",
+     "        result_ = Next(unallocatedDisks_, object, fetched_);\n"
+     "        if (result_ == S_FALSE)",
+     "        result_ = Next(unallocatedDisks_, object, fetched_);\n"
+     "        if (result_ == S_FALSE || FAILED(result_))"),
+    ("any positive code ends the unallocated disks", "disk/disk_call.cpp",
+     "        result_ = Next(unallocatedDisks_, object, fetched_);\n"
+     "        if (result_ == S_FALSE)",
+     "        result_ = Next(unallocatedDisks_, object, fetched_);\n        if (result_ > 0)"),
+    ("enumeration line logged after Next", "disk/disk_call.cpp",
+     "        call_.Tell(\"Enumerating Unallocated disks\");\n        ComPtr<IUnknown> object;\n"
+     "        result_ = Next(unallocatedDisks_, object, fetched_);\n",
+     "        ComPtr<IUnknown> object;\n"
+     "        result_ = Next(unallocatedDisks_, object, fetched_);\n"
+     "        call_.Tell(\"Enumerating Unallocated disks\");\n"),
+    ("object without a code of its own fails with Next's success", "disk/disk_call.cpp",
+     "return FAILED(next) ? next : kNoObject;", "return next;"),
+    ("object without a code of its own hides Next's failure", "disk/disk_call.cpp",
+     "return FAILED(next) ? next : kNoObject;", "return static_cast<void>(next), kNoObject;"),
+    ("fetched object leaks when its conversion fails", "disk/disk_call.cpp",
+     "    object.Release();\n    return result;",
+     "    if (SUCCEEDED(result))\n        object.Release();\n    else\n"
+     "        object->AddRef();\n    return result;"),
+    ("unallocated disks that do not match are released", "disk/disk_call.cpp",
+     "            return Found(DiskPlace::Unallocated);\n",
+     "            return Found(DiskPlace::Unallocated);\n        disk_.Release();\n"),
+    ("unallocated disk that hides its properties is passed over", "disk/disk_call.cpp",
+     "        if (FAILED(result_))\n"
+     "            return Failed(DiskStep::UnallocatedDiskProperties);\n",
+     "        if (FAILED(result_))\n            continue;\n"),
+    ("friendly name of an unallocated disk is matched", "disk/disk_call.cpp",
+     "        if (Matches(diskName_, properties.pwszName))\n"
+     "            return Found(DiskPlace::Unallocated);",
+     "        if (Matches(diskName_, properties.pwszFriendlyName))\n"
+     "            return Found(DiskPlace::Unallocated);"),
+    ("hardware providers queried", "disk/disk_call.cpp",
+     "VDS_QUERY_SOFTWARE_PROVIDERS,", "VDS_QUERY_HARDWARE_PROVIDERS,"),
+    ("fetched count not reset for the providers", "disk/disk_call.cpp",
+     "    call_.Tell(\"Querying software providers...\");\n    fetched_ = 0;\n",
+     "    call_.Tell(\"Querying software providers...\");\n    fetched_ = 1;\n"),
+    ("failed pack disks keep their count", "disk/disk_call.cpp",
+     "DiskSearch::Stage DiskSearch::SearchPackDisks()\n{\n    fetched_ = 0;\n",
+     "DiskSearch::Stage DiskSearch::SearchPackDisks()\n{\n"),
+    ("provider released before its last use is judged", "disk/disk_call.cpp",
+     "        provider_.Release();\n        if (FAILED(result_))\n"
+     "            return Failed(DiskStep::Provider);\n",
+     "        if (FAILED(result_))\n            return Failed(DiskStep::Provider);\n"
+     "        provider_.Release();\n"),
+    ("software provider kept", "disk/disk_call.cpp",
+     "        softwareProvider_.Release();\n", ""),
+    ("pack numbers go on with the next provider", "disk/disk_call.cpp",
+     "DiskSearch::Stage DiskSearch::SearchPacks()\n{\n    fetched_ = 0;\n"
+     "    for (long number = 1;; ++number) {",
+     "DiskSearch::Stage DiskSearch::SearchPacks()\n{\n    fetched_ = 0;\n"
+     "    static long number = 0;\n    for (;;) {\n        ++number;"),
+    ("disks numbered from 0", "disk/disk_call.cpp",
+     "        call_.TellDisk(number);", "        call_.TellDisk(number - 1);"),
+    ("failed query of a pack's disks ends the call", "disk/disk_call.cpp",
+     "            pack_->QueryDisks(packDisks);\n",
+     "            if (FAILED(result_ = pack_->QueryDisks(packDisks)))\n"
+     "                return Failed(DiskStep::PackOrPackDisk);\n"),
+    ("pack without disks shows those of the pack before", "disk/disk_call.cpp",
+     "        IEnumVdsObject** const packDisks = packDisks_.Put();\n        if (pack_) {\n"
+     "            VDS_PACK_PROP properties = {};\n"
+     "            pack_->GetProperties(&properties);\n"
+     "            pack_->QueryDisks(packDisks);\n        }",
+     "        IEnumVdsObject* packDisks = packDisks_.Get();\n        if (pack_) {\n"
+     "            VDS_PACK_PROP properties = {};\n"
+     "            pack_->GetProperties(&properties);\n"
+     "            pack_->QueryDisks(&packDisks);\n            *packDisks_.Put() = packDisks;\n"
+     "        }"),
+    ("pack's properties not asked for", "disk/disk_call.cpp",
+     "            pack_->GetProperties(&properties);\n",
+     "            static_cast<void>(properties);\n"),
+    ("disk in a pack that hides its properties ends the call", "disk/disk_call.cpp",
+     "        if (disk_)\n            disk_->GetProperties(&properties);\n",
+     "        if (disk_)\n            result_ = disk_->GetProperties(&properties);\n"
+     "        if (FAILED(result_))\n            return Failed(DiskStep::PackOrPackDisk);\n"),
+    ("disk in a pack that hides its properties has the name of the one before", "disk/disk_call.cpp",
+     "        VDS_DISK_PROP properties = {};\n        if (disk_)\n",
+     "        static VDS_DISK_PROP properties = {};\n        if (disk_)\n"),
+    ("service released first at the common exit", "disk/disk_call.cpp",
+     "    providers_.Release();\n    packs_.Release();\n    packDisks_.Release();\n"
+     "    service_.Release();\n",
+     "    service_.Release();\n    providers_.Release();\n    packs_.Release();\n"
+     "    packDisks_.Release();\n"),
+    ("pack's disks left at the common exit", "disk/disk_call.cpp",
+     "    packDisks_.Release();\n", ""),
+    ("pack released at the common exit", "disk/disk_call.cpp",
+     "    packs_.Release();\n    packDisks_",
+     "    packs_.Release();\n    pack_.Release();\n    packDisks_"),
+    ("COM uninitialised before the closing line", "disk/disk_call.cpp",
+     "    call_.Tell(\"All resources were released safely (Inside Main).\");\n"
+     "    CoUninitialize();\n",
+     "    CoUninitialize();\n"
+     "    call_.Tell(\"All resources were released safely (Inside Main).\");\n"),
+    ("COM left initialised at the common exit", "disk/disk_call.cpp",
+     "    CoUninitialize();\n", ""),
+    ("failures at once release the service too", "disk/disk_call.cpp",
+     "        if (ending.exit == DiskEnding::Exit::Common)\n",
+     "        if (ending.exit == DiskEnding::Exit::Common || FAILED(ending.value))\n"),
+    ("failed creation of the loader goes through the common exit", "disk/disk_clean.cpp",
+     "\"CoCreateInstance failed\", {Exit::AtOnce, kNotCleaned}",
+     "\"CoCreateInstance failed\", {Exit::Common, kNotCleaned}"),
+    ("failed load of the service returns its code", "disk/disk_clean.cpp",
+     "\"LoadService failed\", {Exit::Common, kNotCleaned}",
+     "\"LoadService failed\", {Exit::Common, result}"),
+    ("failed QueryProviders logs a line", "disk/disk_clean.cpp",
+     "    case DiskStep::QueryProviders:\n    case DiskStep::Provider:\n",
+     "    case DiskStep::QueryProviders:\n"
+     "        Tell(\"Error in querying software providers...\");\n        break;\n"
+     "    case DiskStep::Provider:\n"),
+    ("failed QueryPacks returns 0", "disk/disk_clean.cpp",
+     "\"Error in querying packs...\", {Exit::AtOnce, result}",
+     "\"Error in querying packs...\", {Exit::AtOnce, kNotCleaned}"),
+    ("disk that is not found returns S_FALSE from the clean", "disk/disk_clean.cpp",
+     "DiskEnding NotFound(HRESULT) override { return {Exit::Common, kNotCleaned}; }",
+     "DiskEnding NotFound(HRESULT result) override { return {Exit::Common, result}; }"),
+    ("pack numbers go to the log", "disk/disk_clean.cpp",
+     "TracePrint(\"Pack #: %ld\\n\", number);",
+     "Tell(\"Pack #\"); TracePrint(\"Pack #: %ld\\n\", number);"),
+    ("label and number on one line", "disk/disk_clean.cpp",
+     "        log_.AppendLine(label);\n        log_.AppendLine(ToDecimalText(number).c_str());",
+     "        log_.AppendLine((label + std::string(ToDecimalText(number).c_str())).c_str());"),
+    ("force and forceOEM swapped", "disk/disk_clean.cpp",
+     "Clean(force_, forceOEM_, fullClean_, async)",
+     "Clean(forceOEM_, force_, fullClean_, async)"),
+    ("flags become 0 or 1", "disk/disk_clean.cpp",
+     ": force_(force), forceOEM_(forceOEM), fullClean_(fullClean), log_(resultFile)",
+     ": force_(force != 0), forceOEM_(forceOEM != 0), fullClean_(fullClean != 0), log_(resultFile)"),
+    ("flags above 127 sign-extended", "disk/disk_clean.cpp",
+     ": force_(force), ", ": force_(static_cast<std::int8_t>(force)), "),
+    ("wait's own code counts", "disk/disk_clean.cpp",
+     "            async_->Wait(&result, &output);",
+     "            if (const HRESULT waited = async_->Wait(&result, &output); FAILED(waited))\n"
+     "                result = waited;"),
+    ("wait's code is dropped", "disk/disk_clean.cpp",
+     "            async_->Wait(&result, &output);",
+     "            if (HRESULT delivered = result; SUCCEEDED(async_->Wait(&delivered, &output)))\n"
+     "                static_cast<void>(delivered);"),
+    ("output of the wait not zeroed", "disk/disk_clean.cpp",
+     "        VDS_ASYNC_OUTPUT output = {};\n",
+     "        VDS_ASYNC_OUTPUT output;\n        output.ullOutput[2] = 1;\n"),
+    ("failed clean of an unallocated disk is not waited for", "disk/disk_clean.cpp",
+     "    TellNumber(\"Clean HRESULT: \", result);\n    Wait(result);\n"
+     "    if (SUCCEEDED(result))\n"
+     "        return TellLine(\"Disk cleaned successfully.\", {Exit::Common, kCleaned});\n"
+     "    return TellLine(\"Failed to clean disk.\", {Exit::Common",
+     "    TellNumber(\"Clean HRESULT: \", result);\n    if (SUCCEEDED(result))\n"
+     "        Wait(result);\n    if (SUCCEEDED(result))\n"
+     "        return TellLine(\"Disk cleaned successfully.\", {Exit::Common, kCleaned});\n"
+     "    return TellLine(\"Failed to clean disk.\", {Exit::Common"),
+    ("missing async object is waited for", "disk/disk_clean.cpp",
+     "        if (async_)\n            async_->Wait", "        async_->Wait"),
+    ("unallocated disk released before its interface is logged", "disk/disk_clean.cpp",
+     "    TellNumber(\"IVdsAdvancedDisk HRESULT: \", result);\n    disk.Release();\n",
+     "    disk.Release();\n    TellNumber(\"IVdsAdvancedDisk HRESULT: \", result);\n"),
+    ("disk in a pack logs its interface", "disk/disk_clean.cpp",
+     "    result = QueryAdvancedDisk(disk);\n    disk.Release();\n    if (FAILED(result))\n",
+     "    result = QueryAdvancedDisk(disk);\n"
+     "    TellNumber(\"IVdsAdvancedDisk HRESULT: \", result);\n    disk.Release();\n"
+     "    if (FAILED(result))\n"),
+    ("refused clean in a pack returns its code", "disk/disk_clean.cpp",
+     "    if (FAILED(result))\n"
+     "        return TellLine(\"Failed to clean disk.\", {Exit::Common, kNotCleaned});",
+     "    if (FAILED(result))\n"
+     "        return TellLine(\"Failed to clean disk.\", {Exit::AtOnce, result});"),
+    ("failed wait in a pack goes through the common exit", "disk/disk_clean.cpp",
+     "\"Failed to clean disk.\", {Exit::AtOnce, result}",
+     "\"Failed to clean disk.\", {Exit::Common, result}"),
+    ("clean's S_FALSE is a failure", "disk/disk_clean.cpp",
+     "    Wait(result);\n    if (SUCCEEDED(result))\n"
+     "        return TellLine(\"Disk cleaned successfully.\", {Exit::Common, kCleaned});\n"
+     "    return TellLine(\"Failed to clean disk.\", {Exit::AtOnce",
+     "    Wait(result);\n    if (result == S_OK)\n"
+     "        return TellLine(\"Disk cleaned successfully.\", {Exit::Common, kCleaned});\n"
+     "    return TellLine(\"Failed to clean disk.\", {Exit::AtOnce"),
+    ("offline brings online", "disk/disk_online.cpp",
+     "call(&IVdsDiskOnline::Offline)", "call(&IVdsDiskOnline::Online)"),
+    ("disk in a pack released before it goes online", "disk/disk_online.cpp",
+     "        if (place == DiskPlace::Unallocated)\n            disk.Release();",
+     "        static_cast<void>(place);\n        disk.Release();"),
+    ("unallocated disk kept when it has no online interface", "disk/disk_online.cpp",
+     "        if (place == DiskPlace::Unallocated)\n            disk.Release();\n"
+     "        if (FAILED(result))\n            return {Exit::AtOnce, result};",
+     "        if (FAILED(result))\n            return {Exit::AtOnce, result};\n"
+     "        if (place == DiskPlace::Unallocated)\n            disk.Release();"),
+    ("failed switch goes through the common exit", "disk/disk_online.cpp",
+     "{FAILED(result) ? Exit::AtOnce : Exit::Common, result}", "{Exit::Common, result}"),
+    ("switch's success codes become S_OK", "disk/disk_online.cpp",
+     "{FAILED(result) ? Exit::AtOnce : Exit::Common, result}",
+     "{FAILED(result) ? Exit::AtOnce : Exit::Common, FAILED(result) ? result : S_OK}"),
+    ("object that can go online is released", "disk/disk_online.cpp",
+     "        return {FAILED(result) ? Exit::AtOnce",
+     "        diskOnline.Release();\n        return {FAILED(result) ? Exit::AtOnce"),
+    ("switch of a disk that is not found returns 0", "disk/disk_online.cpp",
+     "NotFound(HRESULT result) override { return {Exit::Common, result}; }",
+     "NotFound(HRESULT) override { return {Exit::Common, S_OK}; }"),
+    ("switch's failed search goes through the common exit", "disk/disk_online.cpp",
+     "Failed(DiskStep, HRESULT result) override { return {Exit::AtOnce, result}; }",
+     "Failed(DiskStep, HRESULT result) override { return {Exit::Common, result}; }"),
 ]

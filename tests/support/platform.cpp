@@ -85,6 +85,21 @@ Platform& Platform::Active()
     return *active;
 }
 
+void Platform::Restart(Script script)
+{
+    script_ = std::move(script);
+    answers_.clear();
+    names_.clear();
+    events_.clear();
+    last_error_ = 0;
+    clock_readings_ = 0;
+    session = 7;
+    packages = nullptr;
+    package_count = 0;
+    failing_allocation = failing_string_copy = failing_conversion = failing_narrowing = 0;
+    allocations = string_copies = conversions = narrowings = live_copies = 0;
+}
+
 void Platform::Install(const std::vector<std::string>& real)
 {
     size_t traps_used = 0;

@@ -48,6 +48,9 @@ class Platform {
     // The one that the doubles work for.
     static Platform& Active();
 
+    // Forgets everything but the doubles, whose installation costs more than most calls do.
+    void Restart(Script script);
+
     // --- the script
 
     // The results of the coming calls of a platform function, in order; S_OK when none is left.

@@ -158,7 +158,7 @@ std::tm* __cdecl ToLocalTime(const __time64_t* time)
 // The platform's own formatting rules: %s in a wide format is wide text.
 int __cdecl PrintWide(const wchar_t* format, va_list arguments)
 {
-    std::vector<wchar_t> text(65536);
+    static std::vector<wchar_t> text(65536);
     const int length = _vsnwprintf(text.data(), text.size() - 1, format, arguments);
     Platform::Active().Record("console wide " + Quote(text.data()));
     return length;
@@ -166,7 +166,7 @@ int __cdecl PrintWide(const wchar_t* format, va_list arguments)
 
 int __cdecl PrintNarrow(const char* format, va_list arguments)
 {
-    std::vector<char> text(65536);
+    static std::vector<char> text(65536);
     const int length = _vsnprintf(text.data(), text.size() - 1, format, arguments);
     Platform::Active().Record("console narrow " + Quote(text.data()));
     return length;

@@ -1,5 +1,5 @@
-// driver_list.cpp - arranging any number of driver packages into the library's lists of eight.
-#include "driver_list.h"
+// inf_search.cpp - the INF files that a command's arguments name.
+#include "inf_search.h"
 
 #include "session.h"
 #include "usage_error.h"
@@ -52,25 +52,6 @@ std::vector<std::wstring> FindInfs(const std::vector<std::wstring>& arguments)
         }
     }
     return infs;
-}
-
-std::array<const wchar_t*, kListLength> DriverList::Entries() const
-{
-    std::array<const wchar_t*, kListLength> entries;
-    for (std::size_t i = 0; i < kListLength; ++i)
-        entries[i] = packages[std::min(i, packages.size() - 1)].c_str();
-    return entries;
-}
-
-std::vector<DriverList> Arrange(const std::vector<std::wstring>& infs)
-{
-    std::vector<DriverList> lists;
-    for (std::size_t i = 0; i < infs.size(); ++i) {
-        if (i % kListLength == 0)
-            lists.emplace_back();
-        lists.back().packages.push_back(infs[i]);
-    }
-    return lists;
 }
 
 } // namespace kestro::host

@@ -1,0 +1,273 @@
+// command_line.cpp - options and commands.
+#include "command_line.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <sstream>
+
+namespace kestro::host {
+namespace {
+
+std::wstring Wide(const std::string& text)
+{
+    return detail::Wide(text, CP_UTF8);
+}
+
+std::vector<std::wstring> Wide(const std::vector<std::string>& texts)
+{
+    std::vector<std::wstring> wide;
+    for (const std::string& text : texts)
+        wide.push_back(Wide(text));
+    return wide;
+}
+
+// What the arguments of all commands are read into.
+struct Arguments {
+    std::string image, directory, name, file;
+    std::vector<std::string> infs, words;
+    bool commit = false, discard = false, watch = false;
+    unsigned idleSeconds = 0;
+    CleanFlags clean;
+    std::string result, log, library;
+};
+
+class CommandLine {
+  public:
+    CommandLine()
+    {
+        app_.set_version_flag("--version", "kestro " KESTRO_VERSION);
+        app_.allow_windows_style_options(false); // a path may start with a slash
+        app_.require_subcommand(1);
+        app_.fallthrough();
+        app_.set_help_all_flag("--help-all", "help for all commands");
+        app_.add_option("--result", arguments_->result, "keep the ResultFile under this name");
+        app_.add_option("--log", arguments_->log, "the platform's own log file");
+        app_.add_option("--library", arguments_->library,
+                        "the Kestro.dll to use (default: beside kestro.exe)");
+        app_.add_flag("--wide", parsed_.options.wide, "call the W form of the functions");
+        app_.add_flag("--json", parsed_.options.json, "print one JSON document");
+        app_.footer("Exit codes: 0 success, 1 failed, 2 bad arguments, 3 no such disk,\n"
+                    "            4 Kestro.dll or something that it needs cannot be loaded\n"
+                    "kestro help COMMAND tells more about a command.");
+        AddImageCommands();
+        AddDriverCommands();
+        AddDiskCommands();
+        AddSystemCommands();
+        AddOtherCommands();
+    }
+
+    Parsed Parse(std::vector<std::string> arguments)
+    {
+        std::reverse(arguments.begin(), arguments.end());
+        try {
+            app_.parse(arguments);
+            parsed_.options.result = Wide(arguments_->result);
+            parsed_.options.log = Wide(arguments_->log);
+            parsed_.options.library = Wide(arguments_->library);
+        } catch (const CLI::ParseError& error) {
+            parsed_.run = nullptr;
+            std::ostringstream text, errors;
+            parsed_.exitCode = app_.exit(error, text, errors) == 0 ? kExitSuccess : kExitUsage;
+            parsed_.text = text.str() + errors.str();
+        }
+        return std::move(parsed_);
+    }
+
+  private:
+    using Command = std::function<int(const Context&, const Arguments&)>;
+
+    // Chooses the command when its name is parsed; its arguments live on with it.
+    void Choose(CLI::App* command, Command run)
+    {
+        command->callback([this, run = std::move(run)] {
+            parsed_.run = [run, arguments = arguments_](const Context& context) {
+                return run(context, *arguments);
+            };
+        });
+    }
+
+    void AddImageCommands();
+    void AddDriverCommands();
+    void AddDiskCommands();
+    void AddSystemCommands();
+    void AddOtherCommands();
+    void ShowHelp();
+
+    CLI::App app_{
+        "Kestro services offline Windows images and disks and tells what became of each step.",
+        "kestro"};
+    std::shared_ptr<Arguments> arguments_ = std::make_shared<Arguments>();
+    Parsed parsed_;
+};
+
+void CommandLine::AddImageCommands()
+{
+    Arguments& to = *arguments_;
+    auto* const mount = app_.add_subcommand("mount", "Mount the first image of an image file");
+    mount->add_option("IMAGE", to.image, "the image file")->required();
+    mount->add_option("DIR", to.directory, "an existing, empty directory")->required();
+    mount->footer("Example: kestro mount D:\\install.wim D:\\mount");
+    Choose(mount, [](const Context& context, const Arguments& a) {
+        return MountCommand(context, Wide(a.image), Wide(a.directory));
+    });
+
+    auto* const unmount = app_.add_subcommand("unmount", "Unmount a directory");
+    unmount->add_option("DIR", to.directory, "the mount directory")->required();
+    auto* const how = unmount->add_option_group("how", "What becomes of the changes");
+    how->add_flag("--commit", to.commit, "save the changes into the image file");
+    how->add_flag("--discard", to.discard, "drop the changes");
+    how->require_option(1);
+    unmount->footer("Example: kestro unmount D:\\mount --commit");
+    Choose(unmount, [](const Context& context, const Arguments& a) {
+        return UnmountCommand(context, Wide(a.directory), a.commit);
+    });
+}
+
+void CommandLine::AddDriverCommands()
+{
+    Arguments& to = *arguments_;
+    auto* const driver = app_.add_subcommand("driver", "Service the drivers of an offline image");
+    driver->require_subcommand(1);
+
+    auto* const add = driver->add_subcommand("add", "Add driver packages");
+    add->add_option("IMAGE", to.image, "root directory of the mounted or offline image")
+        ->required();
+    add->add_option("INF", to.infs, "INF files, and directories to search for them")->required();
+    add->footer("Example: kestro driver add D:\\mount D:\\drivers");
+    Choose(add, [](const Context& context, const Arguments& a) {
+        return DriverAddCommand(context, Wide(a.image), Wide(a.infs));
+    });
+
+    auto* const remove = driver->add_subcommand("remove", "Remove a driver package");
+    remove->add_option("IMAGE", to.image, "root directory of the image")->required();
+    remove->add_option("NAME", to.name, "its published name (oem0.inf)")->required();
+    remove->footer("Example: kestro driver remove D:\\mount oem0.inf");
+    Choose(remove, [](const Context& context, const Arguments& a) {
+        return DriverRemoveCommand(context, Wide(a.image), Wide(a.name));
+    });
+
+    auto* const list = driver->add_subcommand("list", "List the third-party driver packages");
+    list->add_option("IMAGE", to.image, "root directory of the image")->required();
+    list->footer("Example: kestro driver list D:\\mount --json");
+    Choose(list, [](const Context& context, const Arguments& a) {
+        return DriverListCommand(context, Wide(a.image));
+    });
+
+    auto* const info = driver->add_subcommand("info", "Describe a driver package and its devices");
+    info->add_option("IMAGE", to.image, "root directory of the image")->required();
+    info->add_option("DRIVER", to.name, "a published name, or the path of an INF")->required();
+    info->footer("Example: kestro driver info D:\\mount oem0.inf");
+    Choose(info, [](const Context& context, const Arguments& a) {
+        return DriverInfoCommand(context, Wide(a.image), Wide(a.name));
+    });
+}
+
+void CommandLine::AddDiskCommands()
+{
+    Arguments& to = *arguments_;
+    auto* const disk =
+        app_.add_subcommand("disk", "Clean a disk, bring it online or take it offline");
+    disk->require_subcommand(1);
+
+    auto* const clean = disk->add_subcommand("clean", "Take everything off a disk");
+    clean->add_option("NAME", to.name, "the disk's name (\\\\?\\PhysicalDrive1)")->required();
+    clean->add_flag("--force", to.clean.what.force, "also a disk with data volumes");
+    clean->add_flag("--force-oem", to.clean.what.forceOem, "also a disk with an OEM partition");
+    clean->add_flag("--full", to.clean.what.full, "overwrite every sector");
+    clean->add_flag("--yes", to.clean.yes, "really do it; without this nothing is done");
+    clean->footer("Example: kestro disk clean \\\\?\\PhysicalDrive1 --force --yes");
+    Choose(clean, [](const Context& context, const Arguments& a) {
+        return DiskCleanCommand(context, Wide(a.name), a.clean);
+    });
+
+    for (const bool online : {true, false}) {
+        const std::string verb = online ? "online" : "offline";
+        auto* const change =
+            disk->add_subcommand(verb, online ? "Bring a disk online" : "Take a disk offline");
+        change->add_option("NAME", to.name, "the disk's name")->required();
+        change->footer("Example: kestro disk " + verb + " \\\\?\\PhysicalDrive1");
+        Choose(change, [online](const Context& context, const Arguments& a) {
+            return DiskOnlineCommand(context, Wide(a.name), online);
+        });
+    }
+}
+
+void CommandLine::AddSystemCommands()
+{
+    Arguments& to = *arguments_;
+    auto* const inf = app_.add_subcommand("inf", "Drivers of the running system");
+    inf->require_subcommand(1);
+    auto* const install =
+        inf->add_subcommand("install", "Install a driver package on this machine");
+    install->add_option("INF", to.file, "its INF file")->required();
+    install->footer("Example: kestro inf install D:\\drivers\\net.inf");
+    Choose(install, [](const Context& context, const Arguments& a) {
+        return InfInstallCommand(context, Wide(a.file));
+    });
+
+    auto* const selftest = app_.add_subcommand(
+        "selftest", "Check that a host on this machine reads what the library writes");
+    selftest->footer("Example: kestro selftest --json");
+    Choose(selftest,
+           [](const Context& context, const Arguments&) { return SelfTestCommand(context); });
+}
+
+void CommandLine::AddOtherCommands()
+{
+    Arguments& to = *arguments_;
+    auto* const result = app_.add_subcommand("result", "Show a ResultFile of either form");
+    result->add_option("FILE", to.file, "the ResultFile of any host")->required();
+    auto* const watch = result->add_flag("--watch", to.watch, "follow it while a host writes it");
+    result
+        ->add_option("--idle", to.idleSeconds,
+                     "end when nothing was written for so many seconds (default: never)")
+        ->needs(watch);
+    result->footer("Example: kestro result D:\\result.ini --watch --idle 60");
+    Choose(result, [](const Context& context, const Arguments& a) {
+        return ResultCommand(context, Wide(a.file), a.watch, a.idleSeconds);
+    });
+
+    auto* const run = app_.add_subcommand("run", "Run a list of operations from a JSON file");
+    run->add_option("FILE", to.file, "the list")->required();
+    run->footer("The list holds command lines as arrays of words, and what to do when one fails:\n"
+                "  { \"on_failure\": \"stop\",\n"
+                "    \"operations\": [ [\"mount\", \"D:\\\\install.wim\", \"D:\\\\mount\"],\n"
+                "                    [\"driver\", \"add\", \"D:\\\\mount\", \"D:\\\\drivers\"],\n"
+                "                    [\"unmount\", \"D:\\\\mount\", \"--commit\"] ] }\n"
+                "Example: kestro run D:\\deploy.json");
+    Choose(run, [](const Context& context, const Arguments& a) {
+        return RunCommand(context, Wide(a.file));
+    });
+
+    auto* const help = app_.add_subcommand("help", "Tell more about a command");
+    help->add_option("COMMAND", to.words, "the command, such as driver add");
+    help->callback([this] { ShowHelp(); });
+}
+
+void CommandLine::ShowHelp()
+{
+    CLI::App* command = &app_;
+    std::string name = "kestro";
+    for (const std::string& word : arguments_->words) {
+        const auto found = command->get_subcommands(
+            [&](const CLI::App* candidate) { return candidate->get_name() == word; });
+        if (found.empty()) {
+            parsed_.exitCode = kExitUsage;
+            parsed_.text = "There is no command " + word + " in " + name + ".\n";
+            return;
+        }
+        command = found.front();
+        name += " " + word;
+    }
+    parsed_.text = command->help(command == &app_ ? "" : name.substr(0, name.rfind(' ')));
+}
+
+} // namespace
+
+Parsed ParseCommandLine(const std::vector<std::string>& arguments)
+{
+    return CommandLine().Parse(arguments);
+}
+
+} // namespace kestro::host
