@@ -16,6 +16,7 @@ import sample_image
 from sample_image import CATALOGS, COMPRESSIONS, HOST, REPOSITORY, SOURCE
 
 OUT = os.path.join(SOURCE, "build", "bench")
+MEMORY = "/dev/shm"
 RUN = os.path.join(SOURCE, "platform", "kestro-wine")
 os.environ.setdefault("WINEPREFIX", os.path.join(SOURCE, "build", "wine"))
 
@@ -23,11 +24,11 @@ os.environ.setdefault("WINEPREFIX", os.path.join(SOURCE, "build", "wine"))
 # --- one command -----------------------------------------------------------------------------------
 
 class Cost:
-    def __init__(self, seconds, peak=0):
-        self.seconds, self.peak = seconds, peak
+    def __init__(self, seconds, cpu, peak=0):
+        self.seconds, self.cpu, self.peak = seconds, cpu, peak
 
     def __add__(self, other):
-        return Cost(self.seconds + other.seconds, max(self.peak, other.peak))
+        return Cost(self.seconds + other.seconds, self.cpu + other.cpu, max(self.peak, other.peak))
 
 
 def peak_of(pid):
@@ -43,28 +44,33 @@ def peak_of(pid):
 
 
 def run(*command, text=""):
-    """Runs a command with nothing left to write for the disk. kestro-wine becomes kestro.exe itself and
-    the others start no children, so the process is all that works."""
-    os.sync()
+    """Runs a command. kestro-wine becomes kestro.exe itself and wimlib-imagex starts no children, so
+    the process is all that works, but for Wine's server."""
     peak, done = 0, threading.Event()
 
     def watch(pid):
         nonlocal peak
-        while not done.wait(0.01):
+        while not done.wait(0.02):
             peak = max(peak, peak_of(pid))
 
-    start = time.monotonic()
-    process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
-                               stderr=subprocess.PIPE)
-    watcher = threading.Thread(target=watch, args=(process.pid,))
-    watcher.start()
-    errors = process.communicate(text.encode())[1]
-    elapsed = time.monotonic() - start
-    done.set()
-    watcher.join()
-    if process.returncode != 0:
-        sys.exit("platform_bench: %s\n%s" % (" ".join(command), errors.decode(errors="replace")))
-    return Cost(elapsed, peak)
+    with tempfile.TemporaryFile() as errors:
+        start = time.monotonic()
+        process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
+                                   stderr=errors)
+        watcher = threading.Thread(target=watch, args=(process.pid,))
+        watcher.start()
+        process.stdin.write(text.encode())
+        process.stdin.close()
+        _, status, usage = os.wait4(process.pid, 0)
+        elapsed = time.monotonic() - start
+        done.set()
+        watcher.join()
+        process.returncode = os.waitstatus_to_exitcode(status)
+        if process.returncode != 0:
+            errors.seek(0)
+            sys.exit("platform_bench: %s\n%s" % (" ".join(command),
+                                                 errors.read().decode(errors="replace")))
+    return Cost(elapsed, usage.ru_utime + usage.ru_stime, peak)
 
 
 def kestro(*arguments):
@@ -75,13 +81,19 @@ def wimlib(*arguments, text=""):
     return run("wimlib-imagex", *arguments, text=text)
 
 
-# --- one compression -------------------------------------------------------------------------------
+# --- one image -------------------------------------------------------------------------------------
+
+SIDES = ("kestro", "capture", "append", "whole", "files")
+
 
 class Bench:
-    """Runs rounds with one image and keeps what each step of each round cost."""
+    """Runs rounds with one image in one folder and keeps what each step of each round cost."""
 
     def __init__(self, compression, base, work, package):
-        self.compression, self.base, self.work, self.package = compression, base, work, package
+        self.compression, self.work, self.package = compression, work, package
+        self.base = self.path("base.wim")
+        shutil.copyfile(base, self.base)
+        self.mounted = False
         self.costs = {}
 
     def path(self, name):
@@ -91,12 +103,17 @@ class Bench:
         self.costs.setdefault(name, []).append(cost)
         return cost
 
+    def settle(self):
+        """Leaves nothing of the steps before to be written during the next one."""
+        subprocess.run(["sync", "-f", self.work], check=True)
+
     def in_turn(self, number, ours, by_hand):
         for side in (ours, by_hand) if number % 2 == 0 else (by_hand, ours):
+            self.settle()
             side()
 
     def round(self, number):
-        for name in ("kestro", "capture", "append", "whole", "files"):
+        for name in SIDES:
             shutil.copyfile(self.base, self.path(name + ".wim"))
         self.in_turn(number, self.mount, self.apply)
         self.in_turn(number, self.add_and_commit, self.add_by_hand)
@@ -107,32 +124,43 @@ class Bench:
     def mount(self):
         os.makedirs(self.path("mount"), exist_ok=True)
         self.step("mount", kestro("mount", self.path("kestro.wim"), self.path("mount")))
+        self.mounted = True
+
+    def unmount(self, how):
+        cost = kestro("unmount", self.path("mount"), how)
+        self.mounted = False
+        return cost
 
     def apply(self):
-        self.step("apply", wimlib("apply", self.base, "1", self.path("tree")))
+        cost = self.step("apply", wimlib("apply", self.base, "1", self.path("tree")))
+        self.step("apply, sync", cost + run("sync", "-f", self.path("tree")))
 
     def add_and_commit(self):
         add = self.step("add", kestro("driver", "add", self.path("mount"),
                                       os.path.join(self.package, sample_image.INF)))
-        commit = self.step("commit", kestro("unmount", self.path("mount"), "--commit"))
-        self.step("add_and_commit", add + commit)
+        self.settle()
+        commit = self.step("commit", self.unmount("--commit"))
+        self.step("add, commit", add + commit)
 
     def add_by_hand(self):
-        copy = self.step("copy", self.copy_files())
+        copy = self.copy_files()
+        updates = {}
         for name, update in (("capture", self.capture), ("append", self.append),
                              ("whole", self.update_whole), ("files", self.update_files)):
-            cost = self.step(name, update())
-            self.step("copy_and_" + name, copy + cost)
-        self.remove_tree()
+            self.settle()
+            updates[name] = self.step(name, update())
+        self.settle()
+        remove = run("rm", "-rf", self.path("tree"))
+        for name, cost in updates.items():
+            self.step("copy, %s, remove" % name, copy + cost + remove)
 
     def copy_files(self):
-        os.sync()
-        start = time.monotonic()
+        start, cpu = time.monotonic(), time.process_time()
         for source, target in sample_image.package_files(self.package):
             target = os.path.join(self.path("tree"), target)
             os.makedirs(os.path.dirname(target), exist_ok=True)
             shutil.copyfile(os.path.join(self.package, source), target)
-        return Cost(time.monotonic() - start)
+        return Cost(time.monotonic() - start, time.process_time() - cpu)
 
     def capture(self):
         old, new = self.path("capture.wim"), self.path("new.wim")
@@ -158,29 +186,36 @@ class Bench:
 
     def check(self):
         """Every side has put the package into its image."""
-        for name in ("kestro", "capture", "append", "whole", "files"):
+        for name in SIDES:
             listing = subprocess.run(["wimlib-imagex", "dir", self.path(name + ".wim"), "1"],
                                      check=True, stdout=subprocess.PIPE).stdout.decode()
             if "/Windows/INF/oem0.inf" not in listing.splitlines():
                 sys.exit("platform_bench: %s.wim lacks the driver package" % name)
 
     def discard(self):
-        self.step("discard", kestro("unmount", self.path("mount"), "--discard"))
+        self.step("discard", self.unmount("--discard"))
 
     def remove_tree(self):
-        self.step("remove_tree", run("rm", "-rf", self.path("tree")))
+        self.step("remove", run("rm", "-rf", self.path("tree")))
+
+    def leave(self):
+        """Leaves no mount behind, also when a step has failed."""
+        if self.mounted:
+            subprocess.run([RUN, HOST, "unmount", self.path("mount"), "--discard"],
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
 
 # --- results ---------------------------------------------------------------------------------------
 
 # (our step, the step by hand, what the ratio may be at most)
 COMPARISONS = (("mount", "apply", 1.0),
+               ("mount", "apply, sync", None),
                ("commit", "capture", 0.5),
-               ("add_and_commit", "copy_and_capture", None),
-               ("add_and_commit", "copy_and_append", None),
-               ("add_and_commit", "copy_and_whole", None),
-               ("add_and_commit", "copy_and_files", None),
-               ("discard", "remove_tree", None))
+               ("add, commit", "copy, capture, remove", None),
+               ("add, commit", "copy, append, remove", None),
+               ("add, commit", "copy, whole, remove", None),
+               ("add, commit", "copy, files, remove", None),
+               ("discard", "remove", None))
 
 
 def spread(values):
@@ -189,8 +224,10 @@ def spread(values):
 
 def compare(costs, ours, by_hand, goal):
     left, right = costs[ours], costs[by_hand]
+    pairs = list(zip(left, right))
     return {"step": ours, "by_hand": by_hand, "goal": goal,
-            "ratio": spread([a.seconds / b.seconds for a, b in zip(left, right)]),
+            "ratio": spread([a.seconds / b.seconds for a, b in pairs]),
+            "cpu_ratio": spread([a.cpu / max(b.cpu, 0.01) for a, b in pairs]),
             "seconds": spread([cost.seconds for cost in left]),
             "by_hand_seconds": spread([cost.seconds for cost in right]),
             "peak_mib": max(cost.peak for cost in left) / 1024,
@@ -200,59 +237,83 @@ def compare(costs, ours, by_hand, goal):
 def print_comparison(row):
     goal = "" if row["goal"] is None else "%.1f %s" % (
         row["goal"], "met" if row["ratio"]["median"] <= row["goal"] else "MISSED")
-    print("%-15s %-17s %6.3f  (%.3f to %.3f)  %-11s %8.2f %8.2f %9.0f %8.0f" % (
+    print("%-12s %-22s %6.2f  (%5.2f to %5.2f) %6.2f  %-11s %7.2f %7.2f %8.0f %7.0f" % (
         row["step"], row["by_hand"], row["ratio"]["median"], row["ratio"]["low"],
-        row["ratio"]["high"], goal, row["seconds"]["median"], row["by_hand_seconds"]["median"],
-        row["peak_mib"], row["by_hand_peak_mib"]))
+        row["ratio"]["high"], row["cpu_ratio"]["median"], goal, row["seconds"]["median"],
+        row["by_hand_seconds"]["median"], row["peak_mib"], row["by_hand_peak_mib"]))
+
+
+def print_table(title, rows, rounds):
+    print("\n%s: Kestro against wimlib-imagex, rounds: %d\n\n"
+          "                                    ---- ratio of time ---  of CPU              "
+          "---- seconds --  --- peak MiB --\n"
+          "step         by hand                median  (low to high)    time  goal         "
+          "Kestro by hand   Kestro by hand" % (title, rounds))
+    for row in rows:
+        print_comparison(row)
+    sys.stdout.flush()
 
 
 def measure_wine(rounds):
     """What Wine costs before any work: a call with the prefix running, and the prefix's own start."""
-    call = [kestro("--version").seconds for _ in range(rounds)]
+    call = [kestro("--version").seconds for _ in range(2 * rounds)]
     run(RUN, "--stop")
     start = run(RUN, "--start").seconds
     return {"call_seconds": spread(call), "prefix_start_seconds": start}
 
 
-def measure(compression, folder, work, package, rounds):
-    bench = Bench(compression, os.path.join(folder, compression + ".wim"), work, package)
-    for number in range(rounds):
-        print("%s: round %d of %d" % (compression, number + 1, rounds), file=sys.stderr)
-        bench.round(number)
-    rows = [compare(bench.costs, *comparison) for comparison in COMPARISONS]
-    print("\n%s: Kestro against wimlib-imagex, %d rounds\n\n"
-          "                                                               "
-          "       -- seconds --     -- peak MiB --\n"
-          "step            by hand            ratio  (low to high)     goal        "
-          "  Kestro  by hand    Kestro  by hand" % (compression, rounds))
-    for row in rows:
-        print_comparison(row)
-    sys.stdout.flush()
-    return rows
+def measure(title, compression, base, folder, rounds):
+    with tempfile.TemporaryDirectory(prefix="kestro-bench-", dir=folder) as work:
+        package = os.path.join(work, "package")
+        sample_image.make_package(package)
+        bench = Bench(compression, base, work, package)
+        try:
+            for number in range(rounds):
+                print("%s: round %d of %d" % (title, number + 1, rounds), file=sys.stderr)
+                bench.round(number)
+        finally:
+            bench.leave()
+    # The goals are meant for images of the full size.
+    rows = [compare(bench.costs, ours, by_hand, goal if rounds > 1 else None)
+            for ours, by_hand, goal in COMPARISONS]
+    print_table(title, rows, rounds)
+    return {"title": title, "compression": compression, "rows": rows}
+
+
+def cases(image):
+    """(title, compression, folder): in memory, where the work itself shows, and once on the disk."""
+    needed = 3 * image["bytes"] + 8 * max(image[name + "_bytes"] for name in COMPRESSIONS)
+    if os.path.isdir(MEMORY) and shutil.disk_usage(MEMORY).free > needed:
+        for compression in COMPRESSIONS:
+            yield compression + " in memory", compression, MEMORY
+        yield "XPRESS on disk", "XPRESS", OUT
+    else:
+        print("%s holds less than %d MiB: measuring on the disk only" % (MEMORY, needed >> 20),
+              file=sys.stderr)
+        for compression in COMPRESSIONS:
+            yield compression + " on disk", compression, OUT
 
 
 def main():
     parser = argparse.ArgumentParser(description="Measures the embedded platform.")
     parser.add_argument("--quick", action="store_true", help="one round with a small image")
+    parser.add_argument("--only", metavar="TEXT", default="",
+                        help="only the tables with this in their title, as in LZX or 'on disk'")
     parser.add_argument("--json", default=os.path.join(OUT, "platform.json"))
     arguments = parser.parse_args()
-    rounds = 1 if arguments.quick else 5
+    rounds = 1 if arguments.quick else 3
 
     os.makedirs(OUT, exist_ok=True)
     folder, image = sample_image.prepare(OUT, 1_500 if arguments.quick else 12_000)
-    result = {"rounds": rounds, "image": image}
-    with tempfile.TemporaryDirectory(prefix="platform-", dir=OUT) as work:
-        package = os.path.join(work, "package")
-        sample_image.make_package(package)
-        result["wine"] = measure_wine(rounds)
-        print("\nImage: %d files, %d MiB. Before any work Wine costs %.2f s a call in a running prefix; "
-              "starting the prefix takes %.1f s." % (
-                  image["files"], image["bytes"] >> 20, result["wine"]["call_seconds"]["median"],
-                  result["wine"]["prefix_start_seconds"]))
-        for compression in COMPRESSIONS:
-            result[compression] = measure(compression, folder, work, package, rounds)
+    wine = measure_wine(rounds)
+    print("\nImage: %d files, %d MiB. Before any work Wine costs %.2f s a call in a running prefix; "
+          "starting the prefix takes %.1f s." % (
+              image["files"], image["bytes"] >> 20, wine["call_seconds"]["median"],
+              wine["prefix_start_seconds"]))
+    tables = [measure(title, compression, os.path.join(folder, compression + ".wim"), place, rounds)
+              for title, compression, place in cases(image) if arguments.only in title]
     with open(arguments.json, "w") as file:
-        json.dump(result, file, indent=2)
+        json.dump({"rounds": rounds, "image": image, "wine": wine, "tables": tables}, file, indent=2)
         file.write("\n")
 
 
