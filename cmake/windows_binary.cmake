@@ -15,15 +15,17 @@ function(kestro_windows_binary target)
 
   if(MINGW)
     # The runtime is linked in, so that nothing has to lie beside the file.
-    target_compile_options(${target} PRIVATE -g -ffunction-sections -fdata-sections)
+    # Builds of one commit are the same bytes: no times, no folders of the machine.
+    target_compile_options(${target} PRIVATE -g -ffunction-sections -fdata-sections
+                                             "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=kestro")
     target_link_options(${target} PRIVATE -static -Wl,--gc-sections -Wl,--no-insert-timestamp
                                           -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
     if(CMAKE_BUILD_TYPE STREQUAL "Release")
       add_custom_command(TARGET ${target} POST_BUILD
-        COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}>
+        COMMAND ${CMAKE_OBJCOPY} --preserve-dates --only-keep-debug $<TARGET_FILE:${target}>
                 $<TARGET_FILE:${target}>.debug
-        COMMAND ${CMAKE_OBJCOPY} --strip-all --add-gnu-debuglink=$<TARGET_FILE:${target}>.debug
-                $<TARGET_FILE:${target}>
+        COMMAND ${CMAKE_OBJCOPY} --preserve-dates --strip-all
+                --add-gnu-debuglink=$<TARGET_FILE:${target}>.debug $<TARGET_FILE:${target}>
         VERBATIM)
     endif()
   endif()

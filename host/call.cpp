@@ -3,7 +3,6 @@
 
 #include "usage_error.h"
 
-#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <future>
@@ -17,13 +16,15 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// A file that is new and empty: a name made of the process's number alone may be one that a killed process
+// of the same number has left behind, and its keys would read like this call's.
 std::wstring TemporaryResult()
 {
-    static std::atomic<int> count = 0;
-    return (std::filesystem::temp_directory_path() /
-            (L"kestro-result-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-             std::to_wstring(++count) + L".ini"))
-        .wstring();
+    wchar_t path[MAX_PATH];
+    const std::wstring folder = std::filesystem::temp_directory_path().wstring();
+    if (GetTempFileNameW(folder.c_str(), L"kes", 0, path) == 0)
+        throw UsageError("no temporary result file can be made in " + detail::Utf8(folder));
+    return path;
 }
 
 // While this lives, what goes to standard output is dropped: the library prints there what its ResultFile

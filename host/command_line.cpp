@@ -17,9 +17,15 @@ std::wstring Wide(const std::string& text)
 std::vector<std::wstring> Wide(const std::vector<std::string>& texts)
 {
     std::vector<std::wstring> wide;
+    wide.reserve(texts.size());
     for (const std::string& text : texts)
         wide.push_back(Wide(text));
     return wide;
+}
+
+std::string NoCommand(const std::string& word, const std::string& name)
+{
+    return "There is no command " + word + " in " + name + ".\n";
 }
 
 // What the arguments of all commands are read into.
@@ -69,7 +75,7 @@ class CommandLine {
             parsed_.run = nullptr;
             std::ostringstream text, errors;
             parsed_.exitCode = app_.exit(error, text, errors) == 0 ? kExitSuccess : kExitUsage;
-            parsed_.text = text.str() + errors.str();
+            parsed_.text = UnknownCommand() + text.str() + errors.str();
         }
         return std::move(parsed_);
     }
@@ -93,6 +99,7 @@ class CommandLine {
     void AddSystemCommands();
     void AddOtherCommands();
     void ShowHelp();
+    std::string UnknownCommand() const;
 
     CLI::App app_{
         "Kestro services offline Windows images and disks and tells what became of each step.",
@@ -230,6 +237,7 @@ void CommandLine::AddOtherCommands()
 
     auto* const run = app_.add_subcommand("run", "Run a list of operations from a JSON file");
     run->add_option("FILE", to.file, "the list")->required();
+    run->preparse_callback([this](std::size_t) { parsed_.isList = true; });
     run->footer("The list holds command lines as arrays of words, and what to do when one fails:\n"
                 "  { \"on_failure\": \"stop\",\n"
                 "    \"operations\": [ [\"mount\", \"D:\\\\install.wim\", \"D:\\\\mount\"],\n"
@@ -254,13 +262,30 @@ void CommandLine::ShowHelp()
             [&](const CLI::App* candidate) { return candidate->get_name() == word; });
         if (found.empty()) {
             parsed_.exitCode = kExitUsage;
-            parsed_.text = "There is no command " + word + " in " + name + ".\n";
+            parsed_.text = NoCommand(word, name);
             return;
         }
         command = found.front();
         name += " " + word;
     }
-    parsed_.text = command->help(command == &app_ ? "" : name.substr(0, name.rfind(' ')));
+    // App::help would show the command that was chosen, and that is help.
+    parsed_.text = app_.get_formatter()->make_help(command, name, CLI::AppFormatMode::Normal);
+}
+
+// CLI11 only says that a command is missing where it met a word that is none.
+std::string CommandLine::UnknownCommand() const
+{
+    const CLI::App* command = &app_;
+    std::string name = "kestro";
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+        name += " " + command->get_name();
+    }
+    const bool takesCommand = !command->get_subcommands({}).empty();
+    for (const std::string& word : app_.remaining(true))
+        if (takesCommand && !word.starts_with("-"))
+            return NoCommand(word, name);
+    return "";
 }
 
 } // namespace

@@ -13,6 +13,7 @@ struct Parsed {
     Options options;
     // The command that was chosen; empty when there is nothing to run.
     std::function<int(const Context&)> run;
+    bool isList = false; // that command is run
     // What is to be shown instead, or what is wrong with the arguments.
     std::string text;
     int exitCode = kExitSuccess;

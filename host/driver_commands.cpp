@@ -7,12 +7,21 @@ namespace {
 
 using nlohmann::json;
 
+json PackageToJson(const std::wstring& inf, bool added, std::optional<std::int32_t> lastError)
+{
+    return {{"inf", detail::Utf8(inf)},
+            {"added", added},
+            {"last_error", !added && lastError ? json(*lastError) : json()}};
+}
+
 int AddOne(Session& session, const std::wstring& image, const std::wstring& inf)
 {
     session.Out().Progress("Adding " + detail::Utf8(inf));
     const ResultPath result = session.NextResult();
-    return session.Finish(session.Kestro().AddDriver(image, inf, session.FilesWith(result)),
-                          "Added " + detail::Utf8(inf));
+    const Outcome outcome = session.Kestro().AddDriver(image, inf, session.FilesWith(result));
+    const json package = PackageToJson(inf, outcome.succeeded, outcome.lastError);
+    return session.Finish(outcome, "Added " + detail::Utf8(inf),
+                          {{"packages", json::array({package})}});
 }
 
 struct ListTotals {
@@ -29,10 +38,7 @@ void TellPackages(const Session& session, const DriverListOutcome& outcome, List
         session.Out().Line("  " + std::to_string(totals.done) + " of " + std::to_string(totals.of) +
                            "  " + (package.added ? "added  " : "failed ") + "  " +
                            detail::Utf8(package.inf));
-        totals.packages.push_back(
-            {{"inf", detail::Utf8(package.inf)},
-             {"added", package.added},
-             {"last_error", package.added ? json() : json(package.lastError)}});
+        totals.packages.push_back(PackageToJson(package.inf, package.added, package.lastError));
     }
     // The codes stand in the log, in the order of the failures.
     const auto& failures = outcome.report.failures;

@@ -2,6 +2,8 @@
 #include "command_line.h"
 #include "usage_error.h"
 
+#include <cstdio>
+
 #include <shellapi.h>
 
 namespace {
@@ -20,9 +22,7 @@ std::vector<std::string> Arguments()
     return arguments;
 }
 
-} // namespace
-
-int main()
+int Run()
 {
     const Parsed parsed = ParseCommandLine(Arguments());
     Output out(parsed.options.json);
@@ -40,6 +40,18 @@ int main()
         return kExitNoLibrary;
     } catch (const std::exception& error) {
         out.Error(error.what());
+        return kExitFailed;
+    }
+}
+
+} // namespace
+
+int main()
+{
+    try {
+        return Run();
+    } catch (...) {
+        std::fputs("kestro: an unforeseen failure\n", stderr);
         return kExitFailed;
     }
 }

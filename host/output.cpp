@@ -16,7 +16,7 @@ using nlohmann::json;
 void Put(std::FILE* stream, DWORD handleId, const std::string& text)
 {
     DWORD mode = 0;
-    const HANDLE handle = GetStdHandle(handleId);
+    void* const handle = GetStdHandle(handleId);
     if (GetConsoleMode(handle, &mode)) {
         std::fflush(stream);
         const std::wstring wide = detail::Wide(text, CP_UTF8);

@@ -2,6 +2,7 @@
 #include "session.h"
 #include "usage_error.h"
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <thread>
@@ -59,6 +60,14 @@ void Follow(const Output& out, const std::wstring& file, unsigned idleSeconds)
     }
 }
 
+// Other programs' INI files have sections too.
+bool IsOurs(const Report& report)
+{
+    return !report.log.empty() || report.Find("KESTRO_TEST") != nullptr ||
+           std::any_of(report.steps.begin(), report.steps.end(),
+                       [](const Step& step) { return step.succeeded || step.error; });
+}
+
 } // namespace
 
 int ResultCommand(const Context& context, const std::wstring& file, bool watch,
@@ -74,7 +83,7 @@ int ResultCommand(const Context& context, const std::wstring& file, bool watch,
     const auto report = ReadResultFile(path);
     if (!report)
         throw UsageError("cannot read the result file " + detail::Utf8(path));
-    if (report->steps.empty() && report->log.empty())
+    if (!IsOurs(*report))
         throw UsageError(detail::Utf8(path) + " holds nothing that the library writes");
     bool failed = false;
     for (const Step& step : report->steps)

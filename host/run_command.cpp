@@ -39,9 +39,12 @@ Operation ReadOperation(const std::wstring& file, const json& words, std::size_t
             Refuse(file, which + "every word is a text");
         operation.words.push_back(word.get<std::string>());
     }
-    if (operation.words.front() == "run" || operation.words.front() == "help")
-        Refuse(file, which + operation.words.front() + " is no operation");
     operation.parsed = ParseCommandLine(operation.words);
+    // However many options stand before the word.
+    if (operation.parsed.isList)
+        Refuse(file, which + "run is no operation");
+    if (operation.words.front() == "help")
+        Refuse(file, which + "help is no operation");
     if (!operation.parsed.run)
         Refuse(file, which + operation.parsed.text);
     return operation;
@@ -100,6 +103,12 @@ int RunOne(const Context& context, const Operation& operation)
     } catch (const UsageError& error) {
         context.out->Error(error.what());
         return kExitUsage;
+    } catch (const kestro::LoadError& error) {
+        context.out->Failed(error.what(), HRESULT_FROM_WIN32(error.LastError()));
+        return kExitNoLibrary;
+    } catch (const std::exception& error) {
+        context.out->Error(error.what());
+        return kExitFailed;
     }
 }
 

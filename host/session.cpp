@@ -35,16 +35,11 @@ std::wstring FullPath(const std::wstring& path)
 Session::Session(const Context& context, std::string command)
     : context_(context), command_(std::move(command)),
       library_(Loaded(LibraryPath(context.options))),
-      operations_(KestroIn(context.options.GetForm())),
+      operations_(library_, context.options.GetForm(), FollowingRunner(context.out->LogFollower())),
       logFile_(context.options.log.empty()
                    ? (fs::temp_directory_path() / L"kestro-dism.log").wstring()
                    : FullPath(context.options.log))
 {
-}
-
-Operations Session::KestroIn(Form form) const
-{
-    return Operations(library_, form, FollowingRunner(context_.out->LogFollower()));
 }
 
 nlohmann::json Session::Document(const Outcome& outcome) const

@@ -15,8 +15,6 @@ class Session {
     Output& Out() const { return *context_.out; }
     const Library& GetLibrary() const { return library_; }
     const Operations& Kestro() const { return operations_; }
-    // In another form than the one the user chose.
-    Operations KestroIn(Form form) const;
     const std::wstring& LogFile() const { return logFile_; }
     ResultPath NextResult() { return NextResult(context_.options.GetForm()); }
     ResultPath NextResult(Form form) { return ResultPath(context_.options.result, ++calls_, form); }

@@ -107,7 +107,8 @@ int SelfTestCommand(const Context& context)
     json forms = json::array();
     for (const Form form : {Form::Narrow, Form::Wide}) {
         const ResultPath result = session.NextResult(form);
-        const bool readable = session.KestroIn(form).WriteTest(result.Text()).succeeded;
+        const bool readable =
+            Operations(session.GetLibrary(), form).WriteTest(result.Text()).succeeded;
         good = good && readable;
         const std::string name = form == Form::Narrow ? "WriteTest" : "WriteTestW";
         session.Out().Line(name + std::string(14 - name.size(), ' ') +

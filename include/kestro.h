@@ -289,7 +289,8 @@ KESTRO_API uint8_t KESTRO_CALL GetDriverInfoW(const wchar_t* ImagePath, const wc
  *
  * Leaves  objects of the service unreleased: packs, the disks that did not match, earlier enumerators,
  *         and the objects of the clean itself. The common exit releases the service and the latest
- *         enumerators; the other paths release neither.
+ *         enumerators; the other paths release neither. Also the strings of the properties that it asked
+ *         each provider, pack and disk for.
  */
 KESTRO_API int32_t KESTRO_CALL CleanDisk(const wchar_t* diskName, uint8_t force, uint8_t forceOEM,
                                          uint8_t fullClean, const char* resultFile) KESTRO_NOEXCEPT;
@@ -305,7 +306,7 @@ KESTRO_API int32_t KESTRO_CALL CleanDisk(const wchar_t* diskName, uint8_t force,
  *         negative                   the HRESULT of what failed                  no
  *         They write and print nothing.
  *
- * Leaves  objects of the service unreleased, as CleanDisk.
+ * Leaves  objects of the service unreleased and strings, as CleanDisk.
  */
 KESTRO_API int32_t KESTRO_CALL OnlineDisk(const wchar_t* diskName) KESTRO_NOEXCEPT;
 KESTRO_API int32_t KESTRO_CALL OfflineDisk(const wchar_t* diskName) KESTRO_NOEXCEPT;

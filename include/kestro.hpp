@@ -1,5 +1,5 @@
 // kestro.hpp - a C++20 companion of kestro.h for hosts that want types. Header-only; Windows only; it loads
-// Kestro.dll at run time and links nothing.
+// Kestro.dll at run time. Link with ole32, for the disk operations.
 //
 //   kestro::Library library(L"C:\\tools\\Kestro.dll");
 //   kestro::Operations kestro(library);

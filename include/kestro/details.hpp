@@ -9,6 +9,7 @@
 #include "library.hpp"
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <utility>

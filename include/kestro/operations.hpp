@@ -8,6 +8,7 @@
 #include "library.hpp"
 #include "report.hpp"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -91,7 +92,7 @@ class DriverBatch {
     {
         std::array<const wchar_t*, kDriverListLength> entries{};
         for (std::size_t i = 0; i < kDriverListLength; ++i)
-            entries[i] = infs_[std::min(i, infs_.size() - 1)].c_str();
+            entries[i] = infs_[(std::min)(i, infs_.size() - 1)].c_str();
         return entries;
     }
 
@@ -121,8 +122,9 @@ inline std::string SectionOf(std::string_view function)
           {"DismUnmountImage", "DISM_UNMOUNT"}})
         if (function == name)
             return section;
-    std::string section = "DISM_" + std::string(function.substr(std::min<std::size_t>(
-                                        function.size(), std::string_view("Dism").size())));
+    std::string section =
+        "DISM_" + std::string(function.substr(
+                      (std::min<std::size_t>)(function.size(), std::string_view("Dism").size())));
     for (char& c : section)
         c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
     return section;

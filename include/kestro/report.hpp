@@ -163,9 +163,9 @@ inline Report ParseResultFile(std::string_view bytes)
     std::string section;
     std::optional<int> righe;
     for (std::string_view rest = text; !rest.empty();) {
-        const std::size_t end = std::min(rest.find('\n'), rest.size());
+        const std::size_t end = (std::min)(rest.find('\n'), rest.size());
         const std::string_view line = detail::Trim(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
+        rest.remove_prefix((std::min)(end + 1, rest.size()));
         if (line.size() >= 2 && line.front() == '[' && line.back() == ']') {
             section = line.substr(1, line.size() - 2);
             continue;
@@ -207,9 +207,9 @@ inline Report ParseResultFile(std::string_view bytes)
 // Nothing when the file cannot be read. Does not get in the way of a library that is still writing.
 inline std::optional<Report> ReadResultFile(const std::wstring& path)
 {
-    const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    void* const file = CreateFileW(path.c_str(), GENERIC_READ,
+                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE)
         return {};
     std::string bytes;

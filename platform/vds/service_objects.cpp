@@ -337,14 +337,8 @@ IUnknown* NewProvider(const std::wstring& name)
 
 class Service final : public ComObject<IVdsService> {
   public:
-    HRESULT STDMETHODCALLTYPE IsServiceReady() override
-    {
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE WaitForServiceReady() override
-    {
-        return S_OK;
-    }
+    HRESULT STDMETHODCALLTYPE IsServiceReady() override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE WaitForServiceReady() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE GetProperties(VDS_SERVICE_PROP* properties) override
     {
         if (properties == nullptr)
@@ -385,10 +379,7 @@ class Service final : public ComObject<IVdsService> {
     {
         return S_OK; // every query reads the disks anew
     }
-    HRESULT STDMETHODCALLTYPE Refresh() override
-    {
-        return S_OK;
-    }
+    HRESULT STDMETHODCALLTYPE Refresh() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE CleanupObsoleteMountPoints() override { return NotSupported(); }
     HRESULT STDMETHODCALLTYPE Advise() override { return NotSupported(); }
     HRESULT STDMETHODCALLTYPE Unadvise() override { return NotSupported(); }

@@ -2,6 +2,7 @@
 #include "base/text.h"
 
 #include <cstring>
+#include <cwchar>
 
 #include <windows.h>
 
@@ -21,7 +22,7 @@ std::wstring ToWide(const char* text)
     std::wstring wide(static_cast<std::size_t>(wideLength), L'\0');
     if (MultiByteToWideChar(CP_ACP, 0, text, narrowLength, wide.data(), wideLength) <= 0)
         throw ConversionFailed();
-    wide.resize(wide.find(L'\0') == std::wstring::npos ? 0 : wide.find(L'\0'));
+    wide.resize(std::wcslen(wide.c_str()));
     return wide;
 }
 

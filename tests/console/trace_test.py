@@ -20,7 +20,7 @@ LISTING = (
     "Original file name: C:\\store\\100% %s %x.inf\n\n")
 
 
-class Trace(unittest.TestCase):
+class TraceCase(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory(prefix="kestro-")
         self.addCleanup(self.folder.cleanup)
@@ -65,6 +65,8 @@ class Trace(unittest.TestCase):
         """The runtime's text mode ends lines with CR LF."""
         return text.replace("\n", "\r\n").encode()
 
+
+class Trace(TraceCase):
     def test_the_listing_on_a_pipe(self):
         self.assertEqual(self.on_pipe("list"), (self.bytes_of(LISTING), 0))
         self.assertEqual(self.on_pipe("listw"), (self.bytes_of(LISTING), 1))
@@ -89,6 +91,38 @@ class Trace(unittest.TestCase):
         expected = "DismGetDriverInfo Failed: 80070002\nReturn code is: 80070002\n"
         self.assertEqual(self.on_pipe("info"), (self.bytes_of(expected), 1))
         self.assertEqual(self.in_file("info"), self.bytes_of(expected))
+
+
+class DiskTrace(TraceCase):
+    """The narrow formats: CleanDisk counts the packs and disks that it goes through."""
+
+    SEARCH = ("Pack #: 1\nDisk #: 1\nDisk #: 2\n"
+              "Pack #: 2\nDisk #: 1\n")
+    NOT_THERE = "\\\\?\\PhysicalDrive77"
+    DISKS = os.path.join(os.environ["WINEPREFIX"], "drive_c", "ProgramData", "Kestro", "disks.ini")
+
+    def setUp(self):
+        super().setUp()
+        os.makedirs(os.path.dirname(self.DISKS), exist_ok=True)
+        self.addCleanup(lambda: os.remove(self.DISKS))
+        with open(self.DISKS, "w", encoding="utf-8") as file:
+            for number, pack in enumerate(("one", "one", "two"), 1):
+                image = os.path.join(self.folder.name, "disk%d.img" % number)
+                with open(image, "wb") as disk:
+                    disk.truncate(1 << 20)
+                file.write("[Disk %d]\nName=\\\\?\\PhysicalDrive%d\nFile=Z:%s\nPack=%s\n" % (
+                    number, number, image.replace("/", "\\"), pack))
+
+    def test_the_search_on_a_pipe(self):
+        self.assertEqual(self.on_pipe("clean", self.NOT_THERE)[0], self.bytes_of(self.SEARCH))
+
+    def test_the_search_in_a_file(self):
+        self.assertEqual(self.in_file("clean", self.NOT_THERE), self.bytes_of(self.SEARCH))
+
+    def test_the_search_on_a_terminal(self):
+        shown = self.on_terminal("clean", self.NOT_THERE)
+        for line in self.SEARCH.split("\n"):
+            self.assertIn(line.encode(), shown)
 
 
 if __name__ == "__main__":

@@ -87,24 +87,29 @@ TEST(NameCopy, WithoutMemoryEndsTheCall)
             }
 }
 
-TEST(NameConversion, FailureEndsTheCallWithTheLastError)
+void ExpectFailingConversion(const Subject& subject, Form form, int failing, DWORD error)
 {
     Script script;
-    script.last_error = [](size_t) { return DWORD{ERROR_NO_UNICODE_TRANSLATION}; };
-    for (const Subject& subject : subjects)
-        for (const Form form : forms)
-            for (int failing = 1; failing <= 2 * subject.copies; ++failing) {
-                Platform platform(script);
-                platform.failing_narrowing = failing;
-                EXPECT_EQ(ThrownBy(subject, platform, form),
-                          HRESULT_FROM_WIN32(ERROR_NO_UNICODE_TRANSLATION));
-                EXPECT_EQ(platform.live_copies, 0);
-                ExpectedEvents expected = UpToFailing(subject.expect(form, script).Events(),
-                                                      "WideCharToMultiByte", failing);
-                expected.emplace_back("GetLastError");
-                ASSERT_TRUE(SameTranscript(expected, WithoutReleasesAtTheEnd(platform.Recorded())))
-                    << subject.name << ' ' << NameOf(form) << ' ' << failing;
-            }
+    script.last_error = [error](size_t) { return error; };
+    Platform platform(script);
+    platform.failing_narrowing = failing;
+    EXPECT_EQ(ThrownBy(subject, platform, form), HRESULT_FROM_WIN32(error));
+    EXPECT_EQ(platform.live_copies, 0);
+    ExpectedEvents expected =
+        UpToFailing(subject.expect(form, script).Events(), "WideCharToMultiByte", failing);
+    expected.emplace_back("GetLastError");
+    EXPECT_TRUE(SameTranscript(expected, WithoutReleasesAtTheEnd(platform.Recorded())))
+        << subject.name << ' ' << NameOf(form) << ' ' << failing;
+}
+
+TEST(NameConversion, FailureEndsTheCallWithTheLastError)
+{
+    // A last error that is an HRESULT already leaves as it is.
+    for (const DWORD error : {DWORD{ERROR_NO_UNICODE_TRANSLATION}, DWORD{0x80004005}})
+        for (const Subject& subject : subjects)
+            for (const Form form : forms)
+                for (int failing = 1; failing <= 2 * subject.copies; ++failing)
+                    ExpectFailingConversion(subject, form, failing, error);
 }
 
 // What a host can rely on whatever happens to the report.

@@ -57,6 +57,7 @@ TEST(Clock, OddTimesOfTheDayAndYear)
         LocalTime(2016, 12, 31, 23, 59, 60),   LocalTime(2024, 2, 29, 0, 0, 0),
         LocalTime(9999, 10, 10, 10, 10, 10),   LocalTime(10000, 1, 1, 0, 0, 0),
         LocalTime(123456, 11, 11, 11, 11, 11), LocalTime(987, 6, 5, 4, 3, 2),
+        LocalTime(2021, -1, -10, -9, -99, -5),
     };
     for (const Form form : forms)
         for (const std::tm& time : times) {

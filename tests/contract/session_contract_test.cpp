@@ -178,10 +178,27 @@ TEST(DriverList, NarrowNullEntryWritesWithoutAKey)
     EXPECT_TRUE(ListDoesWhatItHasTo(Form::narrow, {}, nothing));
 }
 
+// No host may pass one. Its report is lost, and no work is.
+TEST(DriverList, WideNullEntryCostsItsReportAlone)
+{
+    for (const HRESULT result : {S_OK, file_not_found}) {
+        DriverList list = eight_drivers;
+        list.paths[3] = nullptr;
+        list.results[3] = result;
+        Platform platform;
+        RunList(platform, Form::wide, {}, list);
+        for (const char* event : {"DismAddDriver(7, DriverPaths[7], 0) -> 00000000",
+                                  "DismCommitImage(7, 0x0, NULL, NULL, NULL) -> 00000000",
+                                  "DismShutdown() -> 00000000", "returns 1"})
+            EXPECT_THAT(platform.Recorded(), testing::Contains(event));
+        EXPECT_EQ(platform.live_copies, 0);
+    }
+}
+
 TEST(DriverList, ShortAndLongKeys)
 {
     const DriverList list{
-        {L"", L"a", L"a.inf", L"ab.info", L"abc.info", L"OK", L"ERR",
+        {L"", L"?", L"a.inf", L"ab.info", L"abc.info", L"OK", L"ERR",
          L"\\\\server\\share\\a very long folder's name with spaces\\driver package\\x.inf"}};
     // Last errors of one digit, of seven and eight characters, and of eleven.
     for (const DWORD error : {5ul, 9999999ul, 10000000ul, 0x80070005ul})
@@ -270,6 +287,24 @@ TEST(Listing, OddNames)
     };
     for (const Form form : forms)
         EXPECT_TRUE(ListingDoesWhatItHasTo(form, {}, packages));
+}
+
+TEST(Listing, MissingNamesAreEmptyInTheLog)
+{
+    const char record[100] = {};
+    for (const Form form : forms) {
+        Platform platform;
+        PrepareSession(platform, {});
+        platform.packages = record;
+        platform.package_count = 1;
+        const SessionCase run;
+        const unsigned returned =
+            KestroLibrary::Get().Call("GetDrivers", form, run.result_file, run.image, run.log_file);
+        EXPECT_EQ(returned, SuccessValue(form, S_OK));
+        EXPECT_THAT(platform.Recorded(),
+                    testing::Contains(testing::HasSubstr(
+                        R"( = "Driver Package 0 - PublishedName:  - Original file name: ")")));
+    }
 }
 
 TEST(Listing, NullArgumentsArePassedOn)

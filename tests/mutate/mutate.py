@@ -22,8 +22,9 @@ TREE = ROOT / "build/mutate"
 DLL = TREE / "build/release/bin/Kestro.dll"
 
 # The suite that a fault in a file should meet comes first, then the others.
-SUITES = ["report", "mount", "disk", "exception", "session"]
+SUITES = ["report", "mount", "device", "disk", "exception", "session"]
 OWN_SUITE = {
+    "device/device_access.cpp": "device",
     "disk/disk_call.cpp": "disk",
     "disk/disk_clean.cpp": "disk",
     "disk/disk_online.cpp": "disk",

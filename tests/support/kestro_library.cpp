@@ -25,6 +25,11 @@ std::wstring LibraryPath()
 
 } // namespace
 
+bool KestroLibrary::Instrumented()
+{
+    return std::getenv("KESTRO_INSTRUMENTED") != nullptr;
+}
+
 KestroLibrary& KestroLibrary::Get()
 {
     static KestroLibrary library;

@@ -24,6 +24,8 @@ struct ResultFile {
 class KestroLibrary {
   public:
     static KestroLibrary& Get();
+    // Whether it is a build with checks or counters: larger than what ships, and with more imports.
+    static bool Instrumented();
 
     HMODULE Module() const { return module_; }
     // The file that was loaded.

@@ -1,6 +1,8 @@
 // driver_hive.cpp - the driver database in an offline image's registry.
 #include "driver_hive.h"
 
+#include "file_system.h"
+#include "hive_check.h"
 #include "hive_values.h"
 #include "servicing_error.h"
 
@@ -55,6 +57,7 @@ DriverHive::DriverHive(const fs::path& file) : file_(file)
     hive_.reset(hivex_open(file.c_str(), HIVEX_OPEN_WRITE));
     if (!hive_)
         throw ServicingError(code::bad_hive, "cannot read the registry hive " + file_);
+    CheckHive(ReadWholeFile(file_), "DriverDatabase", file_);
 }
 
 // The node at `path` ('\' between keys) below the hive's root; 0 if there is none.

@@ -38,6 +38,7 @@ static std::string Utf16(std::string utf8)
 static void SetValue(hive_h* hive, hive_node_h key, const std::string& name, hive_type type,
                      std::string data)
 {
+    Utf16(name); // hivex reads from nowhere when a name is not UTF-8
     std::string keyName = name;
     const hive_set_value value{keyName.data(), type, data.size(), data.data()};
     if (hivex_node_set_value(hive, key, &value, 0) != 0)

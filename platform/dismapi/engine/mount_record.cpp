@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <functional>
 #include <random>
+#include <utility>
 
 namespace kestro::servicing {
 namespace fs = std::filesystem;
@@ -28,9 +29,25 @@ json ToJson(const FileIdentity& identity)
     return {identity.device, identity.inode, identity.size, identity.modified};
 }
 
+// JSON's own conversions cut off what a field cannot hold.
+template <class Number>
+Number NumberFromJson(const json& value)
+{
+    const bool fits =
+        value.is_number_unsigned()
+            ? std::in_range<Number>(value.get<std::uint64_t>())
+            : value.is_number_integer() && std::in_range<Number>(value.get<std::int64_t>());
+    if (!fits)
+        throw ServicingError(code::not_a_valid_mount,
+                             "a record of a mount holds the number " + value.dump());
+    return value.get<Number>();
+}
+
 FileIdentity IdentityFromJson(const json& value)
 {
-    return {value.at(0), value.at(1), value.at(2), value.at(3)};
+    return {NumberFromJson<unsigned long long>(value.at(0)),
+            NumberFromJson<unsigned long long>(value.at(1)), NumberFromJson<long long>(value.at(2)),
+            NumberFromJson<long long>(value.at(3))};
 }
 
 std::string ToText(const MountRecord& record)
@@ -57,7 +74,7 @@ MountRecord Load(const std::string& path)
         MountRecord record;
         record.image = value.at("image");
         record.imageIdentity = IdentityFromJson(value.at("imageIdentity"));
-        record.index = value.at("index");
+        record.index = NumberFromJson<unsigned>(value.at("index"));
         record.directory = value.at("directory");
         record.directoryIdentity = IdentityFromJson(value.at("directoryIdentity"));
         record.readOnly = value.at("readOnly");
@@ -150,6 +167,10 @@ void MountEntry::Recover()
 {
     if (Exists(folder_ + "/next.json")) {
         const MountRecord next = Load(folder_ + "/next.json");
+        // An unmount empties the record's directory: it must be the one that was mounted.
+        if (next.directory != record_.directory)
+            throw ServicingError(code::not_a_valid_mount,
+                                 folder_ + "/next.json is about another directory");
         if (IdentityOf(next.image) == next.imageIdentity)
             Adopt();
     }

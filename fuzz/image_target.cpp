@@ -1,0 +1,138 @@
+// image_target.cpp - an image file: mounting it, saving a change into it, dropping one.
+#include "image_store.h"
+#include "scratch.h"
+#include "servicing_error.h"
+#include "targets.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <openssl/sha.h>
+#include <sys/resource.h>
+
+namespace kestro::fuzz {
+namespace {
+
+using servicing::ImageStore;
+using servicing::ServicingError;
+
+// A small image may unpack to more than a machine holds.
+void LimitFileSize()
+{
+    static constexpr rlim_t most = 16 << 20;
+    static const bool limited = [] {
+        rlimit limit = {};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        limit.rlim_cur = std::min(limit.rlim_max, most);
+        std::signal(SIGXFSZ, SIG_IGN);
+        return setrlimit(RLIMIT_FSIZE, &limit) == 0;
+    }();
+    Require(limited, "the size of files can be limited");
+}
+
+std::uint64_t NumberAt(const std::string& bytes, std::size_t offset)
+{
+    std::uint64_t number;
+    std::memcpy(&number, bytes.data() + offset, sizeof number);
+    return number;
+}
+
+// A resource as the header and the blob table describe it: eight bytes of size and flags, then its
+// offset.
+struct Resource {
+    std::uint64_t size, offset;
+    unsigned flags;
+    bool inside;
+};
+
+Resource ResourceAt(const std::string& wim, std::size_t at)
+{
+    const std::uint64_t first = NumberAt(wim, at);
+    Resource resource = {first & 0x00FF'FFFF'FFFF'FFFF, NumberAt(wim, at + 8),
+                         static_cast<unsigned>(first >> 56), false};
+    resource.inside = resource.offset < wim.size() && resource.size <= wim.size() - resource.offset;
+    return resource;
+}
+
+// A fuzzer does not guess SHA-1: image trees that are not compressed get the one that fits.
+std::string WithTreeHashes(std::string wim)
+{
+    constexpr std::size_t header = 208, blobTable = 48, entrySize = 50, hash = 30;
+    constexpr unsigned metadata = 2, compressed = 4;
+    if (wim.size() < header)
+        return wim;
+    const Resource table = ResourceAt(wim, blobTable);
+    if (!table.inside || (table.flags & compressed))
+        return wim;
+    for (std::size_t at = table.offset; at + entrySize <= table.offset + table.size;
+         at += entrySize) {
+        const Resource blob = ResourceAt(wim, at);
+        if (!(blob.flags & metadata) || (blob.flags & compressed) || !blob.inside)
+            continue;
+        unsigned char digest[SHA_DIGEST_LENGTH];
+        SHA1(reinterpret_cast<const unsigned char*>(wim.data()) + blob.offset, blob.size, digest);
+        std::memcpy(wim.data() + at + hash, digest, sizeof digest);
+    }
+    return wim;
+}
+
+void RequireOnly(const Scratch& scratch)
+{
+    for (const auto& entry : fs::directory_iterator(scratch.Folder())) {
+        const std::string name = entry.path().filename();
+        Require(name == "image.wim" || name == "mount" || name == "records",
+                "nothing appears beside the mount directory, unlike " + name);
+    }
+}
+
+void MountAndDiscard(const Scratch& scratch, ImageStore& store, servicing::MountRequest request)
+{
+    request.readOnly = true;
+    request.checkIntegrity = true;
+    try {
+        store.Mount(request);
+        RequireOnly(scratch);
+        store.Discard(request.directory);
+    } catch (const ServicingError&) {
+    }
+    Require(fs::is_empty(request.directory), "what cannot be mounted leaves nothing");
+    Require(!store.IsMounted(request.directory), "a mount that is over is forgotten");
+}
+
+void MountAndCommit(const Scratch& scratch, ImageStore& store, servicing::MountRequest request)
+{
+    try {
+        store.Mount(request);
+    } catch (const ServicingError&) {
+        return;
+    }
+    RequireOnly(scratch);
+    const std::string before = ReadFile(request.image);
+    try {
+        WriteFile(fs::path(request.directory) / "a file that no image has", "new");
+        store.CommitAndUnmount(request.directory, {});
+    } catch (const ServicingError&) {
+        Require(ReadFile(request.image) == before, "a commit that fails leaves the image file");
+        store.Discard(request.directory);
+    }
+    Require(fs::is_empty(request.directory), "an unmounted directory is empty");
+    RequireOnly(scratch);
+}
+
+} // namespace
+
+void Image(const std::string& input)
+{
+    LimitFileSize();
+    const Scratch scratch;
+    WriteFile(scratch / "image.wim", WithTreeHashes(input));
+    fs::create_directory(scratch / "mount");
+    ImageStore store(scratch / "records", {});
+    servicing::MountRequest request;
+    request.image = scratch / "image.wim";
+    request.directory = scratch / "mount";
+    MountAndDiscard(scratch, store, request);
+    MountAndCommit(scratch, store, request);
+}
+
+} // namespace kestro::fuzz

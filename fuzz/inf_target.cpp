@@ -1,0 +1,93 @@
+// inf_target.cpp - the INF of a driver package, and the package's way into the driver store.
+#include "driver_store.h"
+#include "inf_package.h"
+#include "minimal_hive.h"
+#include "scratch.h"
+#include "targets.h"
+#include "text_inf.h"
+
+#include <algorithm>
+
+namespace kestro::fuzz {
+namespace {
+
+using servicing::Architecture;
+using servicing::DriverPackage;
+using servicing::DriverStore;
+using servicing::ServicingError;
+
+constexpr char kHive[] = "Windows/System32/config/DRIVERS";
+
+bool StaysBelow(const std::string& path)
+{
+    for (const auto& part : fs::path(path))
+        if (part == ".." || part.empty() || part.string().size() > 200)
+            return false;
+    return !path.empty() && path.front() != '/' && path.size() < 1000;
+}
+
+// The files that a package names exist, those that it must not reach as well.
+void MakeSource(const DriverPackage& package, const std::string& inf)
+{
+    const fs::path folder = package.inf.parent_path();
+    WriteFile(package.inf, inf);
+    WriteFile(folder.parent_path() / "outside.sys", "outside");
+    std::size_t most = 16;
+    for (const auto& file : package.files) {
+        std::error_code taken;
+        const fs::path path = folder / file.Path();
+        if (most-- == 0 || !StaysBelow(file.Path()) || fs::exists(path, taken) || taken)
+            continue;
+        fs::create_directories(path.parent_path(), taken);
+        if (!taken)
+            WriteFile(path, "a driver");
+    }
+}
+
+bool IsForDrivers(const std::string& path)
+{
+    for (const std::string place :
+         {"Windows/INF/oem0.inf", "Windows/System32/DriverStore/FileRepository",
+          "Windows/System32/CatRoot"})
+        if (path.starts_with(place) || place.starts_with(path + "/"))
+            return true;
+    return false;
+}
+
+void AddAndRemove(const Scratch& scratch, const DriverPackage& package)
+{
+    const fs::path image = scratch / "image";
+    const auto before = Below(scratch.Folder());
+    DriverStore store(image);
+    try {
+        const auto added = store.Add(package, true);
+        Require(added.published == "oem0.inf" && !added.alreadyThere, "the first package is oem0");
+        for (const auto& path : Below(scratch.Folder()))
+            Require(before.count(path) || (path.starts_with("image/") &&
+                                           IsForDrivers(path.substr(sizeof "image/" - 1))),
+                    "an added package stays in its places, unlike " + path);
+        Require(store.Add(package, true).alreadyThere, "the same package is known again");
+        store.Remove(added.published);
+        Require(!fs::exists(added.folder), "a removed package is gone");
+    } catch (const ServicingError&) {
+        Require(Below(scratch.Folder()) == before, "a package that is refused leaves nothing");
+    }
+}
+
+} // namespace
+
+void Inf(const std::string& input)
+{
+    const Scratch scratch;
+    fs::create_directories(scratch / "image/Windows/INF");
+    WriteFile(scratch / "image" / kHive, test::MinimalHive());
+    const TextInf inf(input);
+    ReadPackage(inf, Architecture::X86);
+    DriverPackage package = ReadPackage(inf, Architecture::Amd64);
+    package.inf = scratch / "source/package.inf";
+    package.origin = "Z:\\source";
+    MakeSource(package, input);
+    AddAndRemove(scratch, package);
+}
+
+} // namespace kestro::fuzz

@@ -1,0 +1,209 @@
+// hive_check.cpp - refuses a damaged registry hive before it is changed.
+#include "hive_check.h"
+
+#include "image_tree.h"
+#include "servicing_error.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <vector>
+
+namespace kestro::servicing {
+namespace {
+
+constexpr std::size_t kBins = 0x1000; // cell offsets count from here
+constexpr std::uint32_t kNone = 0xFFFFFFFF;
+constexpr int kDeepest = 512; // as Windows allows
+
+class HiveCheck {
+  public:
+    HiveCheck(const std::string& content, const std::string& file);
+
+    void Run(std::string_view key);
+
+  private:
+    using Offset = std::uint32_t;
+
+    [[noreturn]] void Refuse(const std::string& reason) const
+    {
+        throw ServicingError(code::bad_hive, file_ + " is damaged: " + reason);
+    }
+    template <class Number>
+    Number At(std::size_t offset) const;
+    std::string_view Id(Offset cell) const
+    {
+        return std::string_view(content_).substr(kBins + cell + 4, 2);
+    }
+    std::size_t Size(Offset cell) const;
+    void Require(Offset cell, std::size_t size) const;
+    void Claim(Offset cell, std::size_t size);
+    void ClaimRecord(Offset cell, std::string_view id, std::size_t size);
+
+    using Visit = std::function<void(Offset subkey)>;
+    void ClaimSubkeys(Offset key, const Visit& visit);
+    std::size_t ClaimList(Offset list, bool ofLists, const Visit& visit);
+    void ClaimValues(Offset key);
+    void ClaimTree(Offset key, int depth);
+    std::string_view NameOf(Offset key) const;
+
+    const std::string& content_;
+    const std::string& file_;
+    std::vector<bool>
+        free_; // one for every four bytes: a cell in use begins here and is not claimed
+};
+
+template <class Number>
+Number HiveCheck::At(std::size_t offset) const
+{
+    if (offset > content_.size() || sizeof(Number) > content_.size() - offset)
+        Refuse("it is cut off");
+    Number number = 0;
+    for (std::size_t i = 0; i < sizeof number; ++i)
+        number = static_cast<Number>(
+            number | static_cast<Number>(static_cast<unsigned char>(content_[offset + i]))
+                         << (8 * i));
+    return number;
+}
+
+HiveCheck::HiveCheck(const std::string& content, const std::string& file)
+    : content_(content), file_(file), free_(content.size() / 4 + 1)
+{
+    if (content.size() < kBins)
+        Refuse("it is cut off");
+    for (std::size_t bin = kBins; content.compare(bin, 4, "hbin") == 0;) {
+        const std::size_t end = bin + At<std::uint32_t>(bin + 8);
+        if (end <= bin || end > content.size())
+            Refuse("a bin has a wrong size");
+        for (std::size_t cell = bin + 0x20; cell + 4 <= end;) {
+            const auto size = static_cast<std::int32_t>(At<std::uint32_t>(cell));
+            const auto length = static_cast<std::size_t>(std::abs(std::int64_t{size}));
+            if (length < 8 || length % 4 != 0 || length > end - cell)
+                Refuse("a cell has a wrong size");
+            free_[(cell - kBins) / 4] = size < 0;
+            cell += length;
+        }
+        bin = end;
+    }
+}
+
+std::size_t HiveCheck::Size(Offset cell) const
+{
+    return static_cast<std::size_t>(
+        -std::int64_t{static_cast<std::int32_t>(At<std::uint32_t>(kBins + cell))});
+}
+
+void HiveCheck::Require(Offset cell, std::size_t size) const
+{
+    if (cell % 4 != 0 || cell / 4 >= free_.size() || !free_[cell / 4])
+        Refuse("something leads to no cell, or to one that is something else's");
+    if (Size(cell) < size)
+        Refuse("a cell is too small for what is in it");
+}
+
+void HiveCheck::Claim(Offset cell, std::size_t size)
+{
+    Require(cell, size);
+    free_[cell / 4] = false;
+}
+
+void HiveCheck::ClaimRecord(Offset cell, std::string_view id, std::size_t size)
+{
+    Claim(cell, size);
+    if (Id(cell) != id)
+        Refuse("a cell is no " + std::string(id) + " record");
+}
+
+std::string_view HiveCheck::NameOf(Offset key) const
+{
+    const std::size_t length = At<std::uint16_t>(kBins + key + 0x4C);
+    if (length > Size(key) - 0x50)
+        Refuse("a key's name is too long");
+    return std::string_view(content_).substr(kBins + key + 0x50, length);
+}
+
+// Returns the number of subkeys. Large keys have a list of lists.
+std::size_t HiveCheck::ClaimList(Offset list, bool ofLists, const Visit& visit)
+{
+    Claim(list, 8);
+    const std::string_view id = Id(list);
+    const std::size_t count = At<std::uint16_t>(kBins + list + 6);
+    const std::size_t step = id == "lf" || id == "lh" ? 8 : 4;
+    if (step == 4 && id != "li" && (id != "ri" || !ofLists))
+        Refuse("a list of keys is none");
+    if (8 + count * step > Size(list))
+        Refuse("a list of keys is too long");
+    std::size_t keys = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto offset = At<Offset>(kBins + list + 8 + i * step);
+        if (id == "ri") {
+            keys += ClaimList(offset, false, visit);
+        } else {
+            visit(offset);
+            ++keys;
+        }
+    }
+    return keys;
+}
+
+void HiveCheck::ClaimSubkeys(Offset key, const Visit& visit)
+{
+    const std::size_t count = At<std::uint32_t>(kBins + key + 0x18);
+    if (count != 0 && ClaimList(At<Offset>(kBins + key + 0x20), true, visit) != count)
+        Refuse("a key has not the number of subkeys that it says");
+}
+
+void HiveCheck::ClaimValues(Offset key)
+{
+    const std::size_t count = At<std::uint32_t>(kBins + key + 0x28);
+    if (count == 0)
+        return;
+    const auto list = At<Offset>(kBins + key + 0x2C);
+    Claim(list, 4 + count * 4);
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto value = At<Offset>(kBins + list + 4 + i * 4);
+        ClaimRecord(value, "vk", 0x18);
+        if (At<std::uint16_t>(kBins + value + 6) > Size(value) - 0x18)
+            Refuse("a value's name is too long");
+        constexpr std::uint32_t inlined = 0x80000000;
+        const auto length = At<std::uint32_t>(kBins + value + 8);
+        if (!(length & inlined))
+            Claim(At<Offset>(kBins + value + 0xC), 4);
+    }
+}
+
+void HiveCheck::ClaimTree(Offset key, int depth)
+{
+    if (depth > kDeepest)
+        Refuse("its keys are nested too deeply");
+    ClaimRecord(key, "nk", 0x50);
+    NameOf(key);
+    const auto className = At<Offset>(kBins + key + 0x34);
+    if (className != kNone)
+        Claim(className, 4);
+    ClaimValues(key);
+    ClaimSubkeys(key, [&](Offset subkey) { ClaimTree(subkey, depth + 1); });
+}
+
+void HiveCheck::Run(std::string_view key)
+{
+    const auto root = At<Offset>(0x24);
+    ClaimRecord(root, "nk", 0x50);
+    std::vector<Offset> found;
+    ClaimSubkeys(root, [&](Offset subkey) {
+        Require(subkey, 0x50);
+        if (EqualNames(NameOf(subkey), key))
+            found.push_back(subkey);
+    });
+    for (const Offset subkey : found)
+        ClaimTree(subkey, 1);
+}
+
+} // namespace
+
+void CheckHive(const std::string& content, std::string_view key, const std::string& file)
+{
+    HiveCheck(content, file).Run(key);
+}
+
+} // namespace kestro::servicing
