@@ -135,40 +135,6 @@ void CopyFile(const std::string& from, const std::string& to)
     }
 }
 
-namespace {
-
-void RemoveEntries(const fs::path& directory, dev_t device)
-{
-    // Directories that lost their write permission can still be emptied by their owner.
-    struct stat status = {};
-    if (lstat(directory.c_str(), &status) == 0 && (status.st_mode & 0700) != 0700)
-        chmod(directory.c_str(), status.st_mode | 0700);
-
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
-        if (lstat(entry.path().c_str(), &status) != 0)
-            throw SystemError("cannot look at " + entry.path().string());
-        const bool isDirectory = S_ISDIR(status.st_mode);
-        if (isDirectory && status.st_dev == device)
-            RemoveEntries(entry.path(), device);
-        if ((isDirectory ? rmdir(entry.path().c_str()) : unlink(entry.path().c_str())) != 0)
-            throw SystemError("cannot remove " + entry.path().string());
-    }
-}
-
-} // namespace
-
-void EmptyDirectory(const std::string& path)
-{
-    struct stat status = {};
-    if (lstat(path.c_str(), &status) != 0)
-        throw SystemError("cannot look at " + path);
-    try {
-        RemoveEntries(path, status.st_dev);
-    } catch (const fs::filesystem_error& error) {
-        throw ServicingError(CodeOfErrno(error.code().value()), error.what());
-    }
-}
-
 bool IsEmptyDirectory(const std::string& path)
 {
     std::error_code error;

@@ -47,6 +47,20 @@ TEST_F(ImageCase, ADroppedChangeLeavesTheFileByteForByte)
     ExpectNothingLeft();
 }
 
+// Enough of them for several threads.
+TEST_F(ImageCase, ManyFilesAreDropped)
+{
+    Mount();
+    for (int i = 0; i < 1000; ++i)
+        WriteFile(folder_ / "mount/new" / std::to_string(i % 300) / std::to_string(i), "new");
+    fs::permissions(folder_ / "mount/new/7", fs::perms::none);
+    fs::create_directory_symlink(folder_ / "tree", folder_ / "mount/new/link");
+    Discard();
+    EXPECT_TRUE(fs::is_empty(Mounted()));
+    EXPECT_TRUE(fs::exists(folder_ / "tree/Windows/notes.txt"));
+    ExpectNothingLeft();
+}
+
 TEST_F(ImageCase, NothingChangedWritesNothing)
 {
     const std::string before = ReadFile(Image());
@@ -323,6 +337,22 @@ TEST_F(ImageCase, OddImagesGiveACodeAndLeaveNothing)
         Commit();
         ExpectValidImage();
     }
+}
+
+TEST_F(ImageCase, AMountThatCannotBeEmptiedIsFinishedLater)
+{
+    Mount();
+    const fs::path busy = folder_ / "mount/busy";
+    fs::create_directory(busy);
+    if (mount("tmpfs", busy.c_str(), "tmpfs", 0, "size=4k") != 0)
+        GTEST_SKIP() << "a file system cannot be mounted here";
+    WriteFile(busy / "mine.txt", "mine");
+    EXPECT_CODE(Discard(), code::partly_unmounted);
+    EXPECT_EQ(ReadFile(busy / "mine.txt"), "mine");
+    umount2(busy.c_str(), MNT_DETACH);
+    Discard();
+    EXPECT_TRUE(fs::is_empty(Mounted()));
+    ExpectNothingLeft();
 }
 
 // --- a full disk -------------------------------------------------------------------------------------
