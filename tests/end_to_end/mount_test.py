@@ -171,7 +171,7 @@ class Kills(MountCase):
         """What a killed call left is unmounted; one that got through left nothing to unmount."""
         code = self.exit_code("unmount", self.mount_folder, how)
         if code != 0:
-            self.assertIn("0xC142010B", self.errors, "exit code %d, %s" % (code, self.output))
+            self.assertIn("0xC142010B", self.errors, "exit code %d, %s %s" % (code, self.output, self.errors))
         self.assertEqual(os.listdir(self.mount_folder), [])
 
     def test_a_killed_commit(self):
