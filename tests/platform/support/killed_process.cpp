@@ -3,7 +3,6 @@
 
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
-#include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,23 +32,25 @@ bool RunAndKill(const std::function<void()>& work, int change)
     }
     int status = 0;
     waitpid(child, &status, 0);
-    ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-    bool entering = true;
+    ptrace(PTRACE_SETOPTIONS, child, nullptr,
+           PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL | PTRACE_O_TRACECLONE);
+    // Each of the child's threads stops on its own.
+    pid_t thread = child;
+    bool killed = false;
     for (int seen = 0;;) {
-        ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
-        waitpid(child, &status, 0);
-        if (WIFEXITED(status) || WIFSIGNALED(status))
-            return false;
-        if (!WIFSTOPPED(status) || WSTOPSIG(status) != (SIGTRAP | 0x80))
+        ptrace(PTRACE_SYSCALL, thread, nullptr, nullptr);
+        thread = waitpid(-1, &status, __WALL);
+        if (thread == child && !WIFSTOPPED(status))
+            return killed;
+        if (killed || !WIFSTOPPED(status) || WSTOPSIG(status) != (SIGTRAP | 0x80))
             continue;
-        user_regs_struct registers = {};
-        ptrace(PTRACE_GETREGS, child, nullptr, &registers);
-        if (entering && ChangesTheDisk(registers.orig_rax) && ++seen == change) {
+        __ptrace_syscall_info call = {};
+        ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof call, &call);
+        if (call.op == PTRACE_SYSCALL_INFO_ENTRY && ChangesTheDisk(call.entry.nr) &&
+            ++seen == change) {
             kill(child, SIGKILL);
-            waitpid(child, &status, 0);
-            return true;
+            killed = true;
         }
-        entering = !entering;
     }
 }
 
