@@ -62,7 +62,10 @@ Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData)
 {
     if (callback == nullptr)
         return {};
-    return [=](unsigned current, unsigned total) { callback(current, total, userData); };
+    return [=](unsigned current, unsigned total) {
+        callback(current, total, userData);
+        return true;
+    };
 }
 
 CommitOptions CommitOptionsOf(DWORD flags)

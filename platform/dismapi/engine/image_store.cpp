@@ -1,6 +1,7 @@
 // image_store.cpp - mounting image files into directories, saving and dropping their changes.
 #include "image_store.h"
 
+#include "image_extraction.h"
 #include "servicing_error.h"
 
 #include <chrono>
@@ -79,7 +80,7 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
     MountRecord record;
     record.image = request.image;
     record.imageIdentity = IdentityOf(request.image);
-    const WimFile wim(request.image, WimFile::Access::Read, request.checkIntegrity, progress);
+    const WimFile wim(request.image, WimFile::Access::Read, request.checkIntegrity, {});
     record.index = request.name.empty() ? request.index : wim.FindImage(request.name);
     wim.RequireImage(record.index);
     wim.RequireMountable();
@@ -97,7 +98,7 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
     log_.Info("mounting " + ImageText(request.image, record.index) + " into " + request.directory);
     MountEntry entry = registry_.Create(record);
     try {
-        wim.Extract(record.index, request.directory);
+        ExtractImage(entry.Record(), progress);
         // Only what is on disk for good may count as what the image holds: files that a crash took
         // away must not look like files that the user changed.
         SyncFileSystem(request.directory);

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <mutex>
 
@@ -154,7 +155,8 @@ wimlib_progress_status WimFile::OnProgress(wimlib_progress_msg message, wimlib_p
         const auto percent = static_cast<unsigned>(done * 100 / total);
         if (percent != file->lastPercent_) {
             file->lastPercent_ = percent;
-            file->progress_(percent, 100);
+            if (!file->progress_(percent, 100))
+                return WIMLIB_PROGRESS_STATUS_ABORT;
         }
     }
     return WIMLIB_PROGRESS_STATUS_CONTINUE;
@@ -201,6 +203,32 @@ bool WimFile::IsMarkedReadOnly() const
 unsigned long long WimFile::TotalBytes() const
 {
     return Info().total_bytes;
+}
+
+std::vector<StoredFile> WimFile::Files(unsigned index) const
+{
+    std::vector<StoredFile> files;
+    const auto keep = [](const wimlib_dir_entry* entry, void* context) {
+        const std::string path = entry->full_path;
+        // A slash within a name would make the path another file's.
+        const auto slashes = static_cast<std::size_t>(std::count(path.begin(), path.end(), '/'));
+        const bool isLink = (entry->attributes & WIMLIB_FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+        const bool isDirectory = (entry->attributes & WIMLIB_FILE_ATTRIBUTE_DIRECTORY) != 0;
+        if (slashes != entry->depth || (isDirectory && !isLink))
+            return 0;
+        StoredFile& file = static_cast<std::vector<StoredFile>*>(context)->emplace_back();
+        file.path = path;
+        if (const auto& content = entry->streams[0].resource; !isLink) {
+            file.position = content.offset;
+            file.size = content.uncompressed_size;
+        }
+        return 0;
+    };
+    Check("cannot list image " + std::to_string(index) + " of " + path_, [&] {
+        return wimlib_iterate_dir_tree(wim_.get(), static_cast<int>(index), "/",
+                                       WIMLIB_ITERATE_DIR_TREE_FLAG_RECURSIVE, keep, &files);
+    });
+    return files;
 }
 
 void WimFile::Extract(unsigned index, const std::string& directory) const

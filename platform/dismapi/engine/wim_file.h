@@ -8,11 +8,20 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace kestro::servicing {
 
-// Told how far a long operation has come; current runs up to total.
-using Progress = std::function<void(unsigned current, unsigned total)>;
+// Told how far a long operation has come; current runs up to total. False ends the operation, which then
+// throws.
+using Progress = std::function<bool(unsigned current, unsigned total)>;
+
+// A file of an image, and where its content lies in the image file. Files with the same content, hard
+// links among them, have the same position; links and those without content have 0.
+struct StoredFile {
+    std::string path;
+    unsigned long long position = 0, size = 0;
+};
 
 // An open image file. Every function throws ServicingError.
 class WimFile {
@@ -30,6 +39,8 @@ class WimFile {
     bool IsMarkedReadOnly() const;
     unsigned long long TotalBytes() const;
 
+    // All but directories and what has a name that no path can hold.
+    std::vector<StoredFile> Files(unsigned index) const;
     void Extract(unsigned index, const std::string& directory) const;
     // The SHA-1 of a file's content in the image; empty when it has none.
     std::string ContentHash(unsigned index, const std::string& path) const;

@@ -1,0 +1,165 @@
+// image_extraction.cpp - fills the directory of a mount.
+//
+// libwim extracts on one processor. Here several open image files each extract a part of the image's
+// files and all of its directories. Which of them ends first makes no difference: each sets the times of
+// all directories when it has done everything else.
+#include "image_extraction.h"
+
+#include "servicing_error.h"
+#include "worker.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <numeric>
+#include <thread>
+#include <vector>
+
+namespace kestro::servicing {
+namespace {
+
+// How far the parts have come, from their threads to the one that waits for them.
+class PartsProgress {
+  public:
+    explicit PartsProgress(std::size_t parts) : percents_(parts), running_(parts) {}
+
+    // False when the part shall stop.
+    bool Reached(std::size_t part, unsigned percent)
+    {
+        const std::lock_guard lock(mutex_);
+        percents_[part] = percent;
+        changed_.notify_one();
+        return !stopped_;
+    }
+    void Ended(std::size_t part, const std::exception_ptr& failure)
+    {
+        const std::lock_guard lock(mutex_);
+        percents_[part] = 100;
+        --running_;
+        if (failure && !failure_)
+            failure_ = failure;
+        stopped_ = stopped_ || failure;
+        changed_.notify_one();
+    }
+    void Stop()
+    {
+        const std::lock_guard lock(mutex_);
+        stopped_ = true;
+    }
+
+    // Returns when all parts have ended; throws what the first one threw that failed.
+    void Follow(const Progress& progress)
+    {
+        unsigned told = 0;
+        const auto percent = [this] {
+            return std::accumulate(percents_.begin(), percents_.end(), 0U) /
+                   static_cast<unsigned>(percents_.size());
+        };
+        std::unique_lock lock(mutex_);
+        for (bool ended = false; !ended;) {
+            changed_.wait(lock, [&] { return running_ == 0 || percent() != told; });
+            ended = running_ == 0;
+            const unsigned now = percent();
+            if (progress && !stopped_ && now != told) {
+                lock.unlock();
+                const bool goOn = progress(now, 100);
+                lock.lock();
+                stopped_ = stopped_ || !goOn;
+            }
+            told = now;
+        }
+        if (failure_)
+            std::rethrow_exception(failure_);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<unsigned> percents_;
+    std::size_t running_;
+    bool stopped_ = false;
+    std::exception_ptr failure_;
+};
+
+std::size_t PartsFor(std::size_t files)
+{
+    // Each part has its own copy of the image's tree, so there are never many.
+    constexpr std::size_t filesWorthAPart = 64;
+    const std::size_t processors = std::clamp(std::thread::hardware_concurrency(), 2U, 4U);
+    return std::clamp(files / filesWorthAPart, std::size_t{1}, processors);
+}
+
+// Which files each part leaves out. In the order in which they lie in the image file, so that every part
+// reads forward; what has the same position stays together, which keeps hard links what they are.
+std::vector<TreeChanges> LeftOut(std::vector<StoredFile> files, std::size_t parts)
+{
+    constexpr unsigned long long costOfAFile =
+        16384; // creating one takes as long as writing so much
+    std::stable_sort(files.begin(), files.end(),
+                     [](const auto& a, const auto& b) { return a.position < b.position; });
+    unsigned long long all = 0;
+    for (const StoredFile& file : files)
+        all += file.size + costOfAFile;
+
+    std::vector<TreeChanges> leftOut(parts);
+    unsigned long long before = 0, position = 0;
+    std::size_t owner = 0;
+    for (const StoredFile& file : files) {
+        if (file.position != position)
+            owner = std::min(static_cast<std::size_t>(before * parts / all), parts - 1);
+        position = file.position;
+        before += file.size + costOfAFile;
+        for (std::size_t part = 0; part < parts; ++part)
+            if (part != owner)
+                leftOut[part].removed.push_back(file.path);
+    }
+    return leftOut;
+}
+
+} // namespace
+
+void ExtractImage(const MountRecord& record, const Progress& progress)
+{
+    const auto open = [&](Progress told) {
+        return std::make_unique<WimFile>(record.image, WimFile::Access::Read, false,
+                                         std::move(told));
+    };
+    std::vector<StoredFile> files = open({})->Files(record.index);
+    const std::size_t count = PartsFor(files.size());
+    const std::vector<TreeChanges> leftOut = LeftOut(std::move(files), count);
+
+    PartsProgress parts(count);
+    std::vector<std::unique_ptr<WimFile>> images;
+    for (std::size_t part = 0; part < count; ++part)
+        images.push_back(open(
+            [&parts, part](unsigned percent, unsigned) { return parts.Reached(part, percent); }));
+    if (IdentityOf(record.image) != record.imageIdentity)
+        throw ServicingError(code::image_file_changed,
+                             record.image + " was changed while it was being mounted");
+
+    const auto extract = [&](std::size_t part) {
+        std::exception_ptr failure;
+        try {
+            images[part]->Apply(record.index, record.directory, leftOut[part]);
+            images[part]->Extract(record.index, record.directory);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        images[part].reset();
+        parts.Ended(part, failure);
+    };
+    std::vector<std::jthread> workers;
+    try {
+        for (std::size_t part = 0; part < count; ++part)
+            workers.push_back(StartWorker([&extract, part] { extract(part); }));
+    } catch (const std::system_error& error) {
+        parts.Stop();
+        throw ServicingError(code::out_of_memory,
+                             record.image + " cannot be extracted: " + error.what());
+    }
+    parts.Follow(progress);
+}
+
+} // namespace kestro::servicing
