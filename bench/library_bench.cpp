@@ -72,7 +72,7 @@ nlohmann::json OwnCost(bool quick)
         Comparison real;
         {
             const Redirected redirected(RealWriterFunctions());
-            real = Compare(operation.call, replay(RealWriterPlatform()), reset, quick ? 9 : 41, 10);
+            real = Compare(operation.call, replay(RealWriterPlatform()), reset, quick ? 9 : 401, 1);
         }
         Comparison empty;
         {
