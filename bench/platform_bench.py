@@ -84,6 +84,8 @@ def wimlib(*arguments, text=""):
 # --- one image -------------------------------------------------------------------------------------
 
 SIDES = ("kestro", "capture", "append", "whole", "files")
+# The host saves the package that it adds; this is what the commit then has to save.
+CHANGED = "Windows/System32/changed.bin"
 
 
 class Bench:
@@ -135,15 +137,21 @@ class Bench:
         cost = self.step("apply", wimlib("apply", self.base, "1", self.path("tree")))
         self.step("apply, sync", cost + run("sync", "-f", self.path("tree")))
 
+    def change(self, folder):
+        with open(os.path.join(self.path(folder), CHANGED), "wb") as file:
+            file.write(os.urandom(20_000))
+
     def add_and_commit(self):
         add = self.step("add", kestro("driver", "add", self.path("mount"),
                                       os.path.join(self.package, sample_image.INF)))
+        self.change("mount")
         self.settle()
         commit = self.step("commit", self.unmount("--commit"))
         self.step("add, commit", add + commit)
 
     def add_by_hand(self):
         copy = self.copy_files()
+        self.change("tree")
         updates = {}
         for name, update in (("capture", self.capture), ("append", self.append),
                              ("whole", self.update_whole), ("files", self.update_files)):
@@ -179,18 +187,19 @@ class Bench:
                       text='add "%s" "/"\n' % self.path("tree"))
 
     def update_files(self):
-        added = ("Windows/INF/oem0.inf", CATALOGS + "/oem0.cat", REPOSITORY)
+        added = ("Windows/INF/oem0.inf", CATALOGS + "/oem0.cat", REPOSITORY, CHANGED)
         return wimlib("update", self.path("files.wim"), "1",
                       text="".join('add "%s" "/%s"\n' % (os.path.join(self.path("tree"), path), path)
                                    for path in added))
 
     def check(self):
-        """Every side has put the package into its image."""
+        """Every side has put the package and the changed file into its image."""
         for name in SIDES:
             listing = subprocess.run(["wimlib-imagex", "dir", self.path(name + ".wim"), "1"],
                                      check=True, stdout=subprocess.PIPE).stdout.decode()
-            if "/Windows/INF/oem0.inf" not in listing.splitlines():
-                sys.exit("platform_bench: %s.wim lacks the driver package" % name)
+            missing = {"/Windows/INF/oem0.inf", "/" + CHANGED} - set(listing.splitlines())
+            if missing:
+                sys.exit("platform_bench: %s.wim lacks %s" % (name, ", ".join(sorted(missing))))
 
     def discard(self):
         self.step("discard", self.unmount("--discard"))
