@@ -76,7 +76,13 @@ class KestroCase(unittest.TestCase):
         done = subprocess.run(self.command(*arguments), stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=HANG,
                               text=True, errors="replace")
+        return self.finished(done)
+
+    def finished(self, done):
+        """Keeps what a Windows program printed and returns its exit code."""
         self.output, self.errors = done.stdout, done.stderr
+        # What Wine's heap checks have found, when they are on.
+        self.assertNotRegex(self.errors, "(err|warn):heap:")
         return done.returncode
 
     def kestro(self, *arguments, exit_code=0):

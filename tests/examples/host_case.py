@@ -26,8 +26,7 @@ class HostCase(KestroCase):
         done = subprocess.run([RUN, program, *arguments], stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=HANG, text=True,
                               env={**os.environ, **environment})
-        self.output, self.errors = done.stdout, done.stderr
-        return done.returncode
+        return self.finished(done)
 
     def result(self, name):
         return ResultFile(self.path("results", name))
