@@ -198,7 +198,8 @@ TEST_F(ManyFiles, WithOneThatIsDamagedLeaveNothing)
 TEST_F(ManyFiles, AreNotTakenForAFileWithASlashInItsName)
 {
     WriteFile(folder_ / "tree/a/inner", Noise(1000, 100));
-    WriteFile(folder_ / "tree/a/large", Noise(1001, 9'000'000)); // between the two in the image file
+    WriteFile(folder_ / "tree/a/large",
+              Noise(1001, 9'000'000)); // between the two in the image file
     WriteFile(folder_ / "tree/aXinner", Noise(1002, 100));
     Capture("--compress=none");
     RenameInImage("aXinner", "a/inner");
