@@ -194,6 +194,15 @@ class FullDisk : public ImageCase {
             umount2(disk_.c_str(), MNT_DETACH);
         ImageCase::TearDown();
     }
+    // The image file lies on the small disk, the mount elsewhere.
+    servicing::MountRequest RequestOnDisk() const
+    {
+        auto request = Request();
+        request.image = disk_ / "image.wim";
+        fs::copy_file(Image(), request.image);
+        return request;
+    }
+
     fs::path disk_;
     bool mounted_ = false;
 };
@@ -212,9 +221,7 @@ TEST_F(FullDisk, AMountThatDoesNotFitLeavesNothing)
 // The new content fits once and not twice.
 TEST_F(FullDisk, AnAppendThatDoesNotFitIsTakenBack)
 {
-    auto request = Request();
-    request.image = disk_ / "image.wim";
-    fs::copy_file(Image(), request.image);
+    const auto request = RequestOnDisk();
     const std::string before = ReadFile(request.image);
     const auto identity = servicing::IdentityOf(request.image);
     Store().Mount(request);
@@ -231,9 +238,7 @@ TEST_F(FullDisk, AnAppendThatDoesNotFitIsTakenBack)
 
 TEST_F(FullDisk, ACommitThatDoesNotFitLosesNothing)
 {
-    auto request = Request();
-    request.image = disk_ / "image.wim";
-    fs::copy_file(Image(), request.image);
+    const auto request = RequestOnDisk();
     const std::string before = ReadFile(request.image);
     Store().Mount(request);
     WriteFile(folder_ / "mount/large.bin", Noise(7, 700'000));
