@@ -5,6 +5,7 @@
 #include "kestro.h"
 #include "measure.h"
 #include "platform_calls.h"
+#include "recording.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -20,7 +21,7 @@ class ResultText {
     void Write(const Call& call)
     {
         const auto text = [&](int i) {
-            return std::string(static_cast<const char*>(call.text[i]));
+            return std::string(static_cast<const char*>(call.argument[i]));
         };
         const auto [place, isNew] = places_.emplace(text(0), sections_.size());
         if (isNew)
@@ -75,7 +76,7 @@ WriterCost CostOfLastPackages(const Recording& recording, UINT count, const std:
         if (calls[i].kind == CALL_WRITE_A)
             text.Write(calls[i]);
 
-    const Platform writer = RealWriterPlatform();
+    const Platform& writer = RealPlatform();
     std::vector<double> rounds;
     for (int i = 0; i < 5; ++i) {
         text.Save(path);
@@ -90,8 +91,8 @@ WriterCost CostOfLastPackages(const Recording& recording, UINT count, const std:
 double OwnCost(const Recording& recording, const std::function<void()>& listing, UINT count,
                bool quick)
 {
-    const Platform platform = EmptyPlatform();
-    const Redirected redirected(EmptyFunctions());
+    const Platform& platform = EmptyPlatform();
+    const Redirected redirected(FunctionsOf(EmptyPlatform()));
     const auto floor = [&] {
         ReplayCalls(&platform, recording.calls.data(), recording.calls.size());
     };
@@ -102,7 +103,7 @@ double OwnCost(const Recording& recording, const std::function<void()>& listing,
 
 double SecondsOfListing(const std::function<void()>& listing, const std::string& path)
 {
-    const Redirected redirected(RealWriterFunctions());
+    const Redirected redirected(FunctionsOf(RealPlatform()));
     DeleteFileA(path.c_str());
     const double start = Microseconds();
     listing();
