@@ -131,12 +131,24 @@ void* Address(Function* function)
 
 Service::Service()
 {
-    static const test::DiskServiceTables tables(
-        {Address(QueryInterface), Address(AddRef), Address(Release), Address(LoadService),
-         Address(QueryProviders), Address(QueryUnallocatedDisks), Address(Next),
-         Address(ProviderProperties), Address(QueryPacks), Address(PackProperties),
-         Address(QueryDisks), Address(DiskProperties), Address(Clean), Address(Wait),
-         Address(Online), Address(Offline)});
+    static const test::DiskServiceTables tables({
+        .QueryInterface = Address(QueryInterface),
+        .AddRef = Address(AddRef),
+        .Release = Address(Release),
+        .LoadService = Address(LoadService),
+        .QueryProviders = Address(QueryProviders),
+        .QueryUnallocatedDisks = Address(QueryUnallocatedDisks),
+        .Next = Address(Next),
+        .ProviderProperties = Address(ProviderProperties),
+        .QueryPacks = Address(QueryPacks),
+        .PackProperties = Address(PackProperties),
+        .QueryDisks = Address(QueryDisks),
+        .DiskProperties = Address(DiskProperties),
+        .Clean = Address(Clean),
+        .Wait = Address(Wait),
+        .Online = Address(Online),
+        .Offline = Address(Offline),
+    });
     const auto enumerator = [&](Object& item) { return Object{tables.enumerator.data(), &item}; };
     loader.table = tables.loader.data();
     service.table = tables.service.data();

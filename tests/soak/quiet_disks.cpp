@@ -181,12 +181,24 @@ void* Address(Function* function)
 
 const DiskServiceTables::Table& TableOf(Kind kind)
 {
-    static const DiskServiceTables tables(
-        {Address(QueryInterface), Address(AddRef), Address(Release), Address(LoadService),
-         Address(QueryProviders), Address(QueryUnallocatedDisks), Address(Next),
-         Address(ProviderProperties), Address(QueryPacks), Address(PackProperties),
-         Address(QueryDisks), Address(DiskProperties), Address(Clean), Address(Wait),
-         Address(Plain), Address(Plain)});
+    static const DiskServiceTables tables({
+        .QueryInterface = Address(QueryInterface),
+        .AddRef = Address(AddRef),
+        .Release = Address(Release),
+        .LoadService = Address(LoadService),
+        .QueryProviders = Address(QueryProviders),
+        .QueryUnallocatedDisks = Address(QueryUnallocatedDisks),
+        .Next = Address(Next),
+        .ProviderProperties = Address(ProviderProperties),
+        .QueryPacks = Address(QueryPacks),
+        .PackProperties = Address(PackProperties),
+        .QueryDisks = Address(QueryDisks),
+        .DiskProperties = Address(DiskProperties),
+        .Clean = Address(Clean),
+        .Wait = Address(Wait),
+        .Online = Address(Plain),
+        .Offline = Address(Plain),
+    });
     switch (kind) {
     case Kind::loader:
         return tables.loader;
