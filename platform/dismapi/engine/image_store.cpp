@@ -4,6 +4,9 @@
 #include "image_extraction.h"
 #include "servicing_error.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include <chrono>
 #include <cstdio>
 
@@ -59,6 +62,38 @@ void RequireReadableImage(const MountRequest& request)
         throw ServicingError(code::image_file_read_only, request.image + " is read-only");
 }
 
+// Keeps other saves out of the image file, wimlib's own among them.
+FileDescriptor LockImage(const std::string& image)
+{
+    FileDescriptor file(open(image.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file)
+        throw SystemError("cannot open the image file " + image);
+    if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        throw ServicingError(code::busy, "another process works on the image file " + image);
+    return file;
+}
+
+// Builds, in a file beside the image file, what is to be appended to it or to take its place. Whatever
+// happens to either afterwards, the file under the image's name is the old one or the new one.
+void WriteImage(MountRecord& next, const std::string& unfinished, const TreeChanges& changes,
+                const CommitOptions& options, const Progress& progress)
+{
+    const auto save = [&](const SaveOptions& how) {
+        WimFile wim(unfinished, WimFile::Access::Write, false, progress);
+        wim.Apply(next.index, next.directory, changes);
+        wim.Save(how);
+    };
+    if (!options.integrity && MakeShadow(next.image, unfinished)) {
+        save({.sync = false});
+        next.append = PlanAppend(next.image, unfinished);
+        if (next.append)
+            return;
+    }
+    CopyFile(next.image, unfinished);
+    save({.integrity = options.integrity});
+    next.imageIdentity = IdentityOf(unfinished);
+}
+
 } // namespace
 
 bool ImageStore::IsMounted(const std::string& directory) const
@@ -76,6 +111,7 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
                              request.directory + " already holds a mounted image");
     RequireReadableImage(request);
     RequireMountDirectory(request.directory);
+    registry_.RecoverImage(request.image);
 
     MountRecord record;
     record.image = request.image;
@@ -212,10 +248,8 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
 {
     const Stopwatch stopwatch;
     MountRecord next = entry.Record();
-    const FileIdentity identity = IdentityOf(next.image);
-    if (identity == FileIdentity{})
-        throw SystemError("cannot find the image file " + next.image);
-    if (identity != next.imageIdentity)
+    const FileDescriptor lock = LockImage(next.image);
+    if (IdentityOf(next.image) != next.imageIdentity)
         throw ServicingError(code::image_file_changed,
                              next.image + " was changed after it was mounted");
 
@@ -234,9 +268,11 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
 
     const std::string unfinished = entry.UnfinishedImage();
     try {
-        WriteImage(entry, changes, options, next, progress);
+        WriteImage(next, unfinished, changes, options, progress);
         entry.Prepare(next, tree);
-        if (rename(unfinished.c_str(), next.image.c_str()) != 0)
+        if (next.append)
+            Append(*next.append, next.image, unfinished);
+        else if (rename(unfinished.c_str(), next.image.c_str()) != 0)
             throw SystemError("cannot replace " + next.image);
     } catch (...) {
         unlink(unfinished.c_str());
@@ -244,23 +280,8 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
     }
     SyncDirectoryOf(next.image);
     entry.Adopt();
+    unlink(unfinished.c_str());
     log_.Info("saved in " + stopwatch.Text());
-}
-
-// The new image file is built beside the old one and takes its place as a whole: whatever happens
-// meanwhile, the file under the image's name is the old one or the new one.
-void ImageStore::WriteImage(const MountEntry& entry, const TreeChanges& changes,
-                            const CommitOptions& options, MountRecord& next,
-                            const Progress& progress)
-{
-    const std::string unfinished = entry.UnfinishedImage();
-    CopyFile(next.image, unfinished);
-    {
-        WimFile wim(unfinished, WimFile::Access::Write, false, progress);
-        wim.Apply(next.index, next.directory, changes);
-        wim.Save(options.integrity);
-    }
-    next.imageIdentity = IdentityOf(unfinished);
 }
 
 } // namespace kestro::servicing

@@ -47,8 +47,6 @@ class ImageStore {
     void RequireWhole(const MountEntry& entry) const;
     void Save(MountEntry& entry, const CommitOptions& options, MountStatus then,
               const Progress& progress);
-    void WriteImage(const MountEntry& entry, const TreeChanges& changes,
-                    const CommitOptions& options, MountRecord& next, const Progress& progress);
     TreeChanges FindChanges(const MountEntry& entry, const TreeState& now) const;
     void Finish(MountEntry& entry);
 

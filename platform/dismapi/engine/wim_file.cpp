@@ -53,6 +53,8 @@ Code CodeOfWimError(int error, int systemError)
         return code::invalid_name;
     case WIMLIB_ERR_NOMEM:
         return code::out_of_memory;
+    case WIMLIB_ERR_ABORTED_BY_PROGRESS:
+        return code::cancelled;
     case WIMLIB_ERR_ALREADY_LOCKED:
         return code::busy;
     case WIMLIB_ERR_NOTDIR:
@@ -205,6 +207,25 @@ unsigned long long WimFile::TotalBytes() const
     return Info().total_bytes;
 }
 
+std::vector<StoredResource> WimFile::Resources() const
+{
+    std::vector<StoredResource> resources;
+    const auto keep = [](const wimlib_resource_entry* entry, void* context) {
+        StoredResource& resource =
+            static_cast<std::vector<StoredResource>*>(context)->emplace_back();
+        resource.offset = entry->offset;
+        resource.size = entry->compressed_size;
+        resource.hash.assign(reinterpret_cast<const char*>(entry->sha1_hash),
+                             sizeof entry->sha1_hash);
+        resource.isMetadata = entry->is_metadata;
+        resource.isPacked = entry->packed;
+        return 0;
+    };
+    Check("cannot list what " + path_ + " holds",
+          [&] { return wimlib_iterate_lookup_table(wim_.get(), 0, keep, &resources); });
+    return resources;
+}
+
 std::vector<StoredFile> WimFile::Files(unsigned index) const
 {
     std::vector<StoredFile> files;
@@ -282,10 +303,12 @@ void WimFile::Apply(unsigned index, const std::string& directory, const TreeChan
     });
 }
 
-void WimFile::Save(bool integrity)
+void WimFile::Save(const SaveOptions& options)
 {
-    int flags = WIMLIB_WRITE_FLAG_FSYNC;
-    if (integrity)
+    int flags = 0;
+    if (options.sync)
+        flags |= WIMLIB_WRITE_FLAG_FSYNC;
+    if (options.integrity)
         flags |= WIMLIB_WRITE_FLAG_CHECK_INTEGRITY;
     Check("cannot write " + path_, [&] { return wimlib_overwrite(wim_.get(), flags, 0); });
 }

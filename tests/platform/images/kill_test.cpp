@@ -1,6 +1,6 @@
 // kill_test.cpp - a process that saves, drops or mounts is killed at every system call by which it
-// changes the disk. After each kill the image file is the old one or the new one and verifies, and the
-// next call finishes the work.
+// changes the disk. After each kill the image file verifies and holds the old state or the new one, and
+// the next call finishes the work.
 #include "image_case.h"
 #include "killed_process.h"
 
@@ -27,6 +27,17 @@ class Killed : public ImageCase {
                   Noise(static_cast<unsigned>(generation), 90'000));
         EXPECT_EQ(FileInImage("/Windows/new" + mark + "/file.txt"), mark);
     }
+    // The image file as it was, perhaps with the beginnings of what was to be added; or the generation.
+    void ExpectOldOr(const std::string& before, int generation) const
+    {
+        ExpectValidImage();
+        constexpr std::size_t header = 208;
+        const std::string now = ReadFile(Image());
+        if (now.compare(0, header, before, 0, header) == 0)
+            EXPECT_TRUE(now.compare(0, before.size(), before) == 0) << "old content was changed";
+        else
+            ExpectGeneration(generation);
+    }
     // Neither more nor less than a call that finds no mount any more may answer.
     void FinishUnmount(bool commit) const
     {
@@ -51,9 +62,7 @@ TEST_F(Killed, WhileItSaves)
         const std::string before = ReadFile(Image());
         ChangeTree(++generation);
         killed = RunAndKill([&] { Commit(); }, kills + 1);
-        ExpectValidImage();
-        if (ReadFile(Image()) != before)
-            ExpectGeneration(generation);
+        ExpectOldOr(before, generation);
         FinishUnmount(true);
         ExpectValidImage();
         ExpectGeneration(generation);
@@ -63,15 +72,86 @@ TEST_F(Killed, WhileItSaves)
     EXPECT_GT(kills, 20);
 }
 
+// Nothing is left of a save that did not happen, not even a longer file.
+TEST_F(Killed, WhileItSavesAndThenDropped)
+{
+    int kills = 0, generation = 0, kept = 0;
+    for (bool killed = true; killed; ++kills) {
+        SCOPED_TRACE("killed before change " + std::to_string(kills + 1));
+        const std::string before = ReadFile(Image());
+        Mount();
+        ChangeTree(++generation);
+        killed = RunAndKill([&] { Store().Commit(Mounted(), {}); }, kills + 1);
+        Discard();
+        ExpectNothingLeft();
+        if (ReadFile(Image()) == before)
+            ++kept;
+        else
+            ExpectGeneration(generation);
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_GT(kept, 15);
+    EXPECT_LT(kept, kills);
+}
+
+// Another image of the same file is mounted before anybody has cleared up.
+TEST_F(Killed, WhileItSavesBesideAnotherMount)
+{
+    Shell("wimlib-imagex append " + (folder_ / "tree").string() + " " + Image().string() +
+          " Second");
+    auto second = Request();
+    second.index = 2;
+    second.directory = folder_ / "second";
+    fs::create_directory(second.directory);
+    int kills = 0, generation = 0;
+    for (bool killed = true; killed; ++kills) {
+        SCOPED_TRACE("killed before change " + std::to_string(kills + 1));
+        Mount();
+        ChangeTree(++generation);
+        killed = RunAndKill([&] { Store().Commit(Mounted(), {}); }, kills + 1);
+        Store().Mount(second);
+        Discard();
+        WriteFile(folder_ / "second/second.txt", std::to_string(generation));
+        Store().CommitAndUnmount(second.directory, {});
+        ExpectValidImage();
+        EXPECT_EQ(FileInImage("/second.txt", 2), std::to_string(generation));
+        ExpectNothingLeft();
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_GT(kills, 15);
+}
+
+// The way of image files that cannot be appended to.
+TEST_F(Killed, WhileItReplacesTheImageFile)
+{
+    const auto commit = [&] { Store().CommitAndUnmount(Mounted(), {.integrity = true}); };
+    int kills = 0, generation = 0;
+    for (bool killed = true; killed; ++kills) {
+        SCOPED_TRACE("killed before change " + std::to_string(kills + 1));
+        Mount();
+        const std::string before = ReadFile(Image());
+        ChangeTree(++generation);
+        killed = RunAndKill(commit, kills + 1);
+        ExpectValidImage();
+        if (ReadFile(Image()) != before)
+            ExpectGeneration(generation);
+        FinishUnmount(true);
+        ExpectGeneration(generation);
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_GT(kills, 20);
+}
+
 TEST_F(Killed, WhileItSavesAndStaysMounted)
 {
     int kills = 0, generation = 0;
     Mount();
     for (bool killed = true; killed; ++kills) {
         SCOPED_TRACE("killed before change " + std::to_string(kills + 1));
+        const std::string before = ReadFile(Image());
         ChangeTree(++generation);
         killed = RunAndKill([&] { Store().Commit(Mounted(), {}); }, kills + 1);
-        ExpectValidImage();
+        ExpectOldOr(before, generation);
         EXPECT_TRUE(Store().Commit(Mounted(), {}));
         ExpectGeneration(generation);
         ASSERT_FALSE(HasFailure());
