@@ -4,6 +4,7 @@
 #define KESTRO_BENCH_FLOOR_H
 
 #include <stddef.h>
+#include <stdio.h>
 #include <time.h>
 #include <wchar.h>
 
@@ -24,9 +25,10 @@ struct Platform {
     DWORD(WINAPI* lastError)(void);
     __time64_t(__cdecl* time)(__time64_t*);
     struct tm*(__cdecl* localTime)(const __time64_t*);
+    int(__cdecl* printA)(const char*, va_list);
     int(__cdecl* printW)(const wchar_t*, va_list);
-    /* Every function of the servicing API: it succeeds and does nothing. */
-    HRESULT(WINAPI* service)(void);
+    int(__cdecl* flush)(FILE*);
+    HANDLE(WINAPI* openFile)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE);
 };
 
 enum CallKind {
@@ -35,19 +37,32 @@ enum CallKind {
     CALL_TO_WIDE,
     CALL_TO_NARROW,
     CALL_COPY_STRING,
+    CALL_FREE_STRING,
     CALL_LAST_ERROR,
     CALL_TIME,
     CALL_LOCAL_TIME,
+    CALL_PRINT_A,
     CALL_PRINT_W,
-    CALL_SERVICE
+    CALL_FLUSH,
+    CALL_OPEN,
+    /* A function of the servicing API or of the device installer, of COM or of one of its objects: the
+     * stub itself. The way through an object's method table is the library's own cost. */
+    CALL_STUB
 };
+
+typedef HRESULT(WINAPI* Stub)(const void*, const void*, const void*, const void*, const void*);
 
 struct Call {
     enum CallKind kind;
-    const void* text[4]; /* section, key, value and path of a write; else the first text */
-    int length;          /* of a conversion's input */
-    int capacity;        /* of its output: 0 only asks for the length */
+    /* Section, key, value and path of a write; path, access, sharing, disposition and flags of an open;
+     * what a stub looks at; else the first is the text. */
+    const void* argument[5];
+    int length;   /* of a conversion's input; of a copied string the place where it is kept */
+    int capacity; /* of a conversion's output: 0 only asks for the length */
+    Stub stub;
 };
+
+enum { KEPT_STRINGS = 8 };
 
 void ReplayCalls(const struct Platform* platform, const struct Call* calls, size_t count);
 

@@ -5,6 +5,7 @@
 #include "kestro.h"
 #include "measure.h"
 #include "platform_calls.h"
+#include "recording.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -20,7 +21,7 @@ class ResultText {
     void Write(const Call& call)
     {
         const auto text = [&](int i) {
-            return std::string(static_cast<const char*>(call.text[i]));
+            return std::string(static_cast<const char*>(call.argument[i]));
         };
         const auto [place, isNew] = places_.emplace(text(0), sections_.size());
         if (isNew)
@@ -75,7 +76,7 @@ WriterCost CostOfLastPackages(const Recording& recording, UINT count, const std:
         if (calls[i].kind == CALL_WRITE_A)
             text.Write(calls[i]);
 
-    const Platform writer = RealWriterPlatform();
+    const Platform& writer = RealPlatform();
     std::vector<double> rounds;
     for (int i = 0; i < 5; ++i) {
         text.Save(path);
@@ -87,22 +88,49 @@ WriterCost CostOfLastPackages(const Recording& recording, UINT count, const std:
     return {rounds[rounds.size() / 2], BytesOf(path)};
 }
 
+// The listing's floor. It replays the calls of the first ten packages over and over: the processor's caches
+// do not hold the list for ten thousand, and a library needs none.
+class ListingFloor {
+  public:
+    ListingFloor(const Recording& recording, UINT count) : calls_(recording.calls), count_(count)
+    {
+        std::vector<std::size_t> copies; // two for each package
+        for (std::size_t i = 0; i < calls_.size() && copies.size() < 3; ++i)
+            if (calls_[i].kind == CALL_COPY_STRING)
+                copies.push_back(i);
+        head_ = copies.at(0);
+        package_ = copies.at(2) - head_;
+        tail_ = calls_.size() - head_ - package_ * count;
+    }
+
+    void operator()() const
+    {
+        const Platform& platform = EmptyPlatform();
+        ReplayCalls(&platform, calls_.data(), head_);
+        for (UINT done = 0; done < count_; done += 10)
+            ReplayCalls(&platform, calls_.data() + head_, 10 * package_);
+        ReplayCalls(&platform, calls_.data() + calls_.size() - tail_, tail_);
+    }
+
+  private:
+    const std::vector<Call>& calls_;
+    UINT count_;
+    // How many calls there are before the packages, for each and after them.
+    std::size_t head_, package_, tail_;
+};
+
 double OwnCost(const Recording& recording, const std::function<void()>& listing, UINT count,
                bool quick)
 {
-    const Platform platform = EmptyPlatform();
-    const Redirected redirected(EmptyFunctions());
-    const auto floor = [&] {
-        ReplayCalls(&platform, recording.calls.data(), recording.calls.size());
-    };
+    const Redirected redirected(FunctionsOf(EmptyPlatform()));
     const Comparison empty = Compare(
-        listing, floor, [] {}, quick ? 5 : 15, count >= 1000 ? 2 : 50);
+        listing, ListingFloor(recording, count), [] {}, quick ? 5 : 15, count >= 1000 ? 2 : 50);
     return (empty.library.median - empty.floor.median) / count;
 }
 
 double SecondsOfListing(const std::function<void()>& listing, const std::string& path)
 {
-    const Redirected redirected(RealWriterFunctions());
+    const Redirected redirected(FunctionsOf(RealPlatform()));
     DeleteFileA(path.c_str());
     const double start = Microseconds();
     listing();

@@ -1,9 +1,13 @@
 // platform_calls.cpp - the platform behind the library while it is measured.
 #include "platform_calls.h"
 
+#include "disk_stubs.h"
+#include "recording.h"
+
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <deque>
 
 #include <dismapi.h>
 
@@ -12,20 +16,6 @@ namespace {
 
 using test::Import;
 using test::ImportsOf;
-
-const Platform kSystem = {
-    WritePrivateProfileStringA,
-    WritePrivateProfileStringW,
-    MultiByteToWideChar,
-    WideCharToMultiByte,
-    SysAllocString,
-    SysFreeString,
-    GetLastError,
-    _time64,
-    _localtime64,
-    nullptr,
-    nullptr,
-};
 
 std::tm g_noon = {0, 0, 12, 5, 0, 121, 2, 4, 0}; // 5 January 2021
 
@@ -45,6 +35,10 @@ std::tm* __cdecl NoLocalTime(const __time64_t*)
 {
     return &g_noon;
 }
+int __cdecl NoPrintA(const char*, va_list)
+{
+    return 0;
+}
 int __cdecl NoPrintW(const wchar_t*, va_list)
 {
     return 0;
@@ -57,105 +51,42 @@ DWORD WINAPI NoLastError()
 {
     return 0;
 }
-HRESULT WINAPI NoService()
+HANDLE WINAPI NoOpenFile(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE)
 {
+    return INVALID_HANDLE_VALUE;
+}
+
+// --- the services -----------------------------------------------------------------------------------
+
+constexpr const char* kPlainServices[] = {
+    "DismInitialize",   "DismShutdown",      "DismMountImage",       "DismUnmountImage",
+    "DismOpenSession",  "DismCloseSession",  "DismCommitImage",      "DismAddDriver",
+    "DismRemoveDriver", "DismGetDriverInfo", "CoInitializeSecurity", "CoUninitialize"};
+
+// One for each, so that a recording tells them apart.
+template <std::size_t number>
+HRESULT WINAPI PlainService()
+{
+    NoteStub(PlainService<number>);
     return S_OK;
+}
+
+BOOL WINAPI InstallDriver(HWND window, LPCWSTR path, DWORD flags, PBOOL restart)
+{
+    NoteStub(InstallDriver, window, path, flags, restart);
+    return TRUE;
 }
 
 std::vector<char> g_packages; // packed records, as the platform lays them out
 UINT g_packageCount = 0;
 
-HRESULT WINAPI ListPackages(DismSession, BOOL, DismDriverPackage** packages, UINT* count)
+HRESULT WINAPI ListPackages(DismSession session, BOOL all, DismDriverPackage** packages,
+                            UINT* count)
 {
+    NoteStub(ListPackages, session, all, OutOfFloor(), OutOfFloor());
     *packages = reinterpret_cast<DismDriverPackage*>(g_packages.data());
     *count = g_packageCount;
     return S_OK;
-}
-
-// --- recording ------------------------------------------------------------------------------------
-
-Recording* g_recording = nullptr;
-long long g_allocations = 0;
-
-Call& Record(CallKind kind)
-{
-    return g_recording->calls.emplace_back(Call{kind, {}, 0, 0});
-}
-
-BOOL WINAPI RecordWriteA(LPCSTR section, LPCSTR key, LPCSTR value, LPCSTR path)
-{
-    Recording& r = *g_recording;
-    Record(CALL_WRITE_A) = {
-        CALL_WRITE_A, {r.Keep(section), r.Keep(key), r.Keep(value), r.Keep(path)}, 0, 0};
-    r.CountWrite(std::strcmp(section, "Log") == 0, std::strcmp(key, "Righe") == 0,
-                 std::strcmp(section, "Status") == 0);
-    return TRUE;
-}
-BOOL WINAPI RecordWriteW(LPCWSTR section, LPCWSTR key, LPCWSTR value, LPCWSTR path)
-{
-    Recording& r = *g_recording;
-    Record(CALL_WRITE_W) = {
-        CALL_WRITE_W, {r.Keep(section), r.Keep(key), r.Keep(value), r.Keep(path)}, 0, 0};
-    r.CountWrite(std::wcscmp(section, L"Log") == 0, std::wcscmp(key, L"Righe") == 0,
-                 std::wcscmp(section, L"Status") == 0);
-    return TRUE;
-}
-int WINAPI RecordToWide(UINT page, DWORD flags, LPCSTR text, int length, LPWSTR out, int capacity)
-{
-    Record(CALL_TO_WIDE) = {CALL_TO_WIDE, {g_recording->Keep(text)}, length, capacity};
-    g_recording->conversions += capacity == 0;
-    return MultiByteToWideChar(page, flags, text, length, out, capacity);
-}
-int WINAPI RecordToNarrow(UINT page, DWORD flags, LPCWSTR text, int length, LPSTR out, int capacity,
-                          LPCSTR fallback, LPBOOL used)
-{
-    Record(CALL_TO_NARROW) = {CALL_TO_NARROW, {g_recording->Keep(text)}, length, capacity};
-    g_recording->conversions += capacity == 0;
-    return WideCharToMultiByte(page, flags, text, length, out, capacity, fallback, used);
-}
-BSTR WINAPI RecordCopyString(const OLECHAR* text)
-{
-    Record(CALL_COPY_STRING).text[0] = g_recording->Keep(text);
-    return SysAllocString(text);
-}
-DWORD WINAPI RecordLastError()
-{
-    Record(CALL_LAST_ERROR);
-    return 0;
-}
-__time64_t __cdecl RecordTime(__time64_t* now)
-{
-    Record(CALL_TIME);
-    return _time64(now);
-}
-std::tm* __cdecl RecordLocalTime(const __time64_t* now)
-{
-    Record(CALL_LOCAL_TIME);
-    return _localtime64(now);
-}
-int __cdecl RecordPrintW(const wchar_t*, va_list)
-{
-    Record(CALL_PRINT_W).text[0] = L"";
-    return 0;
-}
-HRESULT WINAPI RecordService()
-{
-    Record(CALL_SERVICE);
-    return S_OK;
-}
-HRESULT WINAPI RecordListPackages(DismSession session, BOOL all, DismDriverPackage** packages,
-                                  UINT* count)
-{
-    Record(CALL_SERVICE);
-    return ListPackages(session, all, packages, count);
-}
-
-void* (*g_malloc)(size_t) = nullptr;
-
-void* __cdecl CountedMalloc(size_t size)
-{
-    ++g_allocations;
-    return g_malloc(size);
 }
 
 template <class Function>
@@ -164,30 +95,13 @@ void* Address(Function* function)
     return reinterpret_cast<void*>(function);
 }
 
-Functions WithService(Functions functions, void* service, void* list)
+template <std::size_t... numbers>
+Functions Services(std::index_sequence<numbers...>)
 {
-    for (const char* name : {"DismInitialize", "DismShutdown", "DismMountImage", "DismUnmountImage",
-                             "DismOpenSession", "DismCloseSession", "DismCommitImage",
-                             "DismAddDriver", "DismRemoveDriver", "DismGetDriverInfo"})
-        functions[name] = service;
-    functions["DismGetDrivers"] = list;
-    functions["vwprintf"] = functions.count("vwprintf") ? functions["vwprintf"] : Address(NoPrintW);
-    functions["fflush"] = Address(NoFlush);
-    return functions;
-}
-
-Functions RecordingFunctions()
-{
-    return WithService({{"WritePrivateProfileStringA", Address(RecordWriteA)},
-                        {"WritePrivateProfileStringW", Address(RecordWriteW)},
-                        {"MultiByteToWideChar", Address(RecordToWide)},
-                        {"WideCharToMultiByte", Address(RecordToNarrow)},
-                        {"SysAllocString", Address(RecordCopyString)},
-                        {"GetLastError", Address(RecordLastError)},
-                        {"_time64", Address(RecordTime)},
-                        {"_localtime64", Address(RecordLocalTime)},
-                        {"vwprintf", Address(RecordPrintW)}},
-                       Address(RecordService), Address(RecordListPackages));
+    return {{kPlainServices[numbers], Address(PlainService<numbers>)}...,
+            {"DismGetDrivers", Address(ListPackages)},
+            {"DiInstallDriverW", Address(InstallDriver)},
+            {"CoCreateInstance", Address(CreateDiskService)}};
 }
 
 } // namespace
@@ -210,6 +124,65 @@ void MakePackages(UINT count)
     }
 }
 
+const Platform& RealPlatform()
+{
+    static const Platform platform = {
+        WritePrivateProfileStringA,
+        WritePrivateProfileStringW,
+        MultiByteToWideChar,
+        WideCharToMultiByte,
+        SysAllocString,
+        SysFreeString,
+        GetLastError,
+        _time64,
+        _localtime64,
+        NoPrintA,
+        NoPrintW,
+        NoFlush,
+        CreateFileW,
+    };
+    return platform;
+}
+
+const Platform& EmptyPlatform()
+{
+    static const Platform platform = {
+        NoWriteA,
+        NoWriteW,
+        MultiByteToWideChar,
+        WideCharToMultiByte,
+        SysAllocString,
+        SysFreeString,
+        NoLastError,
+        NoTime,
+        NoLocalTime,
+        NoPrintA,
+        NoPrintW,
+        NoFlush,
+        NoOpenFile,
+    };
+    return platform;
+}
+
+Functions FunctionsOf(const Platform& platform)
+{
+    Functions functions = Services(std::make_index_sequence<std::size(kPlainServices)>());
+    functions.merge(Functions{{"WritePrivateProfileStringA", Address(platform.writeA)},
+                              {"WritePrivateProfileStringW", Address(platform.writeW)},
+                              {"MultiByteToWideChar", Address(platform.toWide)},
+                              {"WideCharToMultiByte", Address(platform.toNarrow)},
+                              {"SysAllocString", Address(platform.copyString)},
+                              {"SysFreeString", Address(platform.freeString)},
+                              {"GetLastError", Address(platform.lastError)},
+                              {"_time64", Address(platform.time)},
+                              {"_localtime64", Address(platform.localTime)},
+                              {"vprintf", Address(platform.printA)},
+                              {"vwprintf", Address(platform.printW)},
+                              {"fflush", Address(platform.flush)},
+                              {"CreateFileW", Address(platform.openFile)}});
+    return functions;
+}
+
 Redirected::Redirected(const Functions& functions)
 {
     for (const Import& import : ImportsOf(GetModuleHandleW(L"Kestro.dll")))
@@ -223,66 +196,6 @@ Redirected::~Redirected()
 {
     for (const auto& [import, function] : originals_)
         Redirect(import, function);
-}
-
-Functions RealWriterFunctions()
-{
-    return WithService({}, Address(NoService), Address(ListPackages));
-}
-
-// Conversions stay the system's own: their results are needed.
-Functions EmptyFunctions()
-{
-    return WithService({{"WritePrivateProfileStringA", Address(NoWriteA)},
-                        {"WritePrivateProfileStringW", Address(NoWriteW)},
-                        {"GetLastError", Address(NoLastError)},
-                        {"_time64", Address(NoTime)},
-                        {"_localtime64", Address(NoLocalTime)}},
-                       Address(NoService), Address(ListPackages));
-}
-
-Platform EmptyPlatform()
-{
-    Platform platform = kSystem;
-    platform.writeA = NoWriteA;
-    platform.writeW = NoWriteW;
-    platform.lastError = NoLastError;
-    platform.time = NoTime;
-    platform.localTime = NoLocalTime;
-    platform.printW = NoPrintW;
-    platform.service = NoService;
-    return platform;
-}
-
-Platform RealWriterPlatform()
-{
-    Platform platform = kSystem;
-    platform.printW = NoPrintW;
-    platform.service = NoService;
-    return platform;
-}
-
-Recording RecordCall(const std::function<void()>& call)
-{
-    Recording recording;
-    g_recording = &recording;
-    const Redirected redirected(RecordingFunctions());
-    call();
-    return recording;
-}
-
-long long CountAllocations(const std::function<void()>& call)
-{
-    for (const Import& import : ImportsOf(GetModuleHandleW(L"Kestro.dll")))
-        if (import.name == "malloc")
-            g_malloc = reinterpret_cast<void* (*)(size_t)>(*import.slot);
-    Functions functions = EmptyFunctions();
-    functions["malloc"] = Address(CountedMalloc);
-    const Redirected redirected(functions);
-    call();
-    g_allocations = 0;
-    call();
-    return g_allocations;
 }
 
 } // namespace kestro::bench

@@ -108,9 +108,13 @@ void MountAndCommit(const Scratch& scratch, ImageStore& store, servicing::MountR
     }
     RequireOnly(scratch);
     const std::string before = ReadFile(request.image);
+    const fs::path added = fs::path(request.directory) / "a file that no image has";
     try {
-        WriteFile(fs::path(request.directory) / "a file that no image has", "new");
+        WriteFile(added, "new");
         store.CommitAndUnmount(request.directory, {});
+        store.Mount(request);
+        Require(ReadFile(added) == "new", "what was committed is in the image");
+        store.Discard(request.directory);
     } catch (const ServicingError&) {
         Require(ReadFile(request.image) == before, "a commit that fails leaves the image file");
         store.Discard(request.directory);

@@ -2,9 +2,9 @@
 // references to its objects.
 #include "soak/quiet_platform.h"
 
-#include <vds_interfaces.h>
+#include "support/disk_service_tables.h"
 
-#include <array>
+#include <vds_interfaces.h>
 
 namespace kestro::test {
 
@@ -27,9 +27,7 @@ enum class Kind {
     disk_online
 };
 
-// An object with one interface. Every method stands in its slot of that interface; the slots that the
-// library has no business in stay empty.
-constexpr size_t slot_count = 20;
+// An object with one interface.
 struct Object {
     void* const* slots;
     Kind kind;
@@ -175,59 +173,54 @@ HRESULT WINAPI Wait(Object*, HRESULT* delivered, VDS_ASYNC_OUTPUT*)
     return S_OK;
 }
 
-using Slots = std::array<void*, slot_count>;
-using Method = std::pair<size_t, void*>;
-
-// Slots count from the interface's first own method.
-template <typename... Methods>
-Slots Interface(Methods... methods)
-{
-    Slots slots{reinterpret_cast<void*>(QueryInterface), reinterpret_cast<void*>(AddRef),
-                reinterpret_cast<void*>(Release)};
-    ((slots.at(3 + methods.first) = methods.second), ...);
-    return slots;
-}
-
 template <typename Function>
-Method At(size_t slot, Function function)
+void* Address(Function* function)
 {
-    return {slot, reinterpret_cast<void*>(function)};
+    return reinterpret_cast<void*>(function);
 }
 
-const Slots& SlotsOf(Kind kind)
+const DiskServiceTables::Table& TableOf(Kind kind)
 {
-    static const Slots loader = Interface(At(0, LoadService));
-    static const Slots service = Interface(At(3, QueryProviders), At(5, QueryUnallocatedDisks));
-    static const Slots enumerator = Interface(At(0, Next));
-    static const Slots provider = Interface(At(0, ProviderProperties));
-    static const Slots software_provider = Interface(At(0, QueryPacks));
-    static const Slots pack = Interface(At(0, PackProperties), At(3, QueryDisks));
-    static const Slots disk = Interface(At(0, DiskProperties));
-    static const Slots advanced_disk = Interface(At(9, Clean));
-    static const Slots async = Interface(At(1, Wait));
-    static const Slots disk_online = Interface(At(0, Plain), At(1, Plain));
+    static const DiskServiceTables tables({
+        .QueryInterface = Address(QueryInterface),
+        .AddRef = Address(AddRef),
+        .Release = Address(Release),
+        .LoadService = Address(LoadService),
+        .QueryProviders = Address(QueryProviders),
+        .QueryUnallocatedDisks = Address(QueryUnallocatedDisks),
+        .Next = Address(Next),
+        .ProviderProperties = Address(ProviderProperties),
+        .QueryPacks = Address(QueryPacks),
+        .PackProperties = Address(PackProperties),
+        .QueryDisks = Address(QueryDisks),
+        .DiskProperties = Address(DiskProperties),
+        .Clean = Address(Clean),
+        .Wait = Address(Wait),
+        .Online = Address(Plain),
+        .Offline = Address(Plain),
+    });
     switch (kind) {
     case Kind::loader:
-        return loader;
+        return tables.loader;
     case Kind::service:
-        return service;
+        return tables.service;
     case Kind::provider:
-        return provider;
+        return tables.provider;
     case Kind::software_provider:
-        return software_provider;
+        return tables.software_provider;
     case Kind::pack:
-        return pack;
+        return tables.pack;
     case Kind::disk:
     case Kind::other_disk:
-        return disk;
+        return tables.disk;
     case Kind::advanced_disk:
-        return advanced_disk;
+        return tables.advanced_disk;
     case Kind::async:
-        return async;
+        return tables.async;
     case Kind::disk_online:
-        return disk_online;
+        return tables.disk_online;
     default:
-        return enumerator;
+        return tables.enumerator;
     }
 }
 
@@ -236,7 +229,7 @@ HRESULT Give(Kind kind, void** slot)
 {
     QuietCall& call = QuietCall::Active();
     ++call.counts.objects;
-    *slot = call.Keep(std::make_shared<Object>(Object{SlotsOf(kind).data(), kind}));
+    *slot = call.Keep(std::make_shared<Object>(Object{TableOf(kind).data(), kind}));
     return S_OK;
 }
 

@@ -58,6 +58,16 @@ valgrind_() (
     done
 )
 
+# The native tests in which several threads work, with every access of theirs checked, libwim's too.
+threads() (
+    say "threads"
+    valgrind --quiet --tool=helgrind --error-exitcode=99 --child-silent-after-fork=yes \
+        --log-file="$logs/threads.log" build/platform/tests/platform/images/image_store_test --gtest_brief=1 \
+        --gtest_filter='ManyFiles.*-*Kill:*Threads*:ImageCase.ManyFiles*' || fail "see $logs/threads.log"
+    valgrind --quiet --tool=helgrind --error-exitcode=99 --log-file="$logs/threads-disk.log" \
+        build/platform/tests/platform/disks/disk_test --gtest_brief=1 || fail "see $logs/threads-disk.log"
+)
+
 # The tests that call the library with all of Wine's checks of the heap. Every allocation then looks at the
 # whole heap: all combinations of answers would take a day, so one answer at a time differs from success.
 # The checks keep released blocks for a while: how much memory stays is measured without them.
@@ -85,12 +95,12 @@ heap() (
     grep -a '% tests passed' "$logs/heap.log"
 )
 
-[ $# -gt 0 ] || set -- load trap sanitize valgrind heap
+[ $# -gt 0 ] || set -- load trap sanitize valgrind threads heap
 for step in "$@"; do
     case "$step" in
-    load | sanitize | heap) "$step" ;;
+    load | sanitize | threads | heap) "$step" ;;
     trap | valgrind) "${step}_" ;;
-    *) fail "no such step: $step (load, trap, sanitize, valgrind, heap)" ;;
+    *) fail "no such step: $step (load, trap, sanitize, valgrind, threads, heap)" ;;
     esac
 done
 say "soak: all steps passed: $*"

@@ -19,6 +19,7 @@ inline constexpr Code ok = 0;
 // Win32 codes.
 inline constexpr Code file_not_found = CodeOf(0x80070002);
 inline constexpr Code path_not_found = CodeOf(0x80070003);
+inline constexpr Code too_many_open_files = CodeOf(0x80070004);
 inline constexpr Code access_denied = CodeOf(0x80070005);
 inline constexpr Code bad_format = CodeOf(0x8007000B);
 inline constexpr Code out_of_memory = CodeOf(0x8007000E);
@@ -30,6 +31,7 @@ inline constexpr Code disk_full = CodeOf(0x80070070);
 inline constexpr Code invalid_name = CodeOf(0x8007007B);
 inline constexpr Code unexpected = CodeOf(0x8000FFFF);
 
+inline constexpr Code cancelled = CodeOf(0x800704C7);
 inline constexpr Code bad_hive = CodeOf(0x800703F1);
 
 // SetupAPI's.

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <numeric>
@@ -23,8 +24,11 @@ namespace {
 // How far the parts have come, from their threads to the one that waits for them.
 class PartsProgress {
   public:
-    explicit PartsProgress(std::size_t parts) : percents_(parts), running_(parts) {}
-
+    void Begin(std::size_t parts)
+    {
+        percents_.resize(parts);
+        running_ = parts;
+    }
     // False when the part shall stop.
     bool Reached(std::size_t part, unsigned percent)
     {
@@ -43,15 +47,10 @@ class PartsProgress {
         stopped_ = stopped_ || failure;
         changed_.notify_one();
     }
-    void Stop()
-    {
-        const std::lock_guard lock(mutex_);
-        stopped_ = true;
-    }
-
     // Returns when all parts have ended; throws what the first one threw that failed.
     void Follow(const Progress& progress)
     {
+        bool refused = false;
         unsigned told = 0;
         const auto percent = [this] {
             return std::accumulate(percents_.begin(), percents_.end(), 0U) /
@@ -64,12 +63,14 @@ class PartsProgress {
             const unsigned now = percent();
             if (progress && !stopped_ && now != told) {
                 lock.unlock();
-                const bool goOn = progress(now, 100);
+                refused = !progress(now, 100);
                 lock.lock();
-                stopped_ = stopped_ || !goOn;
+                stopped_ = stopped_ || refused;
             }
             told = now;
         }
+        if (refused)
+            throw ServicingError(code::cancelled, "the caller has ended the extraction");
         if (failure_)
             std::rethrow_exception(failure_);
     }
@@ -78,7 +79,7 @@ class PartsProgress {
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<unsigned> percents_;
-    std::size_t running_;
+    std::size_t running_ = 0;
     bool stopped_ = false;
     std::exception_ptr failure_;
 };
@@ -99,18 +100,24 @@ std::vector<TreeChanges> LeftOut(std::vector<StoredFile> files, std::size_t part
         16384; // creating one takes as long as writing so much
     std::stable_sort(files.begin(), files.end(),
                      [](const auto& a, const auto& b) { return a.position < b.position; });
-    unsigned long long all = 0;
+    // The sizes are what the image file says, so their sum may be anything.
+    const auto cost = [](const StoredFile& file) {
+        return static_cast<double>(file.size) + costOfAFile;
+    };
+    double all = 0;
     for (const StoredFile& file : files)
-        all += file.size + costOfAFile;
+        all += cost(file);
 
     std::vector<TreeChanges> leftOut(parts);
-    unsigned long long before = 0, position = 0;
+    double before = 0;
+    unsigned long long position = 0;
     std::size_t owner = 0;
     for (const StoredFile& file : files) {
         if (file.position != position)
-            owner = std::min(static_cast<std::size_t>(before * parts / all), parts - 1);
+            owner = std::min(static_cast<std::size_t>(before / all * static_cast<double>(parts)),
+                             parts - 1);
         position = file.position;
-        before += file.size + costOfAFile;
+        before += cost(file);
         for (std::size_t part = 0; part < parts; ++part)
             if (part != owner)
                 leftOut[part].removed.push_back(file.path);
@@ -118,28 +125,45 @@ std::vector<TreeChanges> LeftOut(std::vector<StoredFile> files, std::size_t part
     return leftOut;
 }
 
+// Starts a thread for each part. Where the system gives none, this one does the part.
+std::vector<std::jthread> StartEach(std::size_t parts, const std::function<void(std::size_t)>& work)
+{
+    std::vector<std::jthread> workers;
+    workers.reserve(parts);
+    for (std::size_t part = 0; part < parts; ++part) {
+        try {
+            workers.push_back(StartWorker([&work, part] { work(part); }));
+        } catch (const std::system_error&) {
+            work(part);
+        }
+    }
+    return workers;
+}
+
 } // namespace
 
 void ExtractImage(const MountRecord& record, const Progress& progress)
 {
-    const auto open = [&](Progress told) {
-        return std::make_unique<WimFile>(record.image, WimFile::Access::Read, false,
-                                         std::move(told));
+    PartsProgress parts;
+    std::vector<std::unique_ptr<WimFile>> images;
+    const auto openNext = [&] {
+        const std::size_t part = images.size();
+        images.push_back(std::make_unique<WimFile>(
+            record.image, WimFile::Access::Read, false,
+            [&parts, part](unsigned percent, unsigned) { return parts.Reached(part, percent); }));
     };
-    std::vector<StoredFile> files = open({})->Files(record.index);
+    openNext();
+    std::vector<StoredFile> files = images[0]->Files(record.index);
     const std::size_t count = PartsFor(files.size());
     const std::vector<TreeChanges> leftOut = LeftOut(std::move(files), count);
-
-    PartsProgress parts(count);
-    std::vector<std::unique_ptr<WimFile>> images;
-    for (std::size_t part = 0; part < count; ++part)
-        images.push_back(open(
-            [&parts, part](unsigned percent, unsigned) { return parts.Reached(part, percent); }));
+    while (images.size() < count)
+        openNext();
     if (IdentityOf(record.image) != record.imageIdentity)
         throw ServicingError(code::image_file_changed,
                              record.image + " was changed while it was being mounted");
 
-    const auto extract = [&](std::size_t part) {
+    parts.Begin(count);
+    const std::function<void(std::size_t)> extract = [&](std::size_t part) {
         std::exception_ptr failure;
         try {
             images[part]->Apply(record.index, record.directory, leftOut[part]);
@@ -150,15 +174,7 @@ void ExtractImage(const MountRecord& record, const Progress& progress)
         images[part].reset();
         parts.Ended(part, failure);
     };
-    std::vector<std::jthread> workers;
-    try {
-        for (std::size_t part = 0; part < count; ++part)
-            workers.push_back(StartWorker([&extract, part] { extract(part); }));
-    } catch (const std::system_error& error) {
-        parts.Stop();
-        throw ServicingError(code::out_of_memory,
-                             record.image + " cannot be extracted: " + error.what());
-    }
+    const std::vector<std::jthread> workers = StartEach(count, extract);
     parts.Follow(progress);
 }
 

@@ -33,6 +33,9 @@ inline Code CodeOfErrno(int error)
     case EPERM:
     case EROFS:
         return code::access_denied;
+    case EMFILE:
+    case ENFILE:
+        return code::too_many_open_files;
     case ENOSPC:
     case EDQUOT:
     case EFBIG:

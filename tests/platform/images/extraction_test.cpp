@@ -5,9 +5,11 @@
 #include "mount_point.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -172,10 +174,30 @@ TEST_F(ManyFiles, AreGivenUpWhenTheProgressSaysSo)
     for (int i = 0; i < kFiles; ++i)
         WriteFile(Tree(i), Noise(static_cast<unsigned>(i), 100'000));
     Capture();
-    EXPECT_NE(CodeOf([&] { Store().Mount(Request(), [](unsigned, unsigned) { return false; }); }),
-              code::ok);
+    const auto mount = [&] { Store().Mount(Request(), [](unsigned, unsigned) { return false; }); };
+    EXPECT_CODE(mount(), code::cancelled);
     EXPECT_TRUE(fs::is_empty(Mounted()));
     ExpectNothingLeft();
+    // And when there is so little that it is over before the answer.
+    fs::remove_all(folder_ / "tree/many");
+    Capture();
+    EXPECT_CODE(mount(), code::cancelled);
+    EXPECT_TRUE(fs::is_empty(Mounted()));
+    ExpectNothingLeft();
+}
+
+TEST_F(ManyFiles, NeedNoThreadsOfTheirOwn)
+{
+    pthread_attr_t usual, impossible;
+    ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+    ASSERT_EQ(pthread_getattr_default_np(&impossible), 0);
+    pthread_attr_setstacksize(&impossible, std::size_t{1} << 47);
+    ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
+    EXPECT_THROW(std::thread([] {}).join(), std::system_error);
+    EXPECT_CODE(Mount(), code::ok);
+    pthread_setattr_default_np(&usual);
+    ExpectTheImage(Mounted());
+    Discard();
 }
 
 TEST_F(ManyFiles, WithOneThatIsDamagedLeaveNothing)
