@@ -23,9 +23,9 @@ MountPoint::~MountPoint()
 
 ReadOnlyFolder::ReadOnlyFolder(const fs::path& folder) : MountPoint(folder)
 {
-    EXPECT_EQ(mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr), 0) << folder;
+    EXPECT_EQ(mount(folder.c_str(), folder.c_str(), "none", MS_BIND, nullptr), 0) << folder;
     constexpr unsigned long readOnly = MS_BIND | MS_REMOUNT | MS_RDONLY;
-    EXPECT_EQ(mount(nullptr, folder.c_str(), nullptr, readOnly, nullptr), 0) << folder;
+    EXPECT_EQ(mount("none", folder.c_str(), "none", readOnly, nullptr), 0) << folder;
 }
 
 SmallDisk::SmallDisk(const fs::path& folder, const std::string& options) : MountPoint(folder)
