@@ -160,17 +160,25 @@ TEST(Matrix, GetDriversWithNothingToList)
     Compare({GetDrivers({})}, {all_outcomes});
 }
 
+// Every combination of few answers, then every answer in a few places.
+void CompareListing(const std::vector<PackageNames>& packages, const Variation& few,
+                    int most_deviations)
+{
+    Compare({GetDrivers(packages)}, few);
+    Compare({GetDrivers(packages)}, {all_outcomes, most_deviations});
+}
+
 TEST(Matrix, GetDriversWithPackages)
 {
     std::vector<PackageNames> packages{{L"oem0.inf", L"net.inf"}};
-    Compare({GetDrivers(packages)}, {few_outcomes});
+    CompareListing(packages, {few_outcomes}, 4);
     packages.push_back({L"oem\u00e91.inf", L"\u4e2d\u6587 %s.inf"});
     packages.push_back({L"", L""});
-    Compare({GetDrivers(packages)}, {few_outcomes});
+    CompareListing(packages, {few_outcomes}, 4);
     while (packages.size() < 12)
         packages.push_back({L"oem" + std::to_wstring(packages.size()) + L".inf",
                             std::wstring(300, L'x') + L".inf"});
-    Compare({GetDrivers(packages)}, {pass_or_fail});
+    CompareListing(packages, {pass_or_fail}, 3);
 }
 
 // --- the driver list ---
@@ -208,24 +216,35 @@ Subject Varying(Subject subject, bool packages)
     return subject;
 }
 
+// Every pattern of passing and failing calls, then every answer to a few of them.
+std::vector<Variation> PatternsThenAnswers()
+{
+    return {{pass_or_fail}, {all_outcomes, 3}};
+}
+
 TEST(Matrix, AddDriverListPackages)
 {
-    Compare({Varying(AddDriverList("AddDriverList", plain_paths), true),
-             Varying(AddDriverList("AddDriverList", odd_paths), true)},
-            {pass_or_fail});
-    Compare({Varying(AddDriverList("AddDriverList with NULLs", with_nulls), true)}, {pass_or_fail},
-            {Form::narrow});
+    for (const Variation& variation : PatternsThenAnswers()) {
+        Compare({Varying(AddDriverList("AddDriverList", plain_paths), true),
+                 Varying(AddDriverList("AddDriverList", odd_paths), true)},
+                variation);
+        Compare({Varying(AddDriverList("AddDriverList with NULLs", with_nulls), true)}, variation,
+                {Form::narrow});
+    }
 }
 
 TEST(Matrix, AddDriverListSession)
 {
-    Compare({Varying(AddDriverList("AddDriverList, its session", plain_paths), false)},
-            {few_outcomes});
+    const Subject session =
+        Varying(AddDriverList("AddDriverList, its session", plain_paths), false);
+    Compare({session}, {few_outcomes});
+    Compare({session}, {all_outcomes, 3});
 }
 
 TEST(Matrix, AddDriverListPackagesAndSession)
 {
-    Compare({AddDriverList("AddDriverList, all its calls", plain_paths)}, {pass_or_fail});
+    for (const Variation& variation : PatternsThenAnswers())
+        Compare({AddDriverList("AddDriverList, all its calls", plain_paths)}, variation);
 }
 
 // --- no report, or nothing but a report ---

@@ -169,7 +169,7 @@ void ImageStore::Discard(const std::string& directory)
         entry.Remove();
         return;
     }
-    entry.SetStatus(MountStatus::Unmounting);
+    entry.SetUnmounting();
     Finish(entry);
 }
 

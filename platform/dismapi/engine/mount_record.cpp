@@ -189,6 +189,19 @@ void MountEntry::SetStatus(MountStatus status)
     record_ = changed;
 }
 
+void MountEntry::SetUnmounting()
+{
+    try {
+        SetStatus(MountStatus::Unmounting);
+    } catch (const ServicingError& error) {
+        if (error.GetCode() != code::disk_full)
+            throw;
+        // Only a save needs it. Dropping a mount is how room is made on a full disk.
+        unlink((folder_ + "/tree").c_str());
+        SetStatus(MountStatus::Unmounting);
+    }
+}
+
 void MountEntry::SetMounted(const TreeState& tree)
 {
     WriteWholeFile(folder_ + "/tree", servicing::ToText(tree));

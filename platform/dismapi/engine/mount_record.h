@@ -44,8 +44,9 @@ class MountEntry {
     // Where a commit builds the new image file: beside the old one, under a name of this mount's own.
     std::string UnfinishedImage() const;
 
-    void SetStatus(MountStatus status);
     void SetMounted(const TreeState& tree);
+    // The changes are dropped: from now on nothing can be saved.
+    void SetUnmounting();
     // A saved image comes into force together with the new record: Prepare writes down what will hold
     // once the image file is the given one, or the append to it is done; Adopt makes it hold.
     void Prepare(const MountRecord& next, const TreeState* tree);
@@ -56,6 +57,8 @@ class MountEntry {
     void Recover();
 
   private:
+    void SetStatus(MountStatus status);
+
     std::string folder_;
     FileDescriptor lock_;
     MountRecord record_;

@@ -75,15 +75,23 @@ std::string DriverCase::Value(const std::string& key, const std::string& name) c
     return text;
 }
 
-std::map<std::string, std::string> DriverCase::Snapshot() const
+// A hive without its times and without where in the file it has what.
+static std::string DescribeHive(const fs::path& hive)
 {
-    std::map<std::string, std::string> files;
-    for (const auto& entry : fs::recursive_directory_iterator(Root()))
-        files[fs::relative(entry.path(), Root())] =
-            entry.is_directory() ? "a directory"
-            : entry.path() == Hive()
-                ? Shell("hivexml " + Hive().string() + " | sed 's/<mtime>[^<]*//g'")
-                : ReadFile(entry.path());
+    return Shell("hivexml " + hive.string() +
+                 " | sed 's/<mtime>[^<]*//g; s/<byte_run [^>]*>//g;"
+                 " s/\\(key=\"ImportDate\"\\) value=\"[^\"]*\"/\\1/'");
+}
+
+DriverCase::Files DriverCase::SnapshotOf(const fs::path& root)
+{
+    Files files;
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        const std::string path = fs::relative(entry.path(), root);
+        files[path] = entry.is_directory() ? "a directory"
+                      : path == kHive      ? DescribeHive(entry.path())
+                                           : ReadFile(entry.path());
+    }
     return files;
 }
 

@@ -18,7 +18,7 @@ class DriverCase : public testing::Test {
 
     fs::path Root() const { return folder_ / "image"; }
     fs::path In(const std::string& relative) const { return Root() / relative; }
-    fs::path Hive() const { return In("Windows/System32/config/DRIVERS"); }
+    fs::path Hive() const { return In(kHive); }
     servicing::DriverStore Store() const { return servicing::DriverStore(Root()); }
 
     // A package on disk: an INF, a driver and a file in a subfolder; different for different names.
@@ -34,10 +34,15 @@ class DriverCase : public testing::Test {
     std::string Keys(const std::string& key) const;
     std::string Value(const std::string& key, const std::string& name) const;
 
-    // Every path below the image with its content. The hive's own bytes differ with its time stamps.
-    std::map<std::string, std::string> Snapshot() const;
+    // Every path below the image with its content. The hive's own bytes differ with the time of a change.
+    using Files = std::map<std::string, std::string>;
+    Files Snapshot() const { return SnapshotOf(Root()); }
+    static Files SnapshotOf(const fs::path& root);
 
     fs::path folder_;
+
+  private:
+    static constexpr const char* kHive = "Windows/System32/config/DRIVERS";
 };
 
 } // namespace kestro::test

@@ -1,7 +1,6 @@
 // driver_store_test.cpp - adding packages to an offline tree and removing them, natively.
 #include "driver_case.h"
-
-#include <sys/mount.h>
+#include "mount_point.h"
 
 namespace code = kestro::servicing::code;
 
@@ -225,15 +224,53 @@ TEST_F(RefusedDrivers, NoWindows)
     EXPECT_CODE(servicing::DriverStore(folder_ / "source"), code::path_not_found);
 }
 
+// --- a read-only image ---------------------------------------------------------------------------------
+
+TEST_F(Drivers, AReadOnlyImageIsToldAndLeftAsItIs)
+{
+    SKIP_UNLESS_MOUNTABLE(folder_);
+    const auto other = Add("other");
+    const auto before = Snapshot();
+    {
+        const ReadOnlyFolder image(Root());
+        EXPECT_CODE(Add("card"), code::access_denied);
+        EXPECT_CODE(Store().Remove(other.published), code::access_denied);
+        EXPECT_TRUE(Add("other").alreadyThere);
+        EXPECT_EQ(Store().List(false).size(), 1U);
+        EXPECT_EQ(Snapshot(), before);
+    }
+    ExpectWhole(Add("card"), "card");
+    Store().Remove(other.published);
+    EXPECT_FALSE(fs::exists(other.folder));
+}
+
+// The change fails at another of its steps for each of them.
+TEST_F(Drivers, AFolderThatIsReadOnlyHasTheOthersTakenBack)
+{
+    SKIP_UNLESS_MOUNTABLE(folder_);
+    const auto other = Add("other");
+    const auto before = Snapshot();
+    for (const char* folder : {"Windows/System32/DriverStore", "Windows/System32/config",
+                               "Windows/System32/DriverStore/FileRepository", "Windows/INF"}) {
+        SCOPED_TRACE(folder);
+        const ReadOnlyFolder locked(In(folder));
+        EXPECT_NE(CodeOf([&] { Add("card"); }), code::ok);
+        EXPECT_NE(CodeOf([&] { Store().Remove(other.published); }), code::ok);
+        EXPECT_EQ(Snapshot(), before);
+    }
+    ExpectWhole(other, "other");
+    ExpectWhole(Add("card"), "card");
+}
+
 // --- a full disk -------------------------------------------------------------------------------------
 
 // With every amount of free space from none to enough, the image is as it was or has the package.
 TEST_F(Drivers, ADiskThatFillsUpLosesNothing)
 {
+    SKIP_UNLESS_MOUNTABLE(folder_);
     const fs::path disk = folder_ / "disk";
     fs::create_directory(disk);
-    if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=200k") != 0)
-        GTEST_SKIP() << "a small file system cannot be mounted here";
+    const SmallDisk small(disk, "size=200k");
     const std::string root = disk / "image";
     const auto package = MakePackage("card");
     WriteFile(folder_ / "source/card/card.sys", Noise(1, 40'000));
@@ -253,7 +290,6 @@ TEST_F(Drivers, ADiskThatFillsUpLosesNothing)
         }
     }
     EXPECT_TRUE(added);
-    umount2(disk.c_str(), MNT_DETACH);
 }
 
 } // namespace

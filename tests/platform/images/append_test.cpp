@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 namespace kestro::test {
@@ -173,83 +172,6 @@ TEST_F(AppendCase, AShadowThatWasWrittenAnewIsNoAppend)
     fs::copy_file(Image(), shadow);
     Shell("wimlib-imagex optimize " + shadow + " --recompress");
     EXPECT_FALSE(servicing::PlanAppend(Image(), shadow).has_value());
-}
-
-// --- a full disk -------------------------------------------------------------------------------------
-
-class FullDisk : public ImageCase {
-  protected:
-    void SetUp() override
-    {
-        ImageCase::SetUp();
-        disk_ = folder_ / "disk";
-        fs::create_directory(disk_);
-        if (mount("tmpfs", disk_.c_str(), "tmpfs", 0, "size=600k") != 0)
-            GTEST_SKIP() << "a small file system cannot be mounted here";
-        mounted_ = true;
-    }
-    void TearDown() override
-    {
-        if (mounted_)
-            umount2(disk_.c_str(), MNT_DETACH);
-        ImageCase::TearDown();
-    }
-    // The image file lies on the small disk, the mount elsewhere.
-    servicing::MountRequest RequestOnDisk() const
-    {
-        auto request = Request();
-        request.image = disk_ / "image.wim";
-        fs::copy_file(Image(), request.image);
-        return request;
-    }
-
-    fs::path disk_;
-    bool mounted_ = false;
-};
-
-TEST_F(FullDisk, AMountThatDoesNotFitLeavesNothing)
-{
-    auto request = Request();
-    request.directory = disk_ / "mount";
-    fs::create_directory(request.directory);
-    WriteFile(disk_ / "filler", std::string(530'000, 'f'));
-    EXPECT_CODE(Store().Mount(request), code::disk_full);
-    EXPECT_TRUE(fs::is_empty(request.directory));
-    ExpectNothingLeft();
-}
-
-// The new content fits once and not twice.
-TEST_F(FullDisk, AnAppendThatDoesNotFitIsTakenBack)
-{
-    const auto request = RequestOnDisk();
-    const std::string before = ReadFile(request.image);
-    const auto identity = servicing::IdentityOf(request.image);
-    Store().Mount(request);
-    WriteFile(folder_ / "mount/large.bin", Noise(7, 300'000));
-    EXPECT_CODE(Commit(), code::disk_full);
-    EXPECT_EQ(ReadFile(request.image), before);
-    EXPECT_EQ(servicing::IdentityOf(request.image), identity);
-    EXPECT_EQ(std::distance(fs::directory_iterator(disk_), {}), 1);
-    fs::resize_file(folder_ / "mount/large.bin", 50'000);
-    Commit();
-    Shell("wimlib-imagex verify " + request.image + " --quiet");
-    ExpectNothingLeft();
-}
-
-TEST_F(FullDisk, ACommitThatDoesNotFitLosesNothing)
-{
-    const auto request = RequestOnDisk();
-    const std::string before = ReadFile(request.image);
-    Store().Mount(request);
-    WriteFile(folder_ / "mount/large.bin", Noise(7, 700'000));
-    EXPECT_CODE(Commit(), code::disk_full);
-    EXPECT_EQ(ReadFile(request.image), before);
-    EXPECT_EQ(ReadFile(folder_ / "mount/large.bin"), Noise(7, 700'000));
-    // With room to write, the same changes are saved.
-    fs::remove(folder_ / "mount/large.bin");
-    WriteFile(folder_ / "mount/small.txt", "small");
-    Commit();
-    Shell("wimlib-imagex verify " + request.image + " --quiet");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "image_case.h"
 #include "image_extraction.h"
 #include "killed_process.h"
+#include "mount_point.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -214,6 +215,30 @@ TEST_F(ManyFiles, WithOneThatIsDamagedLeaveNothing)
         EXPECT_TRUE(fs::is_empty(Mounted()));
         ExpectNothingLeft();
     }
+}
+
+TEST_F(ManyFiles, ThatDoNotFitLeaveNothing)
+{
+    SKIP_UNLESS_MOUNTABLE(folder_);
+    const fs::path disk = folder_ / "disk";
+    fs::create_directory(disk);
+    auto request = Request();
+    request.directory = disk / "mount";
+    // The room for names ends among the directories and among the files, that for content early and late.
+    for (const char* room : {"nr_inodes=8", "nr_inodes=200", "size=40k", "size=1000k"}) {
+        SCOPED_TRACE(room);
+        const SmallDisk small(disk, room);
+        fs::create_directory(request.directory);
+        EXPECT_CODE(Store().Mount(request), code::disk_full);
+        EXPECT_TRUE(fs::is_empty(request.directory));
+        ExpectNothingLeft();
+    }
+    const SmallDisk large(disk, "size=16m");
+    fs::create_directory(request.directory);
+    Store().Mount(request);
+    ExpectTheImage(request.directory);
+    Store().Discard(request.directory);
+    ExpectNothingLeft();
 }
 
 // An image may hold a name with a slash, which nothing can extract. Its path looks like another file's.

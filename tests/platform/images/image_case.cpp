@@ -12,6 +12,7 @@ void ImageCase::SetUp()
     std::string pattern = fs::temp_directory_path() / "kestro-images-XXXXXX";
     ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     folder_ = pattern;
+    image_ = folder_ / "image.wim";
     fs::create_directory(Mounted());
     WriteFile(folder_ / "tree/Windows/System32/hosts", "127.0.0.1 localhost\r\n");
     WriteFile(folder_ / "tree/Windows/System32/kernel.bin", Noise(1, 100'000));
@@ -25,6 +26,14 @@ void ImageCase::SetUp()
 void ImageCase::TearDown()
 {
     fs::remove_all(folder_);
+}
+
+void ImageCase::MoveImageTo(const fs::path& folder)
+{
+    fs::create_directories(folder);
+    fs::copy_file(image_, folder / "image.wim");
+    fs::remove(image_);
+    image_ = folder / "image.wim";
 }
 
 servicing::ImageStore ImageCase::Store() const
@@ -63,7 +72,12 @@ void ImageCase::ExpectNothingLeft() const
     std::error_code none;
     for (const auto& entry : fs::directory_iterator(folder_ / "records", none))
         EXPECT_FALSE(fs::exists(entry.path() / "record.json")) << entry.path();
-    for (const auto& entry : fs::directory_iterator(folder_))
+    ExpectNothingUnfinished();
+}
+
+void ImageCase::ExpectNothingUnfinished() const
+{
+    for (const auto& entry : fs::directory_iterator(image_.parent_path()))
         EXPECT_EQ(entry.path().string().find(".kestro-"), std::string::npos) << entry.path();
 }
 

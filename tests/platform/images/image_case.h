@@ -24,7 +24,9 @@ class ImageCase : public testing::Test {
     void Commit() const { Store().CommitAndUnmount(Mounted(), {}); }
     void Discard() const { Store().Discard(Mounted()); }
     std::string Mounted() const { return folder_ / "mount"; }
-    fs::path Image() const { return folder_ / "image.wim"; }
+    fs::path Image() const { return image_; }
+    // The image file gets a folder, or a disk, of its own.
+    void MoveImageTo(const fs::path& folder);
 
     // What wimlib-imagex finds in the image.
     std::string Listing(int index = 1) const;
@@ -32,8 +34,12 @@ class ImageCase : public testing::Test {
     void ExpectValidImage() const;
     // No record and no unfinished file is left.
     void ExpectNothingLeft() const;
+    void ExpectNothingUnfinished() const;
 
     fs::path folder_;
+
+  private:
+    fs::path image_;
 };
 
 } // namespace kestro::test
