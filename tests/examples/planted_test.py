@@ -6,7 +6,7 @@ import shutil
 
 import unittest
 
-from host_case import HostCase
+from host_case import HostCase, windows
 from kestro_case import HOST
 
 BUILT = os.path.dirname(HOST)
@@ -36,9 +36,21 @@ class Planted(HostCase):
         self.assertNotIn(PLANTED, self.errors)
         self.assertRegex(self.output, r"(?im)^DismApi\.dll   C:\\windows\\system32\\DismApi\.dll$")
 
+    def test_kestro_exe_does_not_when_it_services_an_image(self):
+        other = self.path("other")
+        os.makedirs(other)
+        for name in ("Kestro.dll", "DismApi.dll"):
+            shutil.copy(self.path(name), other)
+        for more in ((), ("--library", windows(os.path.join(other, "Kestro.dll")))):
+            with self.subTest(more=more):
+                self.assertEqual(self.run_here("kestro.exe", "mount", r"Z:\missing.wim",
+                                               windows(self.path("mount")), *more), 1)
+                self.assertNotIn(PLANTED, self.errors)
+                self.assertIn("0x80070002", self.output + self.errors)
+
     def test_the_cpp_host_does_not(self):
-        self.assertEqual(self.run_here("service_image.exe", r"Z:\missing.wim", r"Z:\missing", "Z:" +
-                                       self.path("results").replace("/", "\\"), r"Z:\missing.inf"), 1)
+        self.assertEqual(self.run_here("service_image.exe", r"Z:\missing.wim", r"Z:\missing",
+                                       windows(self.path("results")), r"Z:\missing.inf"), 1)
         self.assertNotIn(PLANTED, self.errors)
         # What answered is the embedded platform.
         self.assertIn("DismMountImage failed in step DISM_MOUNT: 0x80070002", self.output)
