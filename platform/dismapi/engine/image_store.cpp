@@ -73,25 +73,21 @@ FileDescriptor LockImage(const std::string& image)
     return file;
 }
 
-// Builds, in a file beside the image file, what is to be appended to it or to take its place. Whatever
-// happens to either afterwards, the file under the image's name is the old one or the new one.
-void WriteImage(MountRecord& next, const std::string& unfinished, const TreeChanges& changes,
-                const CommitOptions& options, const Progress& progress)
+void RequireUnchanged(const MountRecord& record)
 {
-    const auto save = [&](const SaveOptions& how) {
-        WimFile wim(unfinished, WimFile::Access::Write, false, progress);
-        wim.Apply(next.index, next.directory, changes);
-        wim.Save(how);
-    };
-    if (!options.integrity && MakeShadow(next.image, unfinished)) {
-        save({.sync = false});
-        next.append = PlanAppend(next.image, unfinished);
-        if (next.append)
-            return;
-    }
-    CopyFile(next.image, unfinished);
-    save({.integrity = options.integrity});
-    next.imageIdentity = IdentityOf(unfinished);
+    if (IdentityOf(record.image) != record.imageIdentity)
+        throw ServicingError(code::image_file_changed,
+                             record.image + " was changed after it was mounted");
+}
+
+// Builds the new image file beside the old one.
+void WriteImage(const MountRecord& record, const std::string& unfinished,
+                const TreeChanges& changes, const CommitOptions& options, const Progress& progress)
+{
+    CopyFile(record.image, unfinished);
+    WimFile wim(unfinished, WimFile::Access::Write, false, progress);
+    wim.Apply(record.index, record.directory, changes);
+    wim.Save(options.integrity);
 }
 
 } // namespace
@@ -111,7 +107,6 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
                              request.directory + " already holds a mounted image");
     RequireReadableImage(request);
     RequireMountDirectory(request.directory);
-    registry_.RecoverImage(request.image);
 
     MountRecord record;
     record.image = request.image;
@@ -249,9 +244,7 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
     const Stopwatch stopwatch;
     MountRecord next = entry.Record();
     const FileDescriptor lock = LockImage(next.image);
-    if (IdentityOf(next.image) != next.imageIdentity)
-        throw ServicingError(code::image_file_changed,
-                             next.image + " was changed after it was mounted");
+    RequireUnchanged(next);
 
     const TreeState now = ReadTreeState(next.directory);
     const TreeChanges changes = FindChanges(entry, now);
@@ -266,21 +259,22 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
         return;
     }
 
+    // The new file takes the old one's place as a whole: whatever happens meanwhile, the file under the
+    // image's name is the old one or the new one.
     const std::string unfinished = entry.UnfinishedImage();
     try {
         WriteImage(next, unfinished, changes, options, progress);
+        RequireUnchanged(next); // not every tool heeds the lock
+        next.imageIdentity = IdentityOf(unfinished);
         entry.Prepare(next, tree);
-        if (next.append)
-            Append(*next.append, next.image, unfinished);
-        else if (rename(unfinished.c_str(), next.image.c_str()) != 0)
+        if (rename(unfinished.c_str(), next.image.c_str()) != 0)
             throw SystemError("cannot replace " + next.image);
     } catch (...) {
-        unlink(unfinished.c_str());
+        entry.RemoveUnfinished();
         throw;
     }
     SyncDirectoryOf(next.image);
     entry.Adopt();
-    unlink(unfinished.c_str());
     log_.Info("saved in " + stopwatch.Text());
 }
 

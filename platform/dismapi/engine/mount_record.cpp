@@ -50,60 +50,15 @@ FileIdentity IdentityFromJson(const json& value)
             NumberFromJson<long long>(value.at(3))};
 }
 
-std::string ToHex(const std::string& bytes)
-{
-    static const char digits[] = "0123456789abcdef";
-    std::string hex;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        hex += {digits[byte >> 4], digits[byte & 15]};
-    }
-    return hex;
-}
-
-std::string HeaderFromHex(const std::string& hex)
-{
-    if (hex.size() != 2 * kImageHeaderSize ||
-        hex.find_first_not_of("0123456789abcdef") != std::string::npos)
-        throw ServicingError(code::not_a_valid_mount,
-                             "a record of a mount holds no image header in \"" + hex + '"');
-    std::string bytes;
-    for (std::size_t i = 0; i < hex.size(); i += 2)
-        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-    return bytes;
-}
-
-json ToJson(const ImageAppend& append)
-{
-    return {{"oldSize", append.oldSize},
-            {"oldModified", append.oldModified},
-            {"oldHeader", ToHex(append.oldHeader)},
-            {"newHeader", ToHex(append.newHeader)}};
-}
-
-ImageAppend AppendFromJson(const json& value)
-{
-    ImageAppend append;
-    append.oldSize = NumberFromJson<long long>(value.at("oldSize"));
-    append.oldModified = NumberFromJson<long long>(value.at("oldModified"));
-    append.oldHeader = HeaderFromHex(value.at("oldHeader"));
-    append.newHeader = HeaderFromHex(value.at("newHeader"));
-    if (append.oldSize < 0)
-        throw ServicingError(code::not_a_valid_mount, "a record of a mount holds a negative size");
-    return append;
-}
-
 std::string ToText(const MountRecord& record)
 {
-    json value = {{"image", record.image},
-                  {"imageIdentity", ToJson(record.imageIdentity)},
-                  {"index", record.index},
-                  {"directory", record.directory},
-                  {"directoryIdentity", ToJson(record.directoryIdentity)},
-                  {"readOnly", record.readOnly},
-                  {"status", kStatusNames[static_cast<int>(record.status)]}};
-    if (record.append)
-        value["append"] = ToJson(*record.append);
+    const json value = {{"image", record.image},
+                        {"imageIdentity", ToJson(record.imageIdentity)},
+                        {"index", record.index},
+                        {"directory", record.directory},
+                        {"directoryIdentity", ToJson(record.directoryIdentity)},
+                        {"readOnly", record.readOnly},
+                        {"status", kStatusNames[static_cast<int>(record.status)]}};
     try {
         return value.dump(2) + "\n";
     } catch (const json::exception& error) {
@@ -129,8 +84,6 @@ MountRecord Load(const std::string& path)
         if (name == std::end(kStatusNames))
             throw ServicingError(code::not_a_valid_mount, path + " names no known status");
         record.status = static_cast<MountStatus>(name - std::begin(kStatusNames));
-        if (value.contains("append"))
-            record.append = AppendFromJson(value["append"]);
         return record;
     } catch (const json::exception& error) {
         throw ServicingError(code::not_a_valid_mount, path + " is damaged: " + error.what());
@@ -217,18 +170,10 @@ void MountEntry::Prepare(const MountRecord& next, const TreeState* tree)
 
 void MountEntry::Adopt()
 {
-    MountRecord next = Load(folder_ + "/next.json");
+    record_ = Load(folder_ + "/next.json");
     if (Exists(folder_ + "/next-tree"))
         RenameOver(folder_ + "/next-tree", folder_ + "/tree");
-    if (next.append) {
-        next.append.reset();
-        next.imageIdentity = IdentityOf(next.image);
-        WriteWholeFile(folder_ + "/record.json", ToText(next));
-        unlink((folder_ + "/next.json").c_str());
-    } else {
-        RenameOver(folder_ + "/next.json", folder_ + "/record.json");
-    }
-    record_ = next;
+    RenameOver(folder_ + "/next.json", folder_ + "/record.json");
 }
 
 void MountEntry::Recover()
@@ -236,16 +181,25 @@ void MountEntry::Recover()
     if (Exists(folder_ + "/next.json")) {
         const MountRecord next = Load(folder_ + "/next.json");
         // An unmount empties the record's directory: it must be the one that was mounted.
-        if (next.directory != record_.directory)
+        if (next.directory != record_.directory || next.image != record_.image)
             throw ServicingError(code::not_a_valid_mount,
-                                 folder_ + "/next.json is about another directory");
-        if (next.append ? WasAppended(*next.append, next.image)
-                        : IdentityOf(next.image) == next.imageIdentity)
+                                 folder_ + "/next.json is about another mount");
+        if (IdentityOf(next.image) == next.imageIdentity)
             Adopt();
     }
     unlink((folder_ + "/next.json").c_str());
     unlink((folder_ + "/next-tree").c_str());
-    unlink(UnfinishedImage().c_str());
+    RemoveUnfinished();
+}
+
+void MountEntry::RemoveUnfinished() const
+{
+    // libwim puts what it writes anew into a file of its own first, and a suffix to the name.
+    const fs::path unfinished = UnfinishedImage();
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(unfinished.parent_path(), error))
+        if (entry.path().filename().string().starts_with(unfinished.filename().string()))
+            unlink(entry.path().c_str());
 }
 
 void MountEntry::Remove()
@@ -287,18 +241,6 @@ std::optional<MountRecord> MountRegistry::FindImage(const std::string& image, un
         return found.has_value();
     });
     return found;
-}
-
-void MountRegistry::RecoverImage(const std::string& image) const
-{
-    ForEachFolder(folder_, [&](const std::string& folder) {
-        if (Load(folder + "/record.json").image != image || !Exists(folder + "/next.json"))
-            return false;
-        FileDescriptor lock = OpenLock(folder + "/lock");
-        if (flock(lock.Get(), LOCK_EX | LOCK_NB) == 0) // otherwise the save still goes on
-            MountEntry(folder, std::move(lock), Load(folder + "/record.json")).Recover();
-        return false;
-    });
 }
 
 MountEntry MountRegistry::Create(const MountRecord& record) const

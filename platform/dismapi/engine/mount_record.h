@@ -3,7 +3,6 @@
 #pragma once
 
 #include "file_system.h"
-#include "image_append.h"
 #include "tree_state.h"
 
 #include <optional>
@@ -25,9 +24,6 @@ struct MountRecord {
     FileIdentity directoryIdentity; // device and inode count
     bool readOnly = false;
     MountStatus status = MountStatus::Mounting;
-    // Of a record that is prepared: how the image file comes into the state that it describes. Otherwise
-    // another file takes its name, whose identity the record has.
-    std::optional<ImageAppend> append;
 };
 
 // A record's place on disk, locked for as long as this lives: of several processes that work on one
@@ -47,14 +43,16 @@ class MountEntry {
     void SetMounted(const TreeState& tree);
     // The changes are dropped: from now on nothing can be saved.
     void SetUnmounting();
-    // A saved image comes into force together with the new record: Prepare writes down what will hold
-    // once the image file is the given one, or the append to it is done; Adopt makes it hold.
+    // A new image file comes into force together with the new record: Prepare writes down what will
+    // hold once the image file is the given one, Adopt makes it hold.
     void Prepare(const MountRecord& next, const TreeState* tree);
     void Adopt();
     void Remove();
 
     // Brings a record that a killed process left behind into order.
     void Recover();
+    // Takes away what a save wrote beside the image file.
+    void RemoveUnfinished() const;
 
   private:
     void SetStatus(MountStatus status);
@@ -72,8 +70,6 @@ class MountRegistry {
     std::optional<MountEntry> FindDirectory(const std::string& directory) const;
     // A record of the same image of the same file.
     std::optional<MountRecord> FindImage(const std::string& image, unsigned index) const;
-    // Brings the image file back into order after a process was killed while it saved into it.
-    void RecoverImage(const std::string& image) const;
     MountEntry Create(const MountRecord& record) const;
     // Held while a mount is decided on, so that two do not take the same directory. Clears away what
     // killed processes left of mounts that never began or are over.

@@ -207,25 +207,6 @@ unsigned long long WimFile::TotalBytes() const
     return Info().total_bytes;
 }
 
-std::vector<StoredResource> WimFile::Resources() const
-{
-    std::vector<StoredResource> resources;
-    const auto keep = [](const wimlib_resource_entry* entry, void* context) {
-        StoredResource& resource =
-            static_cast<std::vector<StoredResource>*>(context)->emplace_back();
-        resource.offset = entry->offset;
-        resource.size = entry->compressed_size;
-        resource.hash.assign(reinterpret_cast<const char*>(entry->sha1_hash),
-                             sizeof entry->sha1_hash);
-        resource.isMetadata = entry->is_metadata;
-        resource.isPacked = entry->packed;
-        return 0;
-    };
-    Check("cannot list what " + path_ + " holds",
-          [&] { return wimlib_iterate_lookup_table(wim_.get(), 0, keep, &resources); });
-    return resources;
-}
-
 std::vector<StoredFile> WimFile::Files(unsigned index) const
 {
     std::vector<StoredFile> files;
@@ -303,12 +284,10 @@ void WimFile::Apply(unsigned index, const std::string& directory, const TreeChan
     });
 }
 
-void WimFile::Save(const SaveOptions& options)
+void WimFile::Save(bool integrity)
 {
-    int flags = 0;
-    if (options.sync)
-        flags |= WIMLIB_WRITE_FLAG_FSYNC;
-    if (options.integrity)
+    int flags = WIMLIB_WRITE_FLAG_FSYNC;
+    if (integrity)
         flags |= WIMLIB_WRITE_FLAG_CHECK_INTEGRITY;
     Check("cannot write " + path_, [&] { return wimlib_overwrite(wim_.get(), flags, 0); });
 }

@@ -23,18 +23,6 @@ struct StoredFile {
     unsigned long long position = 0, size = 0;
 };
 
-// Something that an image file holds: a file's content or an image's metadata.
-struct StoredResource {
-    unsigned long long offset = 0, size = 0; // as stored
-    std::string hash;
-    bool isMetadata = false, isPacked = false;
-};
-
-struct SaveOptions {
-    bool integrity = false; // write integrity data
-    bool sync = true;       // return when everything is on disk
-};
-
 // An open image file. Every function throws ServicingError.
 class WimFile {
   public:
@@ -51,7 +39,6 @@ class WimFile {
     bool IsMarkedReadOnly() const;
     unsigned long long TotalBytes() const;
 
-    std::vector<StoredResource> Resources() const;
     // All but directories and what has a name that no path can hold.
     std::vector<StoredFile> Files(unsigned index) const;
     void Extract(unsigned index, const std::string& directory) const;
@@ -60,8 +47,8 @@ class WimFile {
     // Makes the image's tree what the directory's is; only what has changed is read. What has not keeps
     // everything that the image knows of it.
     void Apply(unsigned index, const std::string& directory, const TreeChanges& changes);
-    // Saves what was changed.
-    void Save(const SaveOptions& options);
+    // Saves what was changed, on disk.
+    void Save(bool integrity);
 
   private:
     struct Free {

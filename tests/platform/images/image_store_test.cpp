@@ -2,6 +2,7 @@
 #include "image_case.h"
 #include "mount_point.h"
 
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -306,6 +307,38 @@ TEST_F(ImageCase, AnImageFileChangedMeanwhileIsNotOverwritten)
     fs::remove(Image());
     EXPECT_CODE(Commit(), code::file_not_found);
     Discard();
+}
+
+TEST_F(ImageCase, AnImageFileThatIsReplacedDuringASaveIsNotOverwritten)
+{
+    Mount();
+    WriteFile(folder_ / "mount/large.bin", Noise(7, 300'000));
+    const std::string other = ReadFile(Image()) + "somebody's own";
+    const auto replace = [&](unsigned, unsigned) {
+        WriteFile(folder_ / "other.wim", other);
+        fs::rename(folder_ / "other.wim", Image());
+        return true;
+    };
+    EXPECT_CODE(Store().CommitAndUnmount(Mounted(), {}, replace), code::image_file_changed);
+    EXPECT_EQ(ReadFile(Image()), other);
+    EXPECT_EQ(ReadFile(folder_ / "mount/large.bin"), Noise(7, 300'000));
+    Discard();
+    ExpectNothingLeft();
+}
+
+TEST_F(ImageCase, AFileThatAnotherProgramSavesIntoIsBusy)
+{
+    const std::string before = ReadFile(Image());
+    Mount();
+    WriteFile(folder_ / "mount/Windows/new.txt", "new");
+    {
+        const servicing::FileDescriptor other(open(Image().c_str(), O_RDWR | O_CLOEXEC));
+        ASSERT_EQ(flock(other.Get(), LOCK_EX), 0); // as libwim does
+        EXPECT_CODE(Commit(), code::busy);
+        EXPECT_EQ(ReadFile(Image()), before);
+    }
+    Commit();
+    EXPECT_EQ(FileInImage("/Windows/new.txt"), "new");
 }
 
 TEST_F(ImageCase, OddImagesGiveACodeAndLeaveNothing)
