@@ -65,7 +65,8 @@ void RequireReadableImage(const MountRequest& request)
 // Keeps other saves out of the image file, wimlib's own among them.
 FileDescriptor LockImage(const std::string& image)
 {
-    FileDescriptor file(open(image.c_str(), O_RDONLY | O_CLOEXEC));
+    // A pipe in its place must not hold the call.
+    FileDescriptor file(open(image.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file)
         throw SystemError("cannot open the image file " + image);
     if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
