@@ -7,6 +7,7 @@
 #include <strings.h>
 #include <sys/sendfile.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -121,16 +122,19 @@ void CopyFile(const std::string& from, const std::string& to)
     if (fchmod(target.Get(), status.st_mode & 07777) != 0)
         throw SystemError("cannot set the mode of " + to);
 
+    // The disk begins to write while the rest is copied: whoever syncs the copy waits for less.
+    constexpr off_t chunk = 16 << 20;
     for (off_t left = status.st_size; left > 0;) {
-        ssize_t count = copy_file_range(source.Get(), nullptr, target.Get(), nullptr,
-                                        static_cast<std::size_t>(left), 0);
+        const auto size = static_cast<std::size_t>(std::min(left, chunk));
+        ssize_t count = copy_file_range(source.Get(), nullptr, target.Get(), nullptr, size, 0);
         if (count < 0 &&
             (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP))
-            count = sendfile(target.Get(), source.Get(), nullptr, static_cast<std::size_t>(left));
+            count = sendfile(target.Get(), source.Get(), nullptr, size);
         if (count < 0)
             throw SystemError("cannot copy " + from + " to " + to);
         if (count == 0)
             throw ServicingError(code::read_fault, from + " became shorter while it was copied");
+        sync_file_range(target.Get(), status.st_size - left, count, SYNC_FILE_RANGE_WRITE);
         left -= count;
     }
 }
