@@ -159,6 +159,7 @@ class Bench:
             updates[name] = self.step(name, update())
         self.settle()
         remove = run("rm", "-rf", self.path("tree"))
+        self.step("capture, remove", updates["capture"] + remove)
         for name, cost in updates.items():
             self.step("copy, %s, remove" % name, copy + cost + remove)
 
@@ -220,6 +221,7 @@ class Bench:
 COMPARISONS = (("mount", "apply", 1.0),
                ("mount", "apply, sync", None),
                ("commit", "capture", 0.5),
+               ("commit", "capture, remove", None),  # a commit of the host's unmounts too
                ("add, commit", "copy, capture, remove", None),
                ("add, commit", "copy, append, remove", None),
                ("add, commit", "copy, whole, remove", None),

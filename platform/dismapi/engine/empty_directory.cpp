@@ -45,7 +45,7 @@ void Collect(const fs::path& directory, dev_t device, std::size_t depth, Entries
 // once: several threads wait together.
 void RemoveEach(const std::vector<std::string>& paths, int (*remove)(const char*))
 {
-    constexpr std::size_t workers = 4, worthWorkers = 256;
+    constexpr std::size_t workers = 8, worthWorkers = 256;
     std::atomic<std::size_t> next = 0;
     std::mutex mutex;
     std::exception_ptr failure;
