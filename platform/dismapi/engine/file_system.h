@@ -37,9 +37,12 @@ struct FileIdentity {
     bool operator==(const FileIdentity&) const = default;
 };
 
+// Of times that an image made up this is no more than a mark to know them by: it starts again after 584
+// years.
 inline long long Nanoseconds(const timespec& time)
 {
-    return time.tv_sec * 1'000'000'000LL + time.tv_nsec;
+    return static_cast<long long>(static_cast<unsigned long long>(time.tv_sec) * 1'000'000'000 +
+                                  static_cast<unsigned long long>(time.tv_nsec));
 }
 
 FileIdentity IdentityOf(const struct stat& status);
