@@ -3,11 +3,10 @@
 #include "scratch.h"
 #include "servicing_error.h"
 #include "targets.h"
+#include "tree_hashes.h"
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
-#include <openssl/sha.h>
 #include <sys/resource.h>
 
 namespace kestro::fuzz {
@@ -28,52 +27,6 @@ void LimitFileSize()
         return setrlimit(RLIMIT_FSIZE, &limit) == 0;
     }();
     Require(limited, "the size of files can be limited");
-}
-
-std::uint64_t NumberAt(const std::string& bytes, std::size_t offset)
-{
-    std::uint64_t number;
-    std::memcpy(&number, bytes.data() + offset, sizeof number);
-    return number;
-}
-
-// A resource as the header and the blob table describe it: eight bytes of size and flags, then its
-// offset.
-struct Resource {
-    std::uint64_t size, offset;
-    unsigned flags;
-    bool inside;
-};
-
-Resource ResourceAt(const std::string& wim, std::size_t at)
-{
-    const std::uint64_t first = NumberAt(wim, at);
-    Resource resource = {first & 0x00FF'FFFF'FFFF'FFFF, NumberAt(wim, at + 8),
-                         static_cast<unsigned>(first >> 56), false};
-    resource.inside = resource.offset < wim.size() && resource.size <= wim.size() - resource.offset;
-    return resource;
-}
-
-// A fuzzer does not guess SHA-1: image trees that are not compressed get the one that fits.
-std::string WithTreeHashes(std::string wim)
-{
-    constexpr std::size_t header = 208, blobTable = 48, entrySize = 50, hash = 30;
-    constexpr unsigned metadata = 2, compressed = 4;
-    if (wim.size() < header)
-        return wim;
-    const Resource table = ResourceAt(wim, blobTable);
-    if (!table.inside || (table.flags & compressed))
-        return wim;
-    for (std::size_t at = table.offset; at + entrySize <= table.offset + table.size;
-         at += entrySize) {
-        const Resource blob = ResourceAt(wim, at);
-        if (!(blob.flags & metadata) || (blob.flags & compressed) || !blob.inside)
-            continue;
-        unsigned char digest[SHA_DIGEST_LENGTH];
-        SHA1(reinterpret_cast<const unsigned char*>(wim.data()) + blob.offset, blob.size, digest);
-        std::memcpy(wim.data() + at + hash, digest, sizeof digest);
-    }
-    return wim;
 }
 
 void RequireOnly(const Scratch& scratch)
@@ -129,7 +82,8 @@ void Image(const std::string& input)
 {
     LimitFileSize();
     const Scratch scratch;
-    WriteFile(scratch / "image.wim", WithTreeHashes(input));
+    // A fuzzer does not guess SHA-1.
+    WriteFile(scratch / "image.wim", test::WithTreeHashes(input));
     fs::create_directory(scratch / "mount");
     ImageStore store(scratch / "records", {});
     servicing::MountRequest request;

@@ -49,7 +49,7 @@ void RemoveEach(const std::vector<std::string>& paths, int (*remove)(const char*
     std::atomic<std::size_t> next = 0;
     std::mutex mutex;
     std::exception_ptr failure;
-    const auto work = [&] {
+    const auto work = [&](std::size_t) {
         for (std::size_t i = next++; i < paths.size(); i = next++) {
             if (remove(paths[i].c_str()) == 0)
                 continue;
@@ -60,14 +60,8 @@ void RemoveEach(const std::vector<std::string>& paths, int (*remove)(const char*
         }
     };
     {
-        std::vector<std::jthread> others;
-        try {
-            while (paths.size() >= worthWorkers && others.size() + 1 < workers)
-                others.push_back(StartWorker(work));
-        } catch (const std::system_error&) {
-            // This thread does it with those that there are.
-        }
-        work();
+        const auto others = StartWorkers(paths.size() < worthWorkers ? 0 : workers - 1, work);
+        work(others.size());
     }
     if (failure)
         std::rethrow_exception(failure);

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <condition_variable>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <numeric>
@@ -96,8 +95,7 @@ std::size_t PartsFor(std::size_t files)
 // reads forward; what has the same position stays together, which keeps hard links what they are.
 std::vector<TreeChanges> LeftOut(std::vector<StoredFile> files, std::size_t parts)
 {
-    constexpr unsigned long long costOfAFile =
-        16384; // creating one takes as long as writing so much
+    constexpr double costOfAFile = 16384; // creating one takes as long as writing so much
     std::stable_sort(files.begin(), files.end(),
                      [](const auto& a, const auto& b) { return a.position < b.position; });
     // The sizes are what the image file says, so their sum may be anything.
@@ -125,21 +123,6 @@ std::vector<TreeChanges> LeftOut(std::vector<StoredFile> files, std::size_t part
     return leftOut;
 }
 
-// Starts a thread for each part. Where the system gives none, this one does the part.
-std::vector<std::jthread> StartEach(std::size_t parts, const std::function<void(std::size_t)>& work)
-{
-    std::vector<std::jthread> workers;
-    workers.reserve(parts);
-    for (std::size_t part = 0; part < parts; ++part) {
-        try {
-            workers.push_back(StartWorker([&work, part] { work(part); }));
-        } catch (const std::system_error&) {
-            work(part);
-        }
-    }
-    return workers;
-}
-
 } // namespace
 
 void ExtractImage(const MountRecord& record, const Progress& progress)
@@ -158,12 +141,10 @@ void ExtractImage(const MountRecord& record, const Progress& progress)
     const std::vector<TreeChanges> leftOut = LeftOut(std::move(files), count);
     while (images.size() < count)
         openNext();
-    if (IdentityOf(record.image) != record.imageIdentity)
-        throw ServicingError(code::image_file_changed,
-                             record.image + " was changed while it was being mounted");
+    RequireUnchangedImage(record);
 
     parts.Begin(count);
-    const std::function<void(std::size_t)> extract = [&](std::size_t part) {
+    const auto extract = [&](std::size_t part) {
         std::exception_ptr failure;
         try {
             images[part]->Apply(record.index, record.directory, leftOut[part]);
@@ -174,7 +155,9 @@ void ExtractImage(const MountRecord& record, const Progress& progress)
         images[part].reset();
         parts.Ended(part, failure);
     };
-    const std::vector<std::jthread> workers = StartEach(count, extract);
+    const auto workers = StartWorkers(count, extract);
+    for (std::size_t part = workers.size(); part < count; ++part)
+        extract(part);
     parts.Follow(progress);
 }
 

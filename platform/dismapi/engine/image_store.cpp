@@ -74,13 +74,6 @@ FileDescriptor LockImage(const std::string& image)
     return file;
 }
 
-void RequireUnchanged(const MountRecord& record)
-{
-    if (IdentityOf(record.image) != record.imageIdentity)
-        throw ServicingError(code::image_file_changed,
-                             record.image + " was changed after it was mounted");
-}
-
 // Builds the new image file beside the old one.
 void WriteImage(const MountRecord& record, const std::string& unfinished,
                 const TreeChanges& changes, const CommitOptions& options, const Progress& progress)
@@ -245,7 +238,7 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
     const Stopwatch stopwatch;
     MountRecord next = entry.Record();
     const FileDescriptor lock = LockImage(next.image);
-    RequireUnchanged(next);
+    RequireUnchangedImage(next);
 
     const TreeState now = ReadTreeState(next.directory);
     const TreeChanges changes = FindChanges(entry, now);
@@ -265,7 +258,7 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
     const std::string unfinished = entry.UnfinishedImage();
     try {
         WriteImage(next, unfinished, changes, options, progress);
-        RequireUnchanged(next); // not every tool heeds the lock
+        RequireUnchangedImage(next); // not every tool heeds the lock
         next.imageIdentity = IdentityOf(unfinished);
         entry.Prepare(next, tree);
         if (rename(unfinished.c_str(), next.image.c_str()) != 0)

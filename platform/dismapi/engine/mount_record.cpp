@@ -122,6 +122,13 @@ void ForEachFolder(const std::string& registry, const std::function<bool(const s
 
 } // namespace
 
+void RequireUnchangedImage(const MountRecord& record)
+{
+    if (IdentityOf(record.image) != record.imageIdentity)
+        throw ServicingError(code::image_file_changed,
+                             record.image + " was changed after it was mounted");
+}
+
 // --- one mount ------------------------------------------------------------------------------------
 
 TreeState MountEntry::Tree() const

@@ -26,6 +26,9 @@ struct MountRecord {
     MountStatus status = MountStatus::Mounting;
 };
 
+// Throws when the image file is no longer what it was when it was mounted or last committed.
+void RequireUnchangedImage(const MountRecord& record);
+
 // A record's place on disk, locked for as long as this lives: of several processes that work on one
 // mount, all but the first are told that it is busy.
 class MountEntry {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <csignal>
+#include <cstddef>
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace kestro::servicing {
 
@@ -25,6 +27,21 @@ std::jthread StartWorker(Work work)
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
         throw;
     }
+}
+
+// Starts up to `count` workers, each with its number, and returns those that the system has threads for: the
+// caller does the rest of the work.
+template <class Work>
+std::vector<std::jthread> StartWorkers(std::size_t count, const Work& work)
+{
+    std::vector<std::jthread> workers;
+    workers.reserve(count);
+    try {
+        while (workers.size() < count)
+            workers.push_back(StartWorker([&work, number = workers.size()] { work(number); }));
+    } catch (const std::system_error&) {
+    }
+    return workers;
 }
 
 } // namespace kestro::servicing

@@ -3,6 +3,7 @@
 #include "image_extraction.h"
 #include "killed_process.h"
 #include "mount_point.h"
+#include "tree_hashes.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -55,34 +56,17 @@ class ManyFiles : public ImageCase {
     // Renames a file in an image that is not compressed; both names have the same length.
     void RenameInImage(const std::string& from, const std::string& to) const
     {
-        constexpr std::size_t tableAt = 48, entrySize = 50, hashAt = 30;
-        constexpr unsigned char isTree = 2;
-        std::string image = ReadFile(Image());
-        const auto number = [&](std::size_t at, std::size_t bytes) {
-            std::size_t value = 0;
-            while (bytes-- > 0)
-                value = value << 8 | static_cast<unsigned char>(image[at + bytes]);
-            return value;
-        };
         const auto wide = [](const std::string& text) {
             std::string units;
             for (const char c : text)
                 units += {c, '\0'};
             return units;
         };
-        const std::size_t table = number(tableAt + 8, 8), tableEnd = table + number(tableAt, 7);
-        for (std::size_t entry = table; entry < tableEnd; entry += entrySize) {
-            if ((image[entry + 7] & isTree) == 0)
-                continue;
-            const std::size_t offset = number(entry + 8, 8);
-            std::string tree = image.substr(offset, number(entry, 7));
-            const auto found = tree.find(wide(from));
-            ASSERT_NE(found, std::string::npos);
-            image.replace(offset, tree.size(), tree.replace(found, wide(to).size(), wide(to)));
-            WriteFile(folder_ / "metadata", tree);
-            image.replace(entry + hashAt, 20, servicing::HashOfFile(folder_ / "metadata"));
-        }
-        WriteFile(Image(), image);
+        std::string image = ReadFile(Image());
+        const auto found = image.find(wide(from));
+        ASSERT_NE(found, std::string::npos);
+        image.replace(found, wide(to).size(), wide(to));
+        WriteFile(Image(), WithTreeHashes(image));
     }
     // Every path below a directory with type, mode, size, links, times and a link's target, whose own
     // times no extraction sets.
