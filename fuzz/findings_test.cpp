@@ -1,7 +1,7 @@
 // findings_test.cpp - inputs that broke the engine, and what it answers now.
 #include "catalog.h"
 #include "driver_hive.h"
-#include "hive_values.h"
+#include "hive_file.h"
 #include "minimal_hive.h"
 #include "mount_record.h"
 #include "refusal.h"
@@ -81,11 +81,10 @@ TEST(Findings, ARegistryValueWhoseNameIsNotUtf8)
 {
     const Scratch scratch;
     WriteFile(scratch / "DRIVERS", test::MinimalHive());
-    const std::unique_ptr<hive_h, decltype(&hivex_close)> hive(
-        hivex_open((scratch / "DRIVERS").c_str(), HIVEX_OPEN_WRITE), &hivex_close);
-    ASSERT_TRUE(hive);
-    EXPECT_CODE(servicing::SetText(hive.get(), hivex_root(hive.get()), "caf\xE9", "text"),
+    servicing::HiveFile hive(scratch / "DRIVERS");
+    EXPECT_CODE(hive.Set(hive.Make(""), {servicing::NumberValue("caf\xE9", 1)}),
                 code::invalid_parameter);
+    EXPECT_CODE(hive.Make("caf\xE9"), code::invalid_parameter);
 }
 
 // A hive with one package in it, of which single words are then changed.

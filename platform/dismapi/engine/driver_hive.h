@@ -2,14 +2,11 @@
 #pragma once
 
 #include "driver_package.h"
+#include "hive_file.h"
 
 #include <filesystem>
-#include <memory>
 #include <optional>
-#include <set>
 #include <string>
-
-struct hive_h;
 
 namespace kestro::servicing {
 
@@ -36,20 +33,14 @@ class DriverHive {
     void Save(const std::filesystem::path& file);
 
   private:
-    struct Close {
-        void operator()(hive_h* hive) const;
-    };
-    using Node = std::size_t;
+    using Key = HiveFile::Key;
 
-    Node Find(const std::string& path) const;
-    Node Make(Node parent, const std::string& path);
-    void WritePackage(Node database, const HiveEntry& entry);
-    void WriteModels(Node database, Node package, const HiveEntry& entry);
-    void MarkNumber(Node database, const std::string& published, bool used);
-    bool RemoveDeviceIds(Node node, const std::string& published);
+    void WritePackage(Key database, const HiveEntry& entry);
+    void WriteModels(Key database, Key package, const HiveEntry& entry);
+    void MarkNumber(Key database, const std::string& published, bool used);
+    bool RemoveDeviceIds(Key key, const std::string& published);
 
-    std::unique_ptr<hive_h, Close> hive_;
-    std::string file_;
+    HiveFile hive_;
 };
 
 // The number in "oem7.inf"; nothing for any other name.

@@ -30,11 +30,11 @@ TEST_F(Drivers, TheRegistryTellsWhatTheInfSays)
     EXPECT_EQ(Value(package + "\\Descriptors\\PCI\\VEN_1234&DEV_card", "Manufacturer"), "Maker");
     EXPECT_EQ(Value("DeviceIds\\PCI\\VEN_1234&DEV_card", "oem0.inf").substr(0, 1), "\x01");
     EXPECT_EQ(Value("DeviceIds\\PCI\\CC_0200", "oem0.inf").substr(0, 1), "\x02");
-    // 0x00FF0900'00000000, the class, 2024-02-29 as FILETIME, 4.3.2.1, zeros.
+    // The architecture, the class, 2024-02-29 as FILETIME, 4.3.2.1, zeros.
     const std::string version = Shell("printf 'cd \\\\DriverDatabase\\%s\\nlsval\\n' '" + package +
                                       "' | hivexsh " + Hive().string() + " | grep Version");
     EXPECT_EQ(version,
-              "\"Version\"=hex(3):00,00,00,00,00,09,ff,00,72,e9,36,4d,25,e3,ce,11,bf,c1,08,"
+              "\"Version\"=hex(3):00,ff,09,00,00,00,00,00,72,e9,36,4d,25,e3,ce,11,bf,c1,08,"
               "00,2b,e1,03,18,00,00,e9,3c,a2,6a,da,01,04,00,03,00,02,00,01,00,00,00,00,00,"
               "00,00,00,00\n");
 }
