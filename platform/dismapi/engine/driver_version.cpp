@@ -8,8 +8,7 @@
 
 namespace kestro::servicing {
 
-// A GUID's text as its 16 bytes in memory; zeros if it is malformed.
-static std::string GuidBytes(const std::string& text)
+std::string GuidBytes(const std::string& text)
 {
     std::string hex;
     for (const char c : text)

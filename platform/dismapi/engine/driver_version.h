@@ -11,4 +11,7 @@ namespace kestro::servicing {
 // image and DISM compare them.
 std::string VersionRecord(const DriverPackage& package, Architecture architecture);
 
+// A GUID's text as its 16 bytes in memory; zeros if it is malformed.
+std::string GuidBytes(const std::string& text);
+
 } // namespace kestro::servicing

@@ -78,7 +78,6 @@ HiveFile::HiveFile(const fs::path& file) : file_(file)
     hive_.reset(hivex_open(path.c_str(), HIVEX_OPEN_WRITE));
     if (!hive_)
         throw ServicingError(code::bad_hive, "cannot read the registry hive " + file.string());
-    changed_ = content.fromLog;
 }
 
 void HiveFile::CheckForChanges(const std::vector<std::string>& paths) const
@@ -99,7 +98,7 @@ HiveFile::Key HiveFile::MakeChild(Key parent, const std::string& name)
     const Key child = hivex_node_add_child(hive_.get(), parent, name.c_str());
     if (!child)
         throw SystemError("cannot make the registry key " + name);
-    changed_ = true;
+    ++changes_;
     return child;
 }
 
@@ -165,7 +164,7 @@ void HiveFile::Remove(Key key)
     const std::string name = Name(key);
     if (hivex_node_delete_child(hive_.get(), key) != 0)
         throw SystemError("cannot remove the registry key " + name);
-    changed_ = true;
+    ++changes_;
 }
 
 std::vector<HiveValue> HiveFile::Values(Key key) const
@@ -212,7 +211,7 @@ void HiveFile::Replace(Key key, const std::vector<HiveValue>& values)
     }
     if (hivex_node_set_values(hive_.get(), key, all.size(), all.data(), 0) != 0)
         throw SystemError("cannot set registry values of " + Name(key));
-    changed_ = true;
+    ++changes_;
 }
 
 static std::vector<HiveValue>::iterator FindNamed(std::vector<HiveValue>& values,
@@ -276,7 +275,6 @@ void HiveFile::Save(const fs::path& file)
     if (hivex_commit(hive_.get(), file.c_str(), 0) != 0)
         throw SystemError("cannot write the registry hive " + file.string());
     StampHive(file);
-    changed_ = false;
 }
 
 } // namespace kestro::servicing

@@ -46,8 +46,8 @@ class HiveFile {
     void Set(Key key, const std::vector<HiveValue>& values);
     bool RemoveValue(Key key, const std::string& name);
 
-    // Whether Save would write anything new.
-    bool Changed() const { return changed_; }
+    // How many changes were made. What only its logs hold is none.
+    unsigned Changes() const { return changes_; }
     void Save(const std::filesystem::path& file);
     const std::filesystem::path& Path() const { return file_; }
 
@@ -59,7 +59,7 @@ class HiveFile {
 
     std::filesystem::path file_;
     std::unique_ptr<hive_h, Close> hive_;
-    bool changed_ = false;
+    unsigned changes_ = 0;
 };
 
 } // namespace kestro::servicing
