@@ -3,6 +3,7 @@
 
 #include "codes.h"
 #include "image_store.h"
+#include "inf_package.h"
 #include "platform_log.h"
 #include "servicing_error.h"
 #include "wine_path.h"
@@ -11,12 +12,14 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 
 namespace kestro::servicing {
 
 struct Session {
     std::string root; // the image's root directory, a path of this machine
+    std::shared_ptr<PackageReader> packages;
 };
 
 // One per process, and only ever touched inside Serve, which lets one call in at a time.

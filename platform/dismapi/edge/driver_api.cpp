@@ -4,7 +4,6 @@
 #include "driver_store.h"
 #include "file_system.h"
 #include "inf_package.h"
-#include "setup_inf.h"
 
 #include <filesystem>
 
@@ -19,7 +18,7 @@ std::string WindowsText(const fs::path& hostPath)
     return Utf8(WindowsPath(hostPath.string()).data());
 }
 
-std::string InfFile(PCWSTR path)
+std::string InfPath(PCWSTR path)
 {
     const std::string inf = HostPath(path);
     if (IsDirectory(inf))
@@ -29,25 +28,24 @@ std::string InfFile(PCWSTR path)
     return inf;
 }
 
-DriverPackage ReadInf(const fs::path& inf, Architecture architecture)
+DriverPackage ReadInf(const Session& session, const fs::path& inf)
 {
-    DriverPackage package = ReadPackage(SetupInf(inf.string()), architecture);
-    package.inf = inf;
+    DriverPackage package = session.packages->Read(inf);
     package.origin = WindowsText(inf.parent_path());
     return package;
 }
 
 // An INF that cannot be read is still listed: it is in the image, and only a listing that shows it
 // lets its owner remove it.
-PackageInfo Describe(const ApiState& state, const DriverStore& store, const PublishedInf& inf,
-                     Architecture architecture)
+PackageInfo Describe(const ApiState& state, const Session& session, const DriverStore& store,
+                     const PublishedInf& inf)
 {
     PackageInfo info;
     info.publishedName = inf.name;
     info.originalFileName = WindowsText(inf.stored.value_or(inf.path));
     info.inBox = inf.inBox;
     try {
-        info.package = ReadInf(inf.path, architecture);
+        info.package = ReadInf(session, inf.path);
         info.signature = store.Signature(inf, info.package.catalog).state;
     } catch (const ServicingError& error) {
         state.log.Warning("the list shows " + inf.name + " without its details: " + error.what());
@@ -60,12 +58,12 @@ bool IsPath(const std::string& text)
     return text.find_first_of("\\/:") != std::string::npos;
 }
 
-PackageInfo DescribeInf(PCWSTR path, Architecture architecture)
+PackageInfo DescribeInf(const Session& session, PCWSTR path)
 {
     PackageInfo info;
-    const fs::path inf = InfFile(path);
+    const fs::path inf = InfPath(path);
     info.originalFileName = WindowsText(inf);
-    info.package = ReadInf(inf, architecture);
+    info.package = ReadInf(session, inf);
     if (const auto catalog = FindPath(inf.parent_path(), info.package.catalog);
         catalog && !info.package.catalog.empty())
         info.signature = CheckCatalog(*catalog, inf).state;
@@ -87,9 +85,9 @@ extern "C" HRESULT WINAPI DismAddDriver(DismSession session, PCWSTR driverPath,
 {
     return ServeInitialized("DismAddDriver", [&](ApiState& state) -> HRESULT {
         const Session& open = state.Find(session);
-        const std::string inf = InfFile(driverPath);
+        const std::string inf = InfPath(driverPath);
         DriverStore store(open.root);
-        const auto package = ReadInf(inf, ImageArchitecture(open.root));
+        const auto package = ReadInf(open, inf);
         LogAdded(state, store.Add(package, forceUnsigned), inf);
         return S_OK;
     });
@@ -117,10 +115,9 @@ extern "C" HRESULT WINAPI DismGetDrivers(DismSession session, WINBOOL allDrivers
             Refuse(code::invalid_parameter,
                    "the place for the packages or their number is missing");
         const DriverStore store(open.root);
-        const Architecture architecture = ImageArchitecture(open.root);
         std::vector<PackageInfo> packages;
         for (const auto& inf : store.List(allDrivers))
-            packages.push_back(Describe(state, store, inf, architecture));
+            packages.push_back(Describe(state, open, store, inf));
         *driverPackage = MakePackageRecords(packages);
         *count = static_cast<UINT>(packages.size());
         state.log.Info(std::to_string(*count) + " driver packages are in " + open.root);
@@ -138,15 +135,14 @@ extern "C" HRESULT WINAPI DismGetDriverInfo(DismSession session, PCWSTR driverPa
             Refuse(code::invalid_parameter,
                    "the package, the place for the drivers or their number is missing");
         const DriverStore store(open.root);
-        const Architecture architecture = ImageArchitecture(open.root);
         const std::string name = Utf8(driverPath);
         const auto published = IsPath(name) ? std::nullopt : store.Find(name);
-        const PackageInfo info = published ? Describe(state, store, *published, architecture)
-                                           : DescribeInf(driverPath, architecture);
+        const PackageInfo info =
+            published ? Describe(state, open, store, *published) : DescribeInf(open, driverPath);
         // The package is optional to the caller.
         if (driverPackage != nullptr)
             *driverPackage = MakePackageRecords({info});
-        *driver = MakeDriverRecords(info.package, architecture);
+        *driver = MakeDriverRecords(info.package, ImageArchitecture(open.root));
         *count = static_cast<UINT>(info.package.models.size());
         return S_OK;
     });

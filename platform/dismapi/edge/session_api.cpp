@@ -39,7 +39,7 @@ extern "C" HRESULT WINAPI DismOpenSession(PCWSTR imagePath, PCWSTR windowsDirect
                    "the image path or the place for the session is missing");
         const std::string root = ImageRoot(imagePath, windowsDirectory);
         *session = state.nextSession++;
-        state.sessions[*session] = {root};
+        state.sessions[*session] = {root, std::make_shared<PackageReader>(root)};
         state.log.Info("session " + std::to_string(*session) + " is open on " + root);
         return S_OK;
     });

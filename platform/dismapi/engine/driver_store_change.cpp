@@ -50,8 +50,7 @@ static void CheckPackage(const DriverPackage& package)
     if (package.classGuid.size() != 38)
         throw ServicingError(code::inf_class_invalid, name + " has a malformed ClassGuid");
     if (!package.applies)
-        throw ServicingError(code::not_supported,
-                             name + " has nothing for the image's processor architecture");
+        throw ServicingError(code::not_supported, name + " " + TextOf(package.fit));
     for (const auto& file : package.files) {
         CheckName(file.Path());
         const auto source = FindPath(package.inf.parent_path(), file.Path());
