@@ -4,7 +4,6 @@
 #include "minimal_hive.h"
 #include "scratch.h"
 #include "targets.h"
-#include "text_inf.h"
 
 #include <algorithm>
 
@@ -14,6 +13,7 @@ namespace {
 using servicing::Architecture;
 using servicing::DriverPackage;
 using servicing::DriverStore;
+using servicing::ImageWindows;
 using servicing::ServicingError;
 
 constexpr char kHive[] = "Windows/System32/config/DRIVERS";
@@ -27,10 +27,9 @@ bool StaysBelow(const std::string& path)
 }
 
 // The files that a package names exist, those that it must not reach as well.
-void MakeSource(const DriverPackage& package, const std::string& inf)
+void MakeSource(const DriverPackage& package)
 {
     const fs::path folder = package.inf.parent_path();
-    WriteFile(package.inf, inf);
     WriteFile(folder.parent_path() / "outside.sys", "outside");
     std::size_t most = 16;
     for (const auto& file : package.files) {
@@ -81,12 +80,25 @@ void Inf(const std::string& input)
     const Scratch scratch;
     fs::create_directories(scratch / "image/Windows/INF");
     WriteFile(scratch / "image" / kHive, test::MinimalHive());
-    const TextInf inf(input);
-    ReadPackage(inf, Architecture::X86);
-    DriverPackage package = ReadPackage(inf, Architecture::Amd64);
-    package.inf = scratch / "source/package.inf";
+    const fs::path file = scratch / "source/package.inf";
+    WriteFile(file, input);
+    DriverPackage package;
+    try {
+        // An INF may include itself.
+        servicing::InfLibrary library(scratch / "image");
+        const auto inf = servicing::InfFile::Open(file, 0x409);
+        servicing::ImageWindows windows;
+        windows.architecture = Architecture::X86;
+        windows.major = 6;
+        windows.minor = 1;
+        ReadPackage(inf, windows, library);
+        package = ReadPackage(inf, ImageWindows(), library);
+    } catch (const ServicingError&) {
+        return;
+    }
+    package.inf = file;
     package.origin = "Z:\\source";
-    MakeSource(package, input);
+    MakeSource(package);
     AddAndRemove(scratch, package);
 }
 

@@ -27,12 +27,8 @@ static void CheckClass(const DriverPackage& package, const std::string& name)
         throw ServicingError(code::inf_without_class, name + " names no Class and ClassGuid");
     if (package.classGuid.size() != 38)
         throw ServicingError(code::inf_class_invalid, name + " has a malformed ClassGuid");
-    if (package.applies)
-        return;
-    throw ServicingError(code::not_supported,
-                         name + (package.fit == Fit::OtherWindows
-                                     ? " has nothing for the image's version of Windows"
-                                     : " has nothing for the image's processor architecture"));
+    if (!package.applies)
+        throw ServicingError(code::not_supported, name + " " + TextOf(package.fit));
 }
 
 DriverSource::DriverSource(const DriverPackage& package) : package_(package)
