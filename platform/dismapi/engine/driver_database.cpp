@@ -106,10 +106,9 @@ void DriverDatabase::WriteSettings(Key key, const std::vector<RegistrySetting>& 
 
 static std::vector<std::string> IdsOf(const DriverModel& model)
 {
-    std::vector<std::string> ids;
-    if (!model.hardwareId.empty())
-        ids.push_back(model.hardwareId);
+    std::vector<std::string> ids{model.hardwareId};
     ids.insert(ids.end(), model.compatibleIds.begin(), model.compatibleIds.end());
+    std::erase(ids, "");
     return ids;
 }
 

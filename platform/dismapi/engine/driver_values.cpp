@@ -40,7 +40,7 @@ std::string SignerNameOf(const DriverEntry& entry)
     return entry.windows->build >= kWithSignerName ? entry.signer : "";
 }
 
-static bool HasCoInstaller(const DriverPackage& package)
+bool HasCoInstaller(const DriverPackage& package)
 {
     return std::any_of(package.configurations.begin(), package.configurations.end(),
                        [](const Configuration& one) { return one.hasCoInstaller; });

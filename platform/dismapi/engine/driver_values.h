@@ -16,6 +16,9 @@ bool HasDeviceSettings(const ImageWindows& windows);
 bool HasLockLevel(const DriverEntry& entry);
 bool HasSubmissionId(const DriverEntry& entry);
 
+// One of the package's own, beside the framework's.
+bool HasCoInstaller(const DriverPackage& package);
+
 std::string SignerNameOf(const DriverEntry& entry);
 std::uint32_t StatusFlagsOf(const DriverEntry& entry);
 

@@ -1,6 +1,7 @@
 // driver_version.cpp - the Version value of a registered package.
 #include "driver_version.h"
 
+#include "driver_values.h"
 #include "hive_values.h"
 
 #include <cctype>
@@ -58,7 +59,9 @@ std::string VersionRecord(const DriverPackage& package, Architecture architectur
                          NumberBytes(0, 4) + GuidBytes(package.classGuid) + DateBytes(package.date);
     for (auto part = package.version.rbegin(); part != package.version.rend(); ++part)
         record += NumberBytes(*part, 2);
-    return record + NumberBytes(0, 8);
+    // Seen of one package; what it means is not known.
+    constexpr std::uint64_t withCoInstaller = 0x00400000;
+    return record + NumberBytes(HasCoInstaller(package) ? withCoInstaller : 0, 8);
 }
 
 } // namespace kestro::servicing

@@ -47,12 +47,19 @@ ImageChange::~ImageChange()
 {
     std::error_code ignored;
     if (!fs::exists(folder_ / kJournal, ignored) && !fs::exists(folder_ / kTakeBack, ignored))
-        fs::remove_all(folder_, ignored);
+        RemoveFolder();
+}
+
+void ImageChange::MakeFolder()
+{
+    for (fs::path part = folder_; !IsThere(part); part = part.parent_path())
+        made_.push_back(part);
+    fs::create_directories(folder_);
 }
 
 fs::path ImageChange::NewPath()
 {
-    fs::create_directories(folder_);
+    MakeFolder();
     return folder_ / ("new" + std::to_string(next_++));
 }
 
@@ -229,10 +236,14 @@ void ImageChange::TakeBack(const Steps& steps)
     RemoveFolder();
 }
 
-void ImageChange::RemoveFolder() const
+// With those above it that were made for it and hold nothing else.
+void ImageChange::RemoveFolder()
 {
     std::error_code ignored;
     fs::remove_all(folder_, ignored);
+    for (const auto& part : made_)
+        fs::remove(part, ignored);
+    made_.clear();
 }
 
 void ImageChange::Commit()
@@ -243,7 +254,7 @@ void ImageChange::Commit()
     }
     const Steps steps = StepsInOrder();
     // With the journal, everything staged is on disk.
-    fs::create_directories(folder_);
+    MakeFolder();
     SyncFileSystem(folder_);
     WriteWholeFile(folder_ / kJournal, JournalText(steps));
     steps_.clear();

@@ -69,11 +69,13 @@ class ImageChange {
     void Do(const Step& step) const;
     void Undo(const Step& step) const;
     void TakeBack(const Steps& steps);
-    void RemoveFolder() const;
+    void MakeFolder();
+    void RemoveFolder();
 
     std::filesystem::path root_;
     std::filesystem::path folder_;
     Steps steps_;
+    std::vector<std::filesystem::path> made_; // folders above the change's own, innermost first
     unsigned next_ = 0;
 };
 

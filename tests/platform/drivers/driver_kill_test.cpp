@@ -27,6 +27,7 @@ class KilledDrivers : public DriverCase, public testing::WithParamInterface<bool
 TEST_P(KilledDrivers, WhileTheyAreAdded)
 {
     const auto other = AddBoot("other");
+    Remove(Add("third").published);
     const auto without = Snapshot();
     const auto with = [&] {
         AddCard();
@@ -57,6 +58,7 @@ TEST_P(KilledDrivers, WhileTheyAreAdded)
 TEST_P(KilledDrivers, WhileTheyAreRemoved)
 {
     AddBoot("other");
+    Remove(Add("third").published);
     const auto without = Snapshot();
     int kills = 0;
     for (bool killed = true; killed; ++kills) {
@@ -81,6 +83,7 @@ INSTANTIATE_TEST_SUITE_P(BothKinds, KilledDrivers, testing::Bool());
 TEST_F(DriverCase, ASessionThatIsKilledSavesAllOfItsPackagesOrNone)
 {
     AddBoot("other");
+    Remove(Add("third").published);
     const auto before = Snapshot();
     const auto work = [&] {
         servicing::DriverStore store(Root());

@@ -255,7 +255,8 @@ TEST_F(Mended, KeysAndValues)
     }
     Change("SYSTEM", [&](servicing::HiveFile& file) {
         file.Set(file.Find(package), {servicing::NumberValue("StatusFlags", 0)});
-        file.RemoveValue(file.Find("ControlSet002\\Services\\svcdisk"), "Owners");
+        file.Set(file.Find("ControlSet002\\Services\\svcdisk"),
+                 {servicing::TextsValue("Owners", {}), servicing::NumberValue("Start", 4)});
     });
     ExpectMended();
 }
