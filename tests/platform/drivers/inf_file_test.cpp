@@ -113,7 +113,7 @@ TEST(InfText, WhatIsNoCharacter)
     EXPECT_EQ(TextOfFile(std::string("\xFF\xFE\x00\xD8\x41\x00\x3D\xD8\x00\xDE\x00\xDC", 12)),
               none + "A\xF0\x9F\x98\x80" + none);
     EXPECT_EQ(TextOfFile(std::string("a\0b", 3)), "a b");
-    EXPECT_EQ(servicing::Utf16Of("\xF0\x9F\x98\x80"), std::string("\x3D\xD8\x00\xDE"));
+    EXPECT_EQ(servicing::Utf16Of("\xF0\x9F\x98\x80"), std::string("\x3D\xD8\x00\xDE", 4));
 }
 
 TEST(InfText, WhatIsNoInf)

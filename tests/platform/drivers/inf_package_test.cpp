@@ -127,7 +127,7 @@ TEST(InfPackage, FilesAndTheirFolders)
     const std::string text = R"([SourceDisksNames]
 1=Disk,,,\common
 [SourceDisksNames.amd64]
-2=Disk,,,.\x64\
+2=Disk,,,".\x64\"
 [SourceDisksFiles]
 a.sys=1,sub
 b.sys=1
