@@ -33,6 +33,16 @@ TEST(InfText, FieldsOfALine)
     EXPECT_EQ(Values("; nothing\n\n   ; nothing"), Texts());
 }
 
+TEST(InfText, KeysOfLines)
+{
+    const auto key = [](const std::string& line) {
+        return Inf("[A]\n" + line).Section("a").at(0).Key();
+    };
+    EXPECT_EQ(key("\"a key\" = b"), "a key");
+    EXPECT_EQ(key("a, b"), "");
+    EXPECT_EQ(key("alone"), "alone");
+}
+
 TEST(InfText, QuotationMarks)
 {
     EXPECT_EQ(Values("\" a, b; c \",d"), (Texts{" a, b; c ", "d"}));

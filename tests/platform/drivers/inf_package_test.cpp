@@ -142,6 +142,11 @@ d.dll=2,deep\er
               (Texts{"common/sub/a.sys", "common/b.sys", "c.sys"}));
 }
 
+TEST(InfPackage, AFileThatIsListedWithoutItsDisk)
+{
+    EXPECT_EQ(Paths(Read("[SourceDisksFiles]\na.sys\n")), Texts{"a.sys"});
+}
+
 TEST(InfPackage, FilesInACabinet)
 {
     EXPECT_EQ(Paths(Read("[SourceDisksNames]\n1=Disk,all.cab,,x64\n[SourceDisksFiles]\na.sys=1\n")),
