@@ -66,7 +66,7 @@ PackageInfo DescribeInf(const Session& session, PCWSTR path)
     info.package = ReadInf(session, inf);
     if (const auto catalog = FindPath(inf.parent_path(), info.package.catalog);
         catalog && !info.package.catalog.empty())
-        info.signature = CheckCatalog(*catalog, inf).state;
+        info.signature = CheckCatalog(*catalog, {{inf, inf.filename()}}).state;
     return info;
 }
 
