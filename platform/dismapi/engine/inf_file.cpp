@@ -86,6 +86,8 @@ std::vector<InfLine> InfFile::Section(const std::string& name) const
         line.values.reserve(written.values.size());
         for (const auto& value : written.values)
             line.values.push_back(FieldOf(value));
+        if (line.key.written.empty() && line.values.size() == 1)
+            line.key = line.values.front();
         size += line.Size();
         if (size > kLargestSection)
             throw ServicingError(code::setup_general_syntax,

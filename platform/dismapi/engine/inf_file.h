@@ -18,7 +18,7 @@ struct InfField {
 };
 
 struct InfLine {
-    InfField key; // empty for a line without one
+    InfField key; // without one, the value of a line that has no other; else empty
     std::vector<InfField> values;
 
     const std::string& Key() const { return key.text; }

@@ -23,8 +23,7 @@ struct Manufacturer {
 Manufacturer ManufacturerOf(const InfLine& line)
 {
     Manufacturer manufacturer;
-    // A line without a key is the name of both.
-    manufacturer.name = line.Key().empty() ? line.Field(0) : line.key;
+    manufacturer.name = line.key;
     manufacturer.sections.push_back({line.Value(0), *ParseDecoration("")});
     for (std::size_t i = 1; i < line.values.size(); ++i)
         if (const auto decoration = ParseDecoration(line.Value(i));

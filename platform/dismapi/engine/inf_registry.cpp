@@ -54,13 +54,21 @@ std::string Text(const std::string& utf8)
     return Utf16Of(utf8) + std::string(2, '\0');
 }
 
-std::string Texts(const InfLine& line)
+std::string Texts(const std::vector<std::string>& texts)
 {
     std::string data;
-    for (std::size_t i = kData; i < line.values.size(); ++i)
-        if (!line.Value(i).empty())
-            data += Text(line.Value(i));
+    for (const auto& text : texts)
+        if (!text.empty())
+            data += Text(text);
     return data + std::string(2, '\0');
+}
+
+std::string Texts(const InfLine& line)
+{
+    std::vector<std::string> texts;
+    for (std::size_t i = kData; i < line.values.size(); ++i)
+        texts.push_back(line.Value(i));
+    return Texts(texts);
 }
 
 std::string Number(std::uint64_t number, int bytes)
@@ -155,7 +163,27 @@ std::optional<RegistrySetting> SettingOf(const InfLine& line, bool deletes)
     return setting;
 }
 
+RegistrySetting Own(const std::string& name, std::uint32_t type, const std::string& data)
+{
+    RegistrySetting setting;
+    setting.root = "HKR";
+    setting.name = name;
+    setting.type = type;
+    setting.data = data;
+    return setting;
+}
+
 } // namespace
+
+RegistrySetting NumberSetting(const std::string& name, std::uint32_t number)
+{
+    return Own(name, kNumber, Number(number, 4));
+}
+
+RegistrySetting TextsSetting(const std::string& name, const std::vector<std::string>& texts)
+{
+    return Own(name, kTexts, Texts(texts));
+}
 
 std::vector<RegistrySetting> ReadSettings(InfReader& reader, const PlacedLines& section)
 {

@@ -9,4 +9,8 @@ namespace kestro::servicing {
 // Those of one section, deletions first as Windows does them.
 std::vector<RegistrySetting> ReadSettings(InfReader& reader, const PlacedLines& section);
 
+// Values of the HKR key itself.
+RegistrySetting NumberSetting(const std::string& name, std::uint32_t number);
+RegistrySetting TextsSetting(const std::string& name, const std::vector<std::string>& texts);
+
 } // namespace kestro::servicing

@@ -4,6 +4,8 @@
 #include "inf_number.h"
 #include "inf_registry.h"
 
+#include <optional>
+
 namespace kestro::servicing {
 
 DirectoryPath DirectoryPathOf(const std::string& text)
@@ -36,6 +38,20 @@ static void ReadDependencies(const InfLine& line, ServiceInstall& service)
     }
 }
 
+// What is a value of the service's key by another name. Older Windows do not look at them.
+static std::optional<RegistrySetting> DirectiveOf(const InfLine& line)
+{
+    for (const char* const number : {"BootFlags", "DelayedAutostart", "ServiceSidType"})
+        if (EqualNames(line.Key(), number))
+            return NumberSetting(number, Number(line));
+    if (!EqualNames(line.Key(), "RequiredPrivileges"))
+        return std::nullopt;
+    std::vector<std::string> privileges;
+    for (const auto& [written, privilege] : line.values)
+        privileges.push_back(privilege);
+    return TextsSetting("RequiredPrivileges", privileges);
+}
+
 static void ReadServiceLine(const InfLine& line, ServiceInstall& service)
 {
     const std::string key = LowerCase(line.Key());
@@ -57,6 +73,8 @@ static void ReadServiceLine(const InfLine& line, ServiceInstall& service)
         service.startName = line.Value(0);
     else if (key == "dependencies")
         ReadDependencies(line, service);
+    else if (auto setting = DirectiveOf(line))
+        service.directives.push_back(std::move(*setting));
 }
 
 static EventLog ReadEventLog(InfReader& reader, const PlacedLine& added)

@@ -33,6 +33,16 @@ TEST(InfText, FieldsOfALine)
     EXPECT_EQ(Values("; nothing\n\n   ; nothing"), Texts());
 }
 
+TEST(InfText, KeysOfLines)
+{
+    const auto key = [](const std::string& line) {
+        return Inf("[A]\n" + line).Section("a").at(0).Key();
+    };
+    EXPECT_EQ(key("\"a key\" = b"), "a key");
+    EXPECT_EQ(key("a, b"), "");
+    EXPECT_EQ(key("alone"), "alone");
+}
+
 TEST(InfText, QuotationMarks)
 {
     EXPECT_EQ(Values("\" a, b; c \",d"), (Texts{" a, b; c ", "d"}));
@@ -113,7 +123,7 @@ TEST(InfText, WhatIsNoCharacter)
     EXPECT_EQ(TextOfFile(std::string("\xFF\xFE\x00\xD8\x41\x00\x3D\xD8\x00\xDE\x00\xDC", 12)),
               none + "A\xF0\x9F\x98\x80" + none);
     EXPECT_EQ(TextOfFile(std::string("a\0b", 3)), "a b");
-    EXPECT_EQ(servicing::Utf16Of("\xF0\x9F\x98\x80"), std::string("\x3D\xD8\x00\xDE"));
+    EXPECT_EQ(servicing::Utf16Of("\xF0\x9F\x98\x80"), std::string("\x3D\xD8\x00\xDE", 4));
 }
 
 TEST(InfText, WhatIsNoInf)

@@ -169,6 +169,40 @@ Critical=3
     EXPECT_EQ(helper.eventLogs.at(0).name, "Kestro Log");
 }
 
+TEST(InfServices, ValuesThatAreDirectives)
+{
+    const auto service = Installed("[Install.Services]\nAddService=kssample,2,Driver\n[Driver]\n"
+                                   "bootflags=0x14\nServiceSidType=1\nDelayedAutoStart=1\n"
+                                   "RequiredPrivileges=SeAuditPrivilege,SeBackupPrivilege\n")
+                             .services.at(0);
+    std::string names;
+    for (const auto& directive : service.directives) {
+        EXPECT_EQ(directive.root + directive.key, "HKR");
+        names += directive.name + " ";
+    }
+    EXPECT_EQ(names, "BootFlags ServiceSidType DelayedAutostart RequiredPrivileges ");
+    EXPECT_EQ(service.directives[0].data, std::string("\x14\0\0\0", 4));
+    EXPECT_EQ(service.directives[3].type, 7u);
+    EXPECT_EQ(service.directives[3].data,
+              Wide("SeAuditPrivilege") + Wide("SeBackupPrivilege") + std::string(2, '\0'));
+    EXPECT_TRUE(service.settings.empty());
+}
+
+TEST(InfServices, NamesThatAreMoreThanAToken)
+{
+    const auto name = [](const std::string& written) {
+        return Installed("[Install.Services]\nAddService=a,2,S\n[S]\nDisplayName=" + written +
+                         "\n[Strings]\na=one\nb=two\n")
+            .services.at(0)
+            .displayName;
+    };
+    EXPECT_TRUE(name("%a%").IsToken());
+    EXPECT_FALSE(name("%a% %b%").IsToken());
+    EXPECT_EQ(name("%a% %b%").meaning, "one two");
+    EXPECT_FALSE(name("%none%").IsToken());
+    EXPECT_FALSE(name("plain").IsToken());
+}
+
 TEST(InfServices, ADeviceWithoutAServiceOfItsOwn)
 {
     const auto found =

@@ -127,7 +127,7 @@ TEST(InfPackage, FilesAndTheirFolders)
     const std::string text = R"([SourceDisksNames]
 1=Disk,,,\common
 [SourceDisksNames.amd64]
-2=Disk,,,.\x64\
+2=Disk,,,".\x64\"
 [SourceDisksFiles]
 a.sys=1,sub
 b.sys=1
@@ -140,6 +140,11 @@ d.dll=2,deep\er
               (Texts{"x64/A.SYS", "x64/deep/er/d.dll", "common/b.sys", "c.sys"}));
     EXPECT_EQ(Paths(Read(text, Windows(10, 0, 19041, Architecture::X86))),
               (Texts{"common/sub/a.sys", "common/b.sys", "c.sys"}));
+}
+
+TEST(InfPackage, AFileThatIsListedWithoutItsDisk)
+{
+    EXPECT_EQ(Paths(Read("[SourceDisksFiles]\na.sys\n")), Texts{"a.sys"});
 }
 
 TEST(InfPackage, FilesInACabinet)

@@ -164,6 +164,15 @@ TEST(InfSelection, EachManufacturerByItself)
     EXPECT_EQ(package.osVersionFloor, 0x0A000000u);
 }
 
+TEST(InfSelection, AManufacturerWhoseNameIsItsSections)
+{
+    const auto package =
+        Read("[Manufacturer]\n\"Kestro Samples\"\n[Kestro Samples]\nSample=Install,<a>\n",
+             Windows(6, 1, 7601, Architecture::X86));
+    ASSERT_EQ(package.models.size(), 1u);
+    EXPECT_EQ(package.models[0].manufacturer, "Kestro Samples");
+}
+
 TEST(InfSelection, TheLowestWindowsItIsFor)
 {
     const auto floor = [](const char* decoration) {
