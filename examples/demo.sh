@@ -51,8 +51,8 @@ rm "$work/mount/Windows/System32/large.bin"
 echo "   hosts changed, new.txt added, large.bin removed"
 
 say "Add a driver package"
-packages=tests/fixtures/drivers/tidepool
-kestro driver add "$work/mount" "$packages/tidepoolhid.inf"
+packages=build/platform/samples/drivers/signed
+kestro driver add "$work/mount" "$packages/kestrohid.inf"
 kestro driver list "$work/mount"
 
 say "Unmount it, saving the changes"
@@ -69,8 +69,8 @@ contains() { inside "$1" | grep -q "$2"; }
 expect "hosts holds the new line" contains /Windows/System32/hosts deployment
 expect "new.txt is in the image" contains /Windows/new.txt "made by the demo"
 expect "large.bin is gone" absent /Windows/System32/large.bin
-expect "the driver's INF is in the image" same_as "$packages/tidepoolhid.inf" /Windows/INF/oem0.inf
-expect "its catalog is in the image" same_as "$packages/tidepoolhid.cat" \
+expect "the driver's INF is in the image" same_as "$packages/kestrohid.inf" /Windows/INF/oem0.inf
+expect "its catalog is in the image" same_as "$packages/kestrohid.cat" \
     "/Windows/System32/CatRoot/{F750E6C3-38EE-11D1-85E5-00C04FC295EE}/oem0.cat"
 
 say "A disk with partitions, made with sfdisk"

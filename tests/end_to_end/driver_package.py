@@ -1,5 +1,4 @@
-"""Driver packages for the tests: the makers' INFs and catalogs, with a placeholder for every file that
-an INF names, and a hive for the image."""
+"""Driver packages for the tests, which the build makes, and a hive for the image."""
 
 import os
 import re
@@ -8,14 +7,17 @@ import struct
 
 from kestro_case import SOURCE
 
-FIXTURES = os.path.join(SOURCE, "tests", "fixtures", "drivers")
-INFS = ("ftdibus.inf", "ftdiport.inf", "phdc.inf", "tidepoolhid.inf", "tidepoolvcp.inf", "webusb.inf")
+SAMPLES = os.path.join(SOURCE, "build", "platform", "samples", "drivers")
+INFS = ("kestrobus.inf", "kestrodisplay.inf", "kestrohealth.inf", "kestrohid.inf", "kestroport.inf",
+        "kestrostor.inf")
 
 
 def _entries(path):
     """(section, key, values) of every line with a key; names in lower case."""
     section = ""
-    with open(path, encoding="latin-1") as file:
+    with open(path, "rb") as file:
+        encoding = "utf-16" if file.read(2) == b"\xff\xfe" else "latin-1"
+    with open(path, encoding=encoding) as file:
         for line in file:
             line = line.split(";")[0].strip()
             header = re.fullmatch(r"\[(.*)\]", line)
@@ -41,16 +43,10 @@ def payload(inf):
             yield os.path.join(disks.get(values[0], ""), folder, key)
 
 
-def make_packages(destination, maker="tidepool"):
-    """Copies a maker's packages and returns the INFs' paths in the order of their names."""
-    shutil.copytree(os.path.join(FIXTURES, maker), destination)
-    infs = sorted(name for name in os.listdir(destination) if name.lower().endswith(".inf"))
-    for name in infs:
-        for path in payload(os.path.join(destination, name)):
-            file = os.path.join(destination, path)
-            os.makedirs(os.path.dirname(file), exist_ok=True)
-            with open(file, "w") as stream:
-                stream.write("placeholder for %s\n" % path)
+def make_packages(destination, which="signed"):
+    """Copies the packages and returns the INFs' paths in the order of their names."""
+    shutil.copytree(os.path.join(SAMPLES, which), destination)
+    infs = sorted(name for name in os.listdir(destination) if name.endswith(".inf"))
     return [os.path.join(destination, name) for name in infs]
 
 

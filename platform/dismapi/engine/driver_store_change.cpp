@@ -61,20 +61,31 @@ static void CheckPackage(const DriverPackage& package)
     }
 }
 
+// The INF and every file that it names.
+static std::vector<PackageFile> FilesOf(const DriverPackage& package)
+{
+    std::vector<PackageFile> files{{package.inf, package.inf.filename()}};
+    for (const auto& file : package.files) {
+        const auto path = FindPath(package.inf.parent_path(), file.Path());
+        if (!path)
+            throw ServicingError(code::file_not_found, file.Path() + " has just disappeared");
+        files.push_back({*path, file.Path()});
+    }
+    return files;
+}
+
 static CatalogVerdict CheckSignature(const DriverPackage& package,
                                      const std::optional<fs::path>& catalog, bool forceUnsigned)
 {
-    auto verdict = catalog ? CheckCatalog(*catalog, {{package.inf, package.inf.filename()}})
-                           : CatalogVerdict();
+    auto verdict = catalog ? CheckCatalog(*catalog, FilesOf(package)) : CatalogVerdict();
     if (verdict.state == CatalogState::Signed || forceUnsigned)
         return verdict;
     const std::string name = package.inf.filename().string();
-    const Code code =
-        verdict.state == CatalogState::Missing ? code::package_unsigned : CodeOf(verdict.state);
     if (package.catalog.empty())
-        throw ServicingError(code, name + " is unsigned: it names no catalog");
-    throw ServicingError(code, name + " is unsigned: its catalog " + package.catalog + " " +
-                                   (catalog ? verdict.reason : "is missing"));
+        throw ServicingError(CodeOf(verdict.state), name + " is unsigned: it names no catalog");
+    throw ServicingError(CodeOf(verdict.state), name + " is unsigned: its catalog " +
+                                                    package.catalog + " " +
+                                                    (catalog ? verdict.reason : "is missing"));
 }
 
 // The hash of a package's files as they lie below `folder`; nothing if one is missing.
