@@ -1,7 +1,6 @@
 """Driver packages for the tests, which the build makes, and a hive for the image."""
 
 import os
-import re
 import shutil
 import struct
 
@@ -12,35 +11,14 @@ INFS = ("kestrobus.inf", "kestrodisplay.inf", "kestrohealth.inf", "kestrohid.inf
         "kestrostor.inf")
 
 
-def _entries(path):
-    """(section, key, values) of every line with a key; names in lower case."""
-    section = ""
-    with open(path, "rb") as file:
-        encoding = "utf-16" if file.read(2) == b"\xff\xfe" else "latin-1"
-    with open(path, encoding=encoding) as file:
-        for line in file:
-            line = line.split(";")[0].strip()
-            header = re.fullmatch(r"\[(.*)\]", line)
-            if header:
-                section = header[1].lower()
-            elif "=" in line:
-                key, value = line.split("=", 1)
-                yield section, key.strip(), [part.strip().strip('"') for part in value.split(",")]
-
-
-def _folder(text):
-    return text.replace("\\", "/").strip("/")
-
-
 def payload(inf):
-    """Paths of the files that the INF names, below its folder."""
-    entries = list(_entries(inf))
-    disks = {key: _folder(values[3]) if len(values) > 3 else ""
-             for section, key, values in entries if section.startswith("sourcedisksnames")}
-    for section, key, values in entries:
-        if section.startswith("sourcedisksfiles"):
-            folder = _folder(values[1]) if len(values) > 1 else ""
-            yield os.path.join(disks.get(values[0], ""), folder, key)
+    """Paths of the files that the INF names for amd64, below its folder."""
+    with open(inf, "rb") as file:
+        text = file.read().replace(b"\0", b"").lower()  # one of them is UTF-16
+    for folder in ("amd64", "firmware"):
+        for name in sorted(os.listdir(os.path.join(os.path.dirname(inf), folder))):
+            if name.encode() in text:
+                yield os.path.join(folder, name)
 
 
 def make_packages(destination, which="signed"):
