@@ -222,9 +222,10 @@ TreeChanges ImageStore::FindChanges(const MountEntry& entry, const TreeState& no
     const WimFile wim(record.image, WimFile::Access::Read, false, {});
     for (const std::string& path : changes.touched) {
         const FileState& file = now.at(path);
-        const bool same = file.type == FileType::File &&
-                          (file.size == 0 || wim.ContentHash(record.index, path) ==
-                                                 HashOfFile(record.directory + path));
+        const auto saved = wim.Find(record.index, path);
+        const bool same =
+            file.type == FileType::File &&
+            (file.size == 0 || (saved && saved->hash == HashOfFile(record.directory + path)));
         if (!same)
             changes.added.push_back(path);
     }

@@ -240,20 +240,25 @@ void WimFile::Extract(unsigned index, const std::string& directory) const
     });
 }
 
-std::string WimFile::ContentHash(unsigned index, const std::string& path) const
+std::optional<SavedFile> WimFile::Find(unsigned index, const std::string& path) const
 {
-    std::string hash;
+    SavedFile file;
     const auto keep = [](const wimlib_dir_entry* entry, void* context) {
-        const auto& stream = entry->streams[0].resource;
-        static_cast<std::string*>(context)->assign(reinterpret_cast<const char*>(stream.sha1_hash),
-                                                   sizeof stream.sha1_hash);
+        auto& found = *static_cast<SavedFile*>(context);
+        const auto& hash = entry->streams[0].resource.sha1_hash;
+        found.modified = Nanoseconds(entry->last_write_time);
+        if (std::any_of(std::begin(hash), std::end(hash), [](auto byte) { return byte != 0; }))
+            found.hash.assign(reinterpret_cast<const char*>(hash), sizeof hash);
         return 0;
     };
+    bool missing = false;
     Check("cannot look at " + path + " in " + path_, [&] {
-        return wimlib_iterate_dir_tree(wim_.get(), static_cast<int>(index), path.c_str(), 0, keep,
-                                       &hash);
+        const int error = wimlib_iterate_dir_tree(wim_.get(), static_cast<int>(index), path.c_str(),
+                                                  0, keep, &file);
+        missing = error == WIMLIB_ERR_PATH_DOES_NOT_EXIST || error == WIMLIB_ERR_NOTDIR;
+        return missing ? 0 : error;
     });
-    return hash;
+    return missing ? std::nullopt : std::optional(file);
 }
 
 void WimFile::Apply(unsigned index, const std::string& directory, const TreeChanges& changes)
