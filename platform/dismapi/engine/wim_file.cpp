@@ -289,11 +289,13 @@ void WimFile::Apply(unsigned index, const std::string& directory, const TreeChan
     });
 }
 
-void WimFile::Save(bool integrity)
+void WimFile::Save(const WriteOptions& options)
 {
-    int flags = WIMLIB_WRITE_FLAG_FSYNC;
-    if (integrity)
+    int flags = 0;
+    if (options.integrity)
         flags |= WIMLIB_WRITE_FLAG_CHECK_INTEGRITY;
+    if (options.rebuild)
+        flags |= WIMLIB_WRITE_FLAG_REBUILD;
     Check("cannot write " + path_, [&] { return wimlib_overwrite(wim_.get(), flags, 0); });
 }
 

@@ -23,14 +23,15 @@ class Killed : public ImageCase {
     {
         const std::string mark = std::to_string(generation);
         EXPECT_EQ(FileInImage("/Windows/System32/hosts"), "generation " + mark);
-        EXPECT_EQ(FileInImage("/Windows/large.bin"),
-                  Noise(static_cast<unsigned>(generation), 90'000));
+        EXPECT_TRUE(FileInImage("/Windows/large.bin") ==
+                    Noise(static_cast<unsigned>(generation), 90'000));
         EXPECT_EQ(FileInImage("/Windows/new" + mark + "/file.txt"), mark);
     }
     void ExpectOldOr(const std::string& before, int generation) const
     {
         ExpectValidImage();
-        if (ReadFile(Image()) != before)
+        // An append that was killed leaves the old file, with something behind it that means nothing.
+        if (!ReadFile(Image()).starts_with(before))
             ExpectGeneration(generation);
     }
     // Neither more nor less than a call that finds no mount any more may answer.

@@ -70,7 +70,7 @@ void ReplayCase::SetUp()
 {
     ImageCase::SetUp();
     SKIP_UNLESS_LAYERED(folder_);
-    for (const char* name : {"lower", "saved", "staging"})
+    for (const char* name : {"lower", "staging"})
         fs::create_directory(folder_ / name);
 }
 
@@ -80,6 +80,14 @@ void ReplayCase::TearDown()
         while (umount2(directory.c_str(), MNT_DETACH) == 0) {
         }
     ImageCase::TearDown();
+}
+
+// A process that shows an image may still be on its way out of the last one.
+std::string ReplayCase::NewDirectory() const
+{
+    std::string pattern = folder_ / "saved-XXXXXX";
+    EXPECT_NE(mkdtemp(pattern.data()), nullptr);
+    return pattern;
 }
 
 void ReplayCase::Lay()
@@ -114,7 +122,7 @@ void ReplayCase::Save(const servicing::Progress& progress)
     EXPECT_TRUE(kept == now);
     if (!plan.Empty()) {
         const fs::path next = folder_ / "next.wim";
-        const std::string saved = folder_ / "saved";
+        const std::string saved = NewDirectory();
         fs::copy_file(Image(), next, fs::copy_options::overwrite_existing);
         Shell("wimlib-imagex mountrw " + next.string() + " 1 " + saved +
               " --streams-interface=none --staging-dir=" + (folder_ / "staging").string());
@@ -145,7 +153,7 @@ void ReplayCase::PutBack()
 
 void ReplayCase::ExpectSaved() const
 {
-    const std::string saved = folder_ / "saved";
+    const std::string saved = NewDirectory();
     ExpectValidImage();
     Shell("wimlib-imagex mount " + Image().string() + " 1 " + saved + " --streams-interface=none");
     EXPECT_EQ(ViewOf(Mounted()), ViewOf(saved));

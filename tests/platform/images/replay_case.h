@@ -34,6 +34,7 @@ class ReplayCase : public ImageCase {
     // The image holds what the overlay shows.
     void ExpectSaved() const;
     std::string Details() const;
+    std::string NewDirectory() const;
 
     std::string Lower() const { return folder_ / "lower"; }
     std::string Upper() const { return folder_ / ("upper" + std::to_string(generation_)); }

@@ -164,7 +164,7 @@ TEST_F(Replay, LinksOfBothKinds)
     const auto link = [&](const std::string& to) { fs::create_hard_link(In(hosts), In(to)); };
     const auto expectLinks = [&](nlink_t expected) {
         struct stat status = {};
-        const std::string saved = folder_ / "saved";
+        const std::string saved = NewDirectory();
         Shell("wimlib-imagex mount " + Image().string() + " 1 " + saved);
         EXPECT_EQ(lstat((saved + hosts).c_str(), &status), 0);
         Shell("umount " + saved);
