@@ -171,11 +171,15 @@ wimlib_wim_info WimFile::Info() const
     return info;
 }
 
-void WimFile::RequireMountable() const
+void WimFile::RequireMountable(unsigned index) const
 {
     if (Info().compression_type == WIMLIB_COMPRESSION_TYPE_LZMS)
         throw ServicingError(code::compression_not_mountable,
-                             path_ + " has a compression that cannot be mounted (LZMS)");
+                             path_ +
+                                 " has a compression whose files cannot be changed one by one "
+                                 "(LZMS): mount it read-only, or make an ordinary image of it: "
+                                 "wimlib-imagex export '" +
+                                 path_ + "' " + std::to_string(index) + " NEW.wim --compress=LZX");
 }
 
 void WimFile::RequireImage(unsigned index) const

@@ -32,7 +32,7 @@ class WimFile {
     WimFile& operator=(const WimFile&) = delete;
 
     // Read-write mounts need a compression whose files can be changed one by one.
-    void RequireMountable() const;
+    void RequireMountable(unsigned index) const;
     // Images are counted from 1.
     void RequireImage(unsigned index) const;
     unsigned FindImage(const std::string& name) const;
