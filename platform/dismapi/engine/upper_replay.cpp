@@ -85,7 +85,7 @@ void Replayer::Run()
     for (const File& file : plan_.files)
         PutFile(file);
     SetTimes();
-    if (root && !touched_.contains(""))
+    if (root && !holding_.empty() && !touched_.contains(""))
         CopyTimes(*root, places_.target);
 }
 
@@ -214,9 +214,12 @@ bool Replayer::PutContent(const Name& name, bool inPlace)
         throw SystemError("cannot open " + from);
     if (!inPlace)
         Remove(name.path);
-    const FileDescriptor target(
-        open(to.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | (inPlace ? O_TRUNC : O_CREAT | O_EXCL),
-             status.st_mode & 07777));
+    else if (truncate(to.c_str(), 0) != 0) // opened first, the old content would be read
+        throw SystemError("cannot write " + to);
+    const FileDescriptor target(open(to.c_str(),
+                                     O_RDWR | O_NOFOLLOW | O_CLOEXEC |
+                                         (inPlace ? 0 : O_CREAT | O_EXCL),
+                                     status.st_mode & 07777));
     if (!target)
         throw SystemError("cannot write " + to);
     if (!inPlace)
@@ -246,7 +249,8 @@ void Replayer::PutLink(const Name& name)
     }
     if (!same) {
         Remove(name.path);
-        if (symlink(rest.c_str(), At(name.path).c_str()) != 0)
+        const std::string& target = places_.kind == ReplayTarget::Image ? rest : text;
+        if (symlink(target.c_str(), At(name.path).c_str()) != 0)
             throw SystemError("cannot create the link " + At(name.path));
         Touch(name.path);
     }
@@ -275,9 +279,12 @@ void Replayer::SetTimes()
     std::set<std::string> directories = touched_;
     for (const Directory& directory : plan_.directories)
         directories.insert(directory.path);
-    for (const std::string& path : directories)
-        if (const auto status = Look(places_.upper + path))
-            CopyTimes(*status, At(path));
+    // One that has its time keeps the others too.
+    for (const std::string& path : directories) {
+        const auto wanted = Look(places_.upper + path), is = Look(At(path));
+        if (wanted && is && Nanoseconds(wanted->st_mtim) / 100 != Nanoseconds(is->st_mtim) / 100)
+            CopyTimes(*wanted, At(path));
+    }
 }
 
 void Replayer::Advance(long long bytes)

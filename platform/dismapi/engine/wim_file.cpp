@@ -171,11 +171,15 @@ wimlib_wim_info WimFile::Info() const
     return info;
 }
 
-void WimFile::RequireMountable() const
+void WimFile::RequireMountable(unsigned index) const
 {
     if (Info().compression_type == WIMLIB_COMPRESSION_TYPE_LZMS)
         throw ServicingError(code::compression_not_mountable,
-                             path_ + " has a compression that cannot be mounted (LZMS)");
+                             path_ +
+                                 " has a compression whose files cannot be changed one by one "
+                                 "(LZMS): mount it read-only, or make an ordinary image of it: "
+                                 "wimlib-imagex export '" +
+                                 path_ + "' " + std::to_string(index) + " NEW.wim --compress=LZX");
 }
 
 void WimFile::RequireImage(unsigned index) const
@@ -297,6 +301,16 @@ void WimFile::Save(const WriteOptions& options)
     if (options.rebuild)
         flags |= WIMLIB_WRITE_FLAG_REBUILD;
     Check("cannot write " + path_, [&] { return wimlib_overwrite(wim_.get(), flags, 0); });
+}
+
+void CommitShownImage(const std::string& directory, const WriteOptions& options)
+{
+    int flags = WIMLIB_UNMOUNT_FLAG_COMMIT;
+    if (options.integrity)
+        flags |= WIMLIB_UNMOUNT_FLAG_CHECK_INTEGRITY;
+    if (options.rebuild)
+        flags |= WIMLIB_UNMOUNT_FLAG_REBUILD;
+    Check("cannot save the image", [&] { return wimlib_unmount_image(directory.c_str(), flags); });
 }
 
 std::string HashOfFile(const std::string& path)

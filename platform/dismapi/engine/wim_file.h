@@ -44,7 +44,7 @@ class WimFile {
     WimFile& operator=(const WimFile&) = delete;
 
     // Read-write mounts need a compression whose files can be changed one by one.
-    void RequireMountable() const;
+    void RequireMountable(unsigned index) const;
     // Images are counted from 1.
     void RequireImage(unsigned index) const;
     unsigned FindImage(const std::string& name) const;
@@ -75,6 +75,9 @@ class WimFile {
     unsigned lastPercent_ = 0;
     std::unique_ptr<WIMStruct, Free> wim_;
 };
+
+// Saves what was changed in an image that a process shows for writing. The process then ends.
+void CommitShownImage(const std::string& directory, const WriteOptions& options);
 
 // The SHA-1 of a file on disk, as bytes.
 std::string HashOfFile(const std::string& path);

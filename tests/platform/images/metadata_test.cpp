@@ -25,7 +25,6 @@ class Metadata : public ReplayCase {
             GTEST_SKIP() << "mkntfs and ntfs-3g are not here";
         MakeImage();
         before_ = Facts();
-        Lay();
     }
     void MakeImage();
     // Of each path what wimlib-imagex says of it, but for how others are linked and stored.
@@ -132,6 +131,7 @@ std::string Metadata::Lasting(const std::string& facts)
 
 TEST_F(Metadata, OfAChangedFileStays)
 {
+    Lay();
     for (const char* const fact : {"\"SYS~1\"", "0x00002020", "stream \"stream\"", "0100048030"})
         ASSERT_NE(before_.at(kHive).find(fact), std::string::npos) << fact << before_.at(kHive);
     std::ofstream(In(kHive)) << "changed in its place";
@@ -155,6 +155,7 @@ TEST_F(Metadata, OfAChangedFileStays)
 
 TEST_F(Metadata, OfEverythingInAMovedDirectoryStays)
 {
+    Lay();
     fs::rename(In(kConfig), In("/moved"));
     std::ofstream(In("/moved/SYSTEM")) << "changed in a moved directory";
     Save();
@@ -172,6 +173,7 @@ TEST_F(Metadata, OfEverythingInAMovedDirectoryStays)
 
 TEST_F(Metadata, OfALinkGroupStaysWithTheOtherNames)
 {
+    Lay();
     const std::string font = "/Windows/Fonts/untouched font.ttf";
     std::ofstream(In("/Windows/link1")) << "a file of its own";
     fs::remove(In("/Windows/link3"));
@@ -182,6 +184,32 @@ TEST_F(Metadata, OfALinkGroupStaysWithTheOtherNames)
         EXPECT_NE(Facts()[name].find("Link Count          = 2"), std::string::npos);
     }
     ExpectUntouchedBut({font, "/Windows", "/Windows/link1", "/Windows/link2"});
+}
+
+// However the image is mounted: several saves in one mount, and the last one with the unmount.
+TEST_F(Metadata, StaysWhenTheStoreSaves)
+{
+    for (const auto way : {servicing::MountWay::Lazy, servicing::MountWay::Extracted}) {
+        SCOPED_TRACE(way == servicing::MountWay::Lazy ? "lazy" : "extracted");
+        auto request = Request();
+        request.way = way;
+        Store().Mount(request);
+        for (int save = 0; save < 3; ++save) {
+            std::ofstream(In(kHive)) << "changed in its place " << save;
+            WriteFile(In(kConfig + "/new"), "changed by a rename " + std::to_string(save));
+            fs::rename(In(kConfig + "/new"), In(kConfig + "/SOFTWARE"));
+            if (save < 2)
+                EXPECT_TRUE(Store().Commit(Mounted(), {}));
+            else
+                Commit();
+            ExpectValidImage();
+            EXPECT_EQ(FileInImage(kHive), "changed in its place " + std::to_string(save));
+            ExpectKept(kHive, kHive);
+            ExpectKept(kConfig + "/SOFTWARE", kConfig + "/SOFTWARE");
+            ExpectUntouchedBut({kHive, kConfig, kConfig + "/SOFTWARE"});
+        }
+        ExpectNothingLeft();
+    }
 }
 
 } // namespace
