@@ -45,6 +45,7 @@ class WimHeader {
     bool IsPipable() const { return bytes_.starts_with("WLPWM"); }
     bool MayBeSolid() const { return Number(12, 4) != 0x10D00; }
     unsigned ImageCount() const { return static_cast<unsigned>(Number(44, 4)); }
+    unsigned Parts() const { return static_cast<unsigned>(Number(42, 2)); }
     std::uint32_t ChunkSize() const { return static_cast<std::uint32_t>(Number(20, 4)); }
     std::uint32_t Flags() const { return static_cast<std::uint32_t>(Number(kFlagsAt, 4)); }
     WimResource BlobTable() const { return WimResource::Parse(bytes_.data() + 48); }

@@ -76,9 +76,9 @@ TEST_F(Append, EveryKindOfFileThatCanBe)
 TEST_F(Append, IntegrityDataThatIsThereCoversWhatIsNew)
 {
     // More than the 10 MiB that one hash is of, and not a multiple of them.
-    WriteFile(folder_ / "tree/large.bin", Noise(3, 21'000'000));
+    WriteFile(folder_ / "tree/large.bin", std::string(11'000'000, 'l'));
     Capture("--compress=none --check");
-    for (const int save : {1, 2, 3}) {
+    for (const int save : {1, 2}) {
         const std::string before = ReadFile(Image());
         const auto inode = Inode();
         ChangeAndCommit("save " + std::to_string(save), save == 2);
@@ -178,7 +178,7 @@ TEST_F(Append, SpaceThatIsNotUsedIsGivenBackAtAnUnmount)
 {
     Capture("--compress=none");
     Mount();
-    WriteFile(folder_ / "mount/large.bin", Noise(5, 70 << 20));
+    WriteFile(folder_ / "mount/large.bin", std::string(70 << 20, 'l'));
     Store().Commit(Mounted(), {});
     fs::remove(folder_ / "mount/large.bin");
     Store().Commit(Mounted(), {});
