@@ -76,7 +76,9 @@ TEST_F(ImageCase, UnchangedFilesKeepWhatTheImageKnowsOfThem)
 {
     fs::copy_file(fs::path(KESTRO_SAMPLES) / "empty-dacl.wim", Image(),
                   fs::copy_options::overwrite_existing);
-    const std::string details = "wimlib-imagex dir --detailed " + Image().string() + " 1";
+    // The root's entries do change, and so do its times.
+    const std::string details =
+        "wimlib-imagex dir --detailed " + Image().string() + " 1 | sed '1,/^Link/{/^Last/d}'";
     const std::string before = Shell(details);
     ASSERT_NE(before.find("Security"), std::string::npos);
 
@@ -284,6 +286,8 @@ TEST_F(ImageCase, UnmountRefusals)
 
 TEST_F(ImageCase, AnotherDirectoryUnderTheNameIsLeftAlone)
 {
+    if (IsLazy())
+        GTEST_SKIP() << "a directory that something is mounted on keeps its name";
     Mount();
     fs::rename(Mounted(), folder_ / "moved");
     EXPECT_CODE(Commit(), code::not_a_valid_mount);
@@ -356,6 +360,15 @@ class OddImages : public ImageCase {
         EXPECT_TRUE(fs::is_empty(Mounted()));
         ExpectNothingLeft();
     }
+    // Where files are read only when they are used, whoever reads a damaged one meets the damage.
+    void ExpectDamaged(const fs::path& image)
+    {
+        if (!IsLazy())
+            return ExpectRefused(image);
+        SCOPED_TRACE(image);
+        EXPECT_CODE(MountOdd(image), code::ok);
+        Discard();
+    }
     // Entries that no directory can hold are left out; nothing lands outside the directory.
     void ExpectEntries(const fs::path& image, int count)
     {
@@ -378,8 +391,9 @@ class OddImages : public ImageCase {
 TEST_F(OddImages, GiveACodeOrMountWithoutWhatIsOdd)
 {
     const fs::path samples = KESTRO_SAMPLES;
-    for (const char* name : {"wrong-hash.wim", "does-not-decompress.wim", "contains-itself.wim"})
-        ExpectRefused(samples / name);
+    for (const char* name : {"wrong-hash.wim", "does-not-decompress.wim"})
+        ExpectDamaged(samples / name);
+    ExpectRefused(samples / "contains-itself.wim");
     ExpectEntries(samples / "climbs-out.wim", 0);
     ExpectEntries(samples / "two-of-one-name.wim", 1);
     for (const char* name : {"long-path.wim", "old-linux-attributes.wim", "empty-dacl.wim"})
@@ -391,8 +405,9 @@ TEST_F(OddImages, ThatArePublished)
     const fs::path published = KESTRO_PUBLISHED;
     if (!fs::is_directory(published))
         GTEST_SKIP() << "skipped: there are no published image files in " << published;
-    for (const char* name : {"corrupted_file_1.wim", "corrupted_file_2.wim", "cyclic.wim"})
-        ExpectRefused(published / name);
+    for (const char* name : {"corrupted_file_1.wim", "corrupted_file_2.wim"})
+        ExpectDamaged(published / name);
+    ExpectRefused(published / "cyclic.wim");
     ExpectEntries(published / "dotdot.wim", 0);
     ExpectEntries(published / "duplicate_names.wim", 1);
     for (const char* name : {"longpaths.wim", "linux_xattrs_old.wim", "empty_dacl.wim"})
