@@ -32,7 +32,7 @@ struct ApiState {
     std::map<DismSession, Session> sessions;
     DismSession nextSession = 1;
 
-    ImageStore Images() const { return ImageStore(MountRecordsFolder(), log); }
+    ImageStore Images() const { return ImageStore(MountRecordsFolder(), log, ServerProgram()); }
     // Of an image that has no session yet it makes one.
     std::shared_ptr<DriverStore> DriversOf(const std::string& root) const;
     // Throws invalid_session for a handle that is not open.
@@ -55,6 +55,10 @@ const std::string& LastError();
 
 // A progress callback as the engine calls it; empty when there is none.
 Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData);
+
+// How an image that is mounted with these flags comes into its directory, by KESTRO_MOUNT in the
+// program's environment: "lazy", "extract" or neither. Who asks for a quick mount gets no slow one.
+MountWay MountWayOf(DWORD flags);
 
 // What a commit's flags ask for. Flags that ask for nothing known, or for a discard, are refused.
 CommitOptions CommitOptionsOf(DWORD flags);
