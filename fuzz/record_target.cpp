@@ -4,6 +4,7 @@
 #include "servicing_error.h"
 #include "targets.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace kestro::fuzz {

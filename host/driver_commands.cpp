@@ -2,6 +2,8 @@
 #include "inf_search.h"
 #include "session.h"
 
+#include <algorithm>
+
 namespace kestro::host {
 namespace {
 

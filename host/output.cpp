@@ -3,6 +3,7 @@
 
 #include "result_codes.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include <io.h>

@@ -10,6 +10,7 @@
 
 #include <rpcdcep.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 
