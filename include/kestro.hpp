@@ -14,6 +14,7 @@
 #define KESTRO_HPP
 
 #include "kestro/details.hpp"
+#include "kestro/disk_service.hpp"
 #include "kestro/library.hpp"
 #include "kestro/operations.hpp"
 #include "kestro/report.hpp"

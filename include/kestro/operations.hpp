@@ -5,6 +5,7 @@
 
 #include "../kestro.h"
 #include "details.hpp"
+#include "disk_service.hpp"
 #include "library.hpp"
 #include "report.hpp"
 
@@ -366,12 +367,15 @@ class Operations {
         bool forceOem = false; // also a disk with an OEM partition
         bool full = false;     // overwrite every sector
     };
+    // The disk functions are called when the disk service is ready. A clean succeeded when the disk shows it.
     // CleanDisk has no W form: the ResultFile's path must fit the ANSI code page.
     DiskOutcome CleanDisk(const std::wstring& disk, const CleanOptions& options,
                           const std::wstring& result) const
     {
         auto* const clean = library_->Get<decltype(::CleanDisk)>("CleanDisk");
         const std::string file = detail::Narrow(result);
+        if (const auto failure = AwaitDiskService())
+            return WithoutService(*failure);
         DiskOutcome outcome{Run(result,
                                 [&] {
                                     detail::ComForOneCall com;
@@ -393,6 +397,12 @@ class Operations {
                 code = detail::LastNumberAfter(outcome.report, "CoCreateInstance HRESULT:")
                            .value_or(E_FAIL);
             outcome.failure = Failure{"CleanDisk", code};
+        }
+        if (outcome.succeeded) {
+            outcome.failure = last == kDiskPartiallyCleaned
+                                  ? Failure{"CleanDisk", kDiskPartiallyCleaned}
+                                  : CheckCleaned(disk);
+            outcome.succeeded = !outcome.failure;
         }
         return outcome;
     }
@@ -490,10 +500,19 @@ class Operations {
         return outcome;
     }
 
+    static DiskOutcome WithoutService(const Failure& failure)
+    {
+        DiskOutcome outcome;
+        outcome.failure = failure;
+        return outcome;
+    }
+
     template <class Function>
     DiskOutcome ChangeDisk(const char* name, const std::wstring& disk) const
     {
         auto* const change = library_->Get<Function>(name);
+        if (const auto failure = AwaitDiskService())
+            return WithoutService(*failure);
         DiskOutcome outcome{Run(L"",
                                 [&] {
                                     detail::ComForOneCall com;
