@@ -27,11 +27,14 @@ std::wstring OwnPath()
 
 void EndAndAwait(SC_HANDLE service)
 {
+    constexpr int pause = 20, patience = 30000; // milliseconds; a clean of hours is not waited for
     SERVICE_STATUS status = {};
     if (!ControlService(service, SERVICE_CONTROL_STOP, &status))
         return; // it does not run
-    while (QueryServiceStatus(service, &status) && status.dwCurrentState != SERVICE_STOPPED)
-        Sleep(20);
+    for (int waited = 0; waited < patience && QueryServiceStatus(service, &status) &&
+                         status.dwCurrentState != SERVICE_STOPPED;
+         waited += pause)
+        Sleep(pause);
 }
 
 bool RegisterService()

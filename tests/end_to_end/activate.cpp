@@ -2,10 +2,13 @@
 //
 //   activate COUNT   asks for the service so many times, one after another; says how long that took
 //   activate hold    keeps the service, and asks it for its disks for each line of standard input
+//   activate disable, activate enable   nobody may start it; as it was
 #include <windows.h>
 
 #include <objbase.h>
 #include <vds_interfaces.h>
+
+#include <winsvc.h>
 
 #include <algorithm>
 #include <chrono>
@@ -79,11 +82,28 @@ int Hold()
     return 0; // and leaves the service to whoever cleans up after it
 }
 
+int SetStartType(DWORD type)
+{
+    const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+    const SC_HANDLE service = OpenServiceW(manager, L"vds", SERVICE_CHANGE_CONFIG);
+    const bool set =
+        ChangeServiceConfigW(service, SERVICE_NO_CHANGE, type, SERVICE_NO_CHANGE, nullptr, nullptr,
+                             nullptr, nullptr, nullptr, nullptr, nullptr) != FALSE;
+    CloseServiceHandle(service);
+    CloseServiceHandle(manager);
+    return set ? 0 : 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 2 || FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
+    const char* const what = argc == 2 ? argv[1] : "";
+    if (std::strcmp(what, "disable") == 0)
+        return SetStartType(SERVICE_DISABLED);
+    if (std::strcmp(what, "enable") == 0)
+        return SetStartType(SERVICE_DEMAND_START);
+    if (*what == 0 || FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
         return 2;
-    return std::strcmp(argv[1], "hold") == 0 ? Hold() : Activate(std::atoi(argv[1]));
+    return std::strcmp(what, "hold") == 0 ? Hold() : Activate(std::atoi(what));
 }

@@ -343,8 +343,8 @@ class Service(DiskCase):
     def test_a_service_that_is_disabled(self):
         _, name = self.disk()
         self.wine("sc", "stop", "vds")
-        self.addCleanup(self.wine, "sc", "config", "vds", "start=", "demand")
-        self.wine("sc", "config", "vds", "start=", "disabled")
+        self.addCleanup(self.wine, ACTIVATE, "enable")
+        self.wine(ACTIVATE, "disable")
         self.assertEqual(self.exit_code("disk", "online", name), 1)
         self.assertIn("0x80070422", self.errors)
         self.assertIn("disabled", self.errors)
