@@ -234,7 +234,7 @@ class Results(DiskCase):
     """Codes that only the service's answer tells."""
 
     def test_a_full_clean_that_got_only_a_part(self):
-        file, name = self.disk(megabytes=8, BadSector=str(5 << 11))
+        file, name = self.disk(BadSector=str(5 << 11))
         with open(file, "r+b") as stream:
             stream.seek(5 << 20)
             stream.write(b"data" * 1000)
@@ -248,6 +248,8 @@ class Results(DiskCase):
         _, name = self.disk(None, megabytes=32, KilobytesPerSecond="1024")
         slow = self.start("disk", "clean", name, "--full", "--yes")
         self.addCleanup(self.kill, slow)
+        # Or it would go on without its client.
+        self.addCleanup(lambda: [os.kill(service, signal.SIGKILL) for service in services()])
         self.wait_until(lambda: self.log_says("cleaning " + name))
         self.clean(name, "--force", exit_code=1)
         self.assertIn("0x80042558", self.errors)
