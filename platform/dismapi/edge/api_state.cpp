@@ -1,6 +1,8 @@
 // api_state.cpp - the API's state in this process.
 #include "api_state.h"
 
+#include "file_system.h"
+
 #include <cstdio>
 #include <mutex>
 
@@ -21,6 +23,14 @@ HRESULT Report(const char* function, Code code, const char* reason)
 }
 
 } // namespace
+
+std::shared_ptr<DriverStore> ApiState::DriversOf(const std::string& root) const
+{
+    for (const auto& [handle, session] : sessions)
+        if (AbsolutePath(session.root) == AbsolutePath(root))
+            return session.drivers;
+    return std::make_shared<DriverStore>(root, log);
+}
 
 const Session& ApiState::Find(DismSession session) const
 {
@@ -66,6 +76,21 @@ Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData)
         callback(current, total, userData);
         return true;
     };
+}
+
+MountWay MountWayOf(DWORD flags)
+{
+    char value[16] = {};
+    const DWORD length = GetEnvironmentVariableA("KESTRO_MOUNT", value, sizeof value);
+    const std::string way = length < sizeof value ? value : "too long";
+    if (way == "lazy")
+        return MountWay::Lazy;
+    if (way == "extract")
+        return (flags & DISM_MOUNT_OPTIMIZE) != 0 ? MountWay::Any : MountWay::Extracted;
+    if (!way.empty())
+        Refuse(code::invalid_parameter,
+               "KESTRO_MOUNT is \"" + way + "\"; it may be \"lazy\", \"extract\" or nothing");
+    return MountWay::Any;
 }
 
 CommitOptions CommitOptionsOf(DWORD flags)

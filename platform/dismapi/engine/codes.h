@@ -35,6 +35,11 @@ inline constexpr Code cancelled = CodeOf(0x800704C7);
 inline constexpr Code bad_hive = CodeOf(0x800703F1);
 
 // SetupAPI's.
+inline constexpr Code setup_expected_section = CodeOf(0x800F0000);
+inline constexpr Code setup_bad_section_line = CodeOf(0x800F0001);
+inline constexpr Code setup_section_too_long = CodeOf(0x800F0002);
+inline constexpr Code setup_general_syntax = CodeOf(0x800F0003);
+inline constexpr Code setup_wrong_style = CodeOf(0x800F0100);
 inline constexpr Code inf_without_class = CodeOf(0x800F0200);
 inline constexpr Code inf_class_invalid = CodeOf(0x800F0206);
 inline constexpr Code catalog_missing = CodeOf(0x800F022F);
@@ -52,6 +57,7 @@ inline constexpr Code invalid_session = CodeOf(0xC0040004);
 inline constexpr Code invalid_image_name = CodeOf(0xC0040006);
 inline constexpr Code open_handles_at_unmount = CodeOf(0xC004000A);
 inline constexpr Code image_index_missing = CodeOf(0xC1510113);
+inline constexpr Code needs_remount = CodeOf(0xC1510114);
 
 // The imaging library's.
 inline constexpr Code image_file_read_only = CodeOf(0xC1420101);
