@@ -45,13 +45,11 @@ const std::string& LastError();
     throw ServicingError(code, reason);
 }
 
-// A progress callback as the engine calls it; empty when there is none.
-Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData);
+// A caller's progress callback and cancel event as the engine asks them; empty when there is neither. An event
+// that is set already ends the call before it has begun, and what is no event is refused.
+Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData, HANDLE cancelEvent);
 
 // What a commit's flags ask for. Flags that ask for nothing known, or for a discard, are refused.
 CommitOptions CommitOptionsOf(DWORD flags);
-
-// Cancelling is not supported: a call that asks for it is refused instead of never being cancelled.
-void RefuseCancelEvent(HANDLE cancelEvent);
 
 } // namespace kestro::servicing

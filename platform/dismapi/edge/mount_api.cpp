@@ -1,6 +1,7 @@
 // mount_api.cpp - initialising and shutting down, mounting and unmounting.
 #include "api_state.h"
 #include "file_system.h"
+#include "termination.h"
 
 using namespace kestro::servicing;
 
@@ -56,6 +57,7 @@ extern "C" HRESULT WINAPI DismInitialize(DismLogLevel level, PCWSTR logFile, PCW
         const auto path =
             logFile != nullptr && logFile[0] != 0 ? FindHostPath(logFile) : DefaultLogFile();
         state.log = PlatformLog(path.value_or(""), static_cast<LogLevel>(level));
+        PassOnTermination();
         state.initialized = true;
         state.log.Info("the embedded servicing API is initialised");
         return S_OK;
@@ -80,9 +82,8 @@ extern "C" HRESULT WINAPI DismMountImage(PCWSTR imageFile, PCWSTR mountPath, UIN
                                          PVOID userData)
 {
     return ServeInitialized("DismMountImage", [&](ApiState& state) -> HRESULT {
-        RefuseCancelEvent(cancelEvent);
         state.Images().Mount(RequestOf(imageFile, mountPath, index, name, identifier, flags),
-                             ProgressOf(progress, userData));
+                             ProgressOf(progress, userData, cancelEvent));
         return S_OK;
     });
 }
@@ -91,7 +92,6 @@ extern "C" HRESULT WINAPI DismUnmountImage(PCWSTR mountPath, DWORD flags, HANDLE
                                            DISM_PROGRESS_CALLBACK progress, PVOID userData)
 {
     return ServeInitialized("DismUnmountImage", [&](ApiState& state) -> HRESULT {
-        RefuseCancelEvent(cancelEvent);
         const std::string directory = MountDirectory(mountPath);
         for (const auto& [handle, session] : state.sessions)
             if (session.root == directory)
@@ -101,7 +101,7 @@ extern "C" HRESULT WINAPI DismUnmountImage(PCWSTR mountPath, DWORD flags, HANDLE
             state.Images().Discard(directory);
         else
             state.Images().CommitAndUnmount(directory, CommitOptionsOf(flags),
-                                            ProgressOf(progress, userData));
+                                            ProgressOf(progress, userData, cancelEvent));
         return S_OK;
     });
 }

@@ -59,11 +59,10 @@ extern "C" HRESULT WINAPI DismCommitImage(DismSession session, DWORD flags, HAND
                                           DISM_PROGRESS_CALLBACK progress, PVOID userData)
 {
     return ServeInitialized("DismCommitImage", [&](ApiState& state) -> HRESULT {
-        RefuseCancelEvent(cancelEvent);
         const Session& open = state.Find(session);
         // Changes to a directory that is no mount are saved already.
         if (!state.Images().Commit(open.root, CommitOptionsOf(flags),
-                                   ProgressOf(progress, userData)))
+                                   ProgressOf(progress, userData, cancelEvent)))
             state.log.Info(open.root + " is no mounted image; there is nothing to save");
         return S_OK;
     });

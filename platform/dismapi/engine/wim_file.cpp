@@ -54,7 +54,7 @@ Code CodeOfWimError(int error, int systemError)
     case WIMLIB_ERR_NOMEM:
         return code::out_of_memory;
     case WIMLIB_ERR_ABORTED_BY_PROGRESS:
-        return code::cancelled;
+        return code::request_aborted;
     case WIMLIB_ERR_ALREADY_LOCKED:
         return code::busy;
     case WIMLIB_ERR_NOTDIR:
@@ -195,6 +195,23 @@ unsigned WimFile::FindImage(const std::string& name) const
             return index;
     }
     throw ServicingError(code::invalid_image_name, path_ + " holds no image named " + name);
+}
+
+unsigned WimFile::ImageCount() const
+{
+    return Info().image_count;
+}
+
+unsigned WimFile::BootIndex() const
+{
+    return Info().boot_index;
+}
+
+std::string WimFile::Property(unsigned index, const std::string& name) const
+{
+    const char* const value =
+        wimlib_get_image_property(wim_.get(), static_cast<int>(index), name.c_str());
+    return value != nullptr ? value : "";
 }
 
 bool WimFile::IsMarkedReadOnly() const
