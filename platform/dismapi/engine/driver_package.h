@@ -2,6 +2,7 @@
 // Texts are UTF-8.
 #pragma once
 
+#include "driver_install.h"
 #include "image_tree.h"
 
 #include <array>
@@ -12,14 +13,6 @@
 #include <vector>
 
 namespace kestro::servicing {
-
-// A file that the INF names, below the INF's folder.
-struct SourceFile {
-    std::string folder; // with '/', empty for the INF's own folder
-    std::string name;
-
-    std::string Path() const { return folder.empty() ? name : folder + "/" + name; }
-};
 
 struct DriverDate {
     std::uint16_t year = 0;
@@ -34,9 +27,16 @@ struct DriverModel {
     std::string description;
     std::string hardwareId;
     std::vector<std::string> compatibleIds;
-    std::string installSection; // with its decoration, as chosen for the architecture
+    std::string installSection; // as found: the section of one of the package's configurations
     std::string service;
+    // As the INF writes them, tokens in lower case ("%vendor%"), other text as it is.
+    std::string manufacturerToken = {};
+    std::string descriptionToken = {};
+    std::uint8_t featureScore = 0xFF; // of the install section
 };
+
+// Whether a package has something for the image's Windows, and if not, why.
+enum class Fit { Applies, OtherArchitecture, OtherWindows, NothingToInstall };
 
 struct DriverPackage {
     std::filesystem::path inf;
@@ -47,10 +47,19 @@ struct DriverPackage {
     std::string catalog; // name in [Version], empty if there is none
     DriverDate date;
     std::array<std::uint16_t, 4> version{};
-    bool bootCritical = false;
-    bool applies = false; // has something for the image's architecture
+    bool bootCritical = false; // by its class, as the image has it
+    bool applies = false;      // fit is Fit::Applies
+    Fit fit = Fit::NothingToInstall;
     std::vector<SourceFile> files;
-    std::vector<DriverModel> models; // those for the image's architecture
+    std::vector<DriverModel> models; // those for the image's Windows, else those for others
+    // The install sections that these models name, in their order, each once.
+    std::vector<Configuration> configurations;
+    // The tokens that the models' texts use: names in lower case without '%', and their meaning.
+    std::map<std::string, std::string> modelStrings;
+    std::vector<RegistrySetting> classSettings; // of [ClassInstall32]; HKR is the class's key
+    std::uint32_t osVersionFloor = 0; // major << 24 | minor << 16 | build; 0 without a version
+    bool pnpLockdown = false;
+    std::string extensionId; // "{...}" of an extension INF, else empty
     std::vector<std::string> excludedIds;
     std::map<std::string, std::string> strings;
     std::string origin; // folder the package came from, as a Windows path

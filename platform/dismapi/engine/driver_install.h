@@ -1,0 +1,92 @@
+// driver_install.h - what the install sections of an INF do: services, settings, files.
+#pragma once
+
+#include "registry_setting.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kestro::servicing {
+
+// A file that the INF names, below the INF's folder.
+struct SourceFile {
+    std::string folder; // UTF-8 with '/', empty for the INF's own folder
+    std::string name;   // UTF-8
+
+    std::string Path() const { return folder.empty() ? name : folder + "/" + name; }
+};
+
+// A place as INFs name it.
+struct DirectoryPath {
+    std::uint32_t directory = 0; // the directory's code ("%12%" is 12); 0 if none was written
+    std::string path;            // UTF-8, below the directory, '\' between parts and none in front
+};
+
+// A text for people, as the INF writes it and as it reads with its strings put in. Both UTF-8.
+struct TokenText {
+    std::string written; // "%Service.Name%", tokens in the INF's own case
+    std::string meaning; // "Sample service"
+
+    bool IsToken() const
+    {
+        return written.size() > 2 && written.front() == '%' && written != meaning;
+    }
+};
+
+// One file of a CopyFiles directive.
+struct FileCopy {
+    std::string target; // UTF-8 name in the destination
+    SourceFile source;  // in the package
+    DirectoryPath destination;
+    std::uint32_t flags = 0;    // COPYFLG_ bits
+    std::string inf = {};       // as ServiceInstall's
+    bool ofCoInstaller = false; // listed by the section's .CoInstallers
+};
+
+struct EventLog {
+    std::string type;                      // UTF-8: "System" unless the INF says another
+    std::string name;                      // UTF-8: the service's name unless the INF says another
+    std::vector<RegistrySetting> settings; // HKR is the event log's key
+};
+
+// One AddService directive with its section. Texts are UTF-8.
+struct ServiceInstall {
+    std::string inf; // the included INF this comes from, in lower case; empty for the package's own
+    std::string name;
+    std::uint32_t flags = 0; // SPSVCINST_ bits; 2 makes it the device's own service
+    std::uint32_t type = 0;
+    std::uint32_t start = 0;
+    std::uint32_t errorControl = 0;
+    DirectoryPath binary;
+    TokenText displayName; // empty if the INF has none
+    TokenText description; // empty if the INF has none
+    std::string loadOrderGroup;
+    std::vector<std::string> dependsOnServices;
+    std::vector<std::string> dependsOnGroups; // without their '+'
+    std::string startName;                    // empty unless the INF names an account
+    std::vector<RegistrySetting> settings;    // HKR is the service's key
+    std::vector<EventLog> eventLogs;          // none or one
+};
+
+struct KmdfService {
+    std::string service;        // UTF-8
+    std::string libraryVersion; // UTF-8: "1.15"
+};
+
+// An install section with those that belong to it (.Services, .HW, .CoInstallers, .Wdf) and all that
+// they need of others.
+struct Configuration {
+    std::string section; // UTF-8, as found and spelt in the INF: "Device_Install.NT"
+    std::string service; // UTF-8, the device's own service; empty if it has none
+    std::vector<ServiceInstall> services; // all, in the INF's order, the device's own among them
+    std::vector<KmdfService> kmdfServices;
+    std::vector<RegistrySetting> deviceSettings; // of .HW; HKR is the device's hardware key
+    std::vector<FileCopy> copies;                // of the section and of its .CoInstallers
+    std::uint8_t featureScore = 0xFF;            // 0xFF without a FeatureScore directive
+    bool hasHardware = false;                    // there is a .HW section
+    bool hasWdf = false;                         // there is a .Wdf section
+    bool hasCoInstaller = false;                 // one besides WdfCoInstaller: finish install
+};
+
+} // namespace kestro::servicing
