@@ -3,6 +3,7 @@
 
 #include "image_choice.h"
 
+#include <algorithm>
 #include <set>
 
 #include <setupapi.h>
@@ -21,14 +22,15 @@ std::wstring Field(INFCONTEXT& line, DWORD number)
 std::string ArchitectureOf(const std::wstring& decoration)
 {
     const std::wstring target = decoration.substr(0, decoration.find(L'.'));
-    for (const auto& [name, text] : {std::pair{L"NTamd64", "x64"},
-                                     {L"NTx86", "x86"},
-                                     {L"NTarm64", "arm64"},
-                                     {L"NTarm", "arm"},
-                                     {L"NTia64", "ia64"}})
-        if (_wcsicmp(target.c_str(), name) == 0)
-            return text;
-    return "any"; // NT alone
+    if (_wcsicmp(target.c_str(), L"NT") == 0)
+        return "any";
+    if (_wcsicmp(target.c_str(), L"NTamd64") == 0)
+        return "x64";
+    std::string name =
+        detail::Utf8(target.substr(_wcsnicmp(target.c_str(), L"NT", 2) == 0 ? 2 : 0));
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    return name;
 }
 
 std::set<std::string> Architectures(const std::wstring& inf)
