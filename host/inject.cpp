@@ -268,6 +268,12 @@ void Injection::Judge(Injected& package, std::int32_t code, const ImageDetails& 
     case 0x800F022F:
         package.reason = "unsigned";
         return;
+    case 0x800F0242:
+        package.reason = "unsigned: its signer is not trusted";
+        return;
+    case 0x800F0244:
+        package.reason = "signed for another Windows version";
+        return;
     case 0x80070002:
     case 0x80070003:
         package.reason = "a file of it is missing";
