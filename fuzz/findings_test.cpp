@@ -30,9 +30,9 @@ TEST(Findings, ACatalogThatNamesSignedContentAndHoldsNone)
 
 std::string Record(const std::string& index, const std::string& size, const std::string& directory)
 {
-    return R"({"image": "/nonexistent/image.wim", "imageIdentity": [0, 0, )" + size +
-           R"(, 0], "index": )" + index + R"(, "directory": ")" + directory +
-           R"(", "directoryIdentity": [0, 0, 0, 0], "readOnly": false, "status": "mounted"})";
+    return R"({"image": "/nonexistent/image.wim", "imageIdentity": [0, 0, ""], "index": )" + index +
+           R"(, "directory": ")" + directory + R"(", "directoryIdentity": [0, 0, )" + size +
+           R"(, 0], "readOnly": false, "status": "mounted"})";
 }
 
 TEST(Findings, ARecordWithANumberThatItsFieldCannotHold)

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace kestro::servicing {
@@ -63,6 +64,12 @@ std::string ReadWholeFile(const std::string& path);
 // The file is there as a whole or as it was, also after a crash.
 void WriteWholeFile(const std::string& path, const std::string& content);
 void SyncDirectoryOf(const std::string& path);
+// Everything written to the open file is on disk.
+void SyncData(int file);
+// Parts of open files, from an offset on; of a copy, up to another one.
+std::string ReadRange(int file, unsigned long long offset, std::size_t size);
+void WriteRange(int file, unsigned long long offset, std::string_view content);
+void CopyRange(int source, int target, unsigned long long from, unsigned long long to);
 // Everything written to the file system that holds the path is on disk.
 void SyncFileSystem(const std::string& path);
 // A copy with the same mode and owner; shares blocks where the file system can.

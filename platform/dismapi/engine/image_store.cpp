@@ -2,10 +2,8 @@
 #include "image_store.h"
 
 #include "image_extraction.h"
+#include "image_save.h"
 #include "servicing_error.h"
-
-#include <fcntl.h>
-#include <sys/file.h>
 
 #include <chrono>
 #include <cstdio>
@@ -62,26 +60,9 @@ void RequireReadableImage(const MountRequest& request)
         throw ServicingError(code::image_file_read_only, request.image + " is read-only");
 }
 
-// Keeps other saves out of the image file, wimlib's own among them.
-FileDescriptor LockImage(const std::string& image)
+bool HasIntegrityData(const MountRecord& record)
 {
-    // A pipe in its place must not hold the call.
-    FileDescriptor file(open(image.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!file)
-        throw SystemError("cannot open the image file " + image);
-    if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
-        throw ServicingError(code::busy, "another process works on the image file " + image);
-    return file;
-}
-
-// Builds the new image file beside the old one.
-void WriteImage(const MountRecord& record, const std::string& unfinished,
-                const TreeChanges& changes, const CommitOptions& options, const Progress& progress)
-{
-    CopyFile(record.image, unfinished);
-    WimFile wim(unfinished, WimFile::Access::Write, false, progress);
-    wim.Apply(record.index, record.directory, changes);
-    wim.Save(options.integrity);
+    return !record.imageIdentity.header.IntegrityTable().IsAbsent();
 }
 
 } // namespace
@@ -104,7 +85,7 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
 
     MountRecord record;
     record.image = request.image;
-    record.imageIdentity = IdentityOf(request.image);
+    record.imageIdentity = ImageIdentityOf(request.image);
     const WimFile wim(request.image, WimFile::Access::Read, request.checkIntegrity, {});
     record.index = request.name.empty() ? request.index : wim.FindImage(request.name);
     wim.RequireImage(record.index);
@@ -247,28 +228,20 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
               " new or changed, " + std::to_string(changes.removed.size()) + " removed");
     next.status = then;
     const TreeState* const tree = then == MountStatus::Mounted ? &now : nullptr;
-    if (changes.Empty() && !options.integrity) {
+    if (changes.Empty() && !(options.integrity && !HasIntegrityData(next))) {
         entry.Prepare(next, tree);
         entry.Adopt();
         return;
     }
-
-    // The new file takes the old one's place as a whole: whatever happens meanwhile, the file under the
-    // image's name is the old one or the new one.
-    const std::string unfinished = entry.UnfinishedImage();
-    try {
-        WriteImage(next, unfinished, changes, options, progress);
-        RequireUnchangedImage(next); // not every tool heeds the lock
-        next.imageIdentity = IdentityOf(unfinished);
-        entry.Prepare(next, tree);
-        if (rename(unfinished.c_str(), next.image.c_str()) != 0)
-            throw SystemError("cannot replace " + next.image);
-    } catch (...) {
-        entry.RemoveUnfinished();
-        throw;
-    }
-    SyncDirectoryOf(next.image);
-    entry.Adopt();
+    SaveRequest request;
+    request.integrity = options.integrity;
+    request.mayCompact = then == MountStatus::Unmounting;
+    request.apply = [&](const std::string& imageFile, const WriteOptions& how) {
+        WimFile wim(imageFile, WimFile::Access::Write, false, progress);
+        wim.Apply(next.index, next.directory, changes);
+        wim.Save(how);
+    };
+    SaveImage(entry, next, tree, request, log_);
     log_.Info("saved in " + stopwatch.Text());
 }
 

@@ -4,6 +4,7 @@
 
 #include "file_system.h"
 #include "tree_state.h"
+#include "wim_header.h"
 
 #include <optional>
 #include <string>
@@ -18,16 +19,21 @@ enum class MountStatus {
 
 struct MountRecord {
     std::string image;
-    FileIdentity imageIdentity; // as mounted or last committed
+    ImageIdentity imageIdentity; // as mounted or last committed
     unsigned index = 1;
     std::string directory;
     FileIdentity directoryIdentity; // device and inode count
     bool readOnly = false;
     MountStatus status = MountStatus::Mounting;
+    // Of a record that is prepared: what the image file's header was when the file was appended to; it
+    // ended there. Without bytes when another file takes the old one's place.
+    WimHeader appendedTo;
 };
 
 // Throws when the image file is no longer what it was when it was mounted or last committed.
 void RequireUnchangedImage(const MountRecord& record);
+// Keeps other saves out of the image file, wimlib's own among them. Throws when there is another one.
+FileDescriptor LockImage(const std::string& image);
 
 // A record's place on disk, locked for as long as this lives: of several processes that work on one
 // mount, all but the first are told that it is busy.
@@ -42,6 +48,8 @@ class MountEntry {
     TreeState Tree() const;
     // Where a commit builds the new image file: beside the old one, under a name of this mount's own.
     std::string UnfinishedImage() const;
+    // Where it makes the small file that stands for an image file that is appended to.
+    std::string StandIn() const { return folder_ + "/stand-in.wim"; }
 
     void SetMounted(const TreeState& tree);
     // The changes are dropped: from now on nothing can be saved.
@@ -52,13 +60,18 @@ class MountEntry {
     void Adopt();
     void Remove();
 
-    // Brings a record that a killed process left behind into order.
+    // Brings a record that a killed process left behind into order. Throws busy when another process
+    // saves into the image file.
     void Recover();
-    // Takes away what a save wrote beside the image file.
+    // The same for the process that has locked the image file, after a save that failed.
+    void RecoverLocked();
+    // Takes away what a save wrote beside the image file and the stand-in.
     void RemoveUnfinished() const;
 
   private:
     void SetStatus(MountStatus status);
+    std::optional<MountRecord> Prepared() const;
+    void DropPrepared() const;
 
     std::string folder_;
     FileDescriptor lock_;

@@ -3,6 +3,7 @@
 
 #include "file_system.h"
 #include "servicing_error.h"
+#include "wim_claims.h"
 
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -93,25 +94,12 @@ void Check(const std::string& what, Call call)
     throw ServicingError(CodeOfWimError(error, systemError), reason);
 }
 
-// libwim makes room for as many images as the header says, however small the file is.
-void RequireRoomForImages(const std::string& path)
+FileDescriptor OpenToLook(const std::string& path)
 {
-    constexpr std::size_t countAt = 44;
-    constexpr std::uint64_t smallestImage =
-        50; // bytes: its entry in the table of what the file holds
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    unsigned char header[countAt + 4];
-    struct stat status = {};
-    if (!file || fstat(file.Get(), &status) != 0 ||
-        pread(file.Get(), header, sizeof header, 0) != static_cast<ssize_t>(sizeof header))
-        return; // libwim tells what is wrong
-    std::uint64_t count = 0;
-    for (std::size_t i = 4; i-- > 0;)
-        count = count << 8 | header[countAt + i];
-    if (count * smallestImage > static_cast<std::uint64_t>(status.st_size))
-        throw ServicingError(code::bad_format, path + " says that it holds " +
-                                                   std::to_string(count) +
-                                                   " images, which its size has no room for");
+    FileDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file)
+        throw SystemError("cannot open the image file " + path);
+    return file;
 }
 
 void InitialiseLibrary()
@@ -128,7 +116,7 @@ WimFile::WimFile(const std::string& path, Access access, bool checkIntegrity, Pr
     : path_(path), progress_(std::move(progress))
 {
     InitialiseLibrary();
-    RequireRoomForImages(path);
+    RequireCredible(OpenToLook(path).Get(), path);
     int flags = WIMLIB_OPEN_FLAG_ERROR_IF_SPLIT;
     if (access == Access::Write)
         flags |= WIMLIB_OPEN_FLAG_WRITE_ACCESS;
@@ -185,6 +173,7 @@ void WimFile::RequireImage(unsigned index) const
         throw ServicingError(code::image_index_missing, path_ + " holds " + std::to_string(count) +
                                                             " images, not number " +
                                                             std::to_string(index));
+    RequireCredibleTree(OpenToLook(path_).Get(), path_, index);
 }
 
 unsigned WimFile::FindImage(const std::string& name) const
@@ -301,11 +290,13 @@ void WimFile::Apply(unsigned index, const std::string& directory, const TreeChan
     });
 }
 
-void WimFile::Save(bool integrity)
+void WimFile::Save(const WriteOptions& options)
 {
-    int flags = WIMLIB_WRITE_FLAG_FSYNC;
-    if (integrity)
+    int flags = 0;
+    if (options.integrity)
         flags |= WIMLIB_WRITE_FLAG_CHECK_INTEGRITY;
+    if (options.rebuild)
+        flags |= WIMLIB_WRITE_FLAG_REBUILD;
     Check("cannot write " + path_, [&] { return wimlib_overwrite(wim_.get(), flags, 0); });
 }
 

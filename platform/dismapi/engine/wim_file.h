@@ -23,6 +23,11 @@ struct StoredFile {
     unsigned long long position = 0, size = 0;
 };
 
+struct WriteOptions {
+    bool integrity = false; // write integrity data
+    bool rebuild = false;   // leave out what nothing refers to any more
+};
+
 // An open image file. Every function throws ServicingError.
 class WimFile {
   public:
@@ -52,8 +57,8 @@ class WimFile {
     // Makes the image's tree what the directory's is; only what has changed is read. What has not keeps
     // everything that the image knows of it.
     void Apply(unsigned index, const std::string& directory, const TreeChanges& changes);
-    // Saves what was changed, on disk.
-    void Save(bool integrity);
+    // Writes what was changed into the file.
+    void Save(const WriteOptions& options);
 
   private:
     struct Free {
