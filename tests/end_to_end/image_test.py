@@ -57,7 +57,7 @@ class Lists(ImageCase):
                            "product_name": "Windows", "installation_type": "WindowsPE",
                            "product_type": "WinNT", "system_root": "WINDOWS", "service_pack": 0,
                            "languages": ["de-DE", "en-US"], "default_language": "en-US",
-                           "bootable": "yes", "files": 1, "directories": 2}.items():
+                           "bootable": "yes", "files": 1, "directories": 3}.items():
             self.assertEqual(setup[key], value, key)
         self.assertEqual(images[0]["bootable"], "no")
         self.assertRegex(setup["created"], r"^20\d\d-\d\d-\d\d \d\d:\d\d:\d\d$")
