@@ -56,6 +56,7 @@ else()
   install(DIRECTORY "${PROJECT_BINARY_DIR}/wine" DESTINATION . USE_SOURCE_PERMISSIONS COMPONENT runtime)
   install(CODE "execute_process(COMMAND \"${CMAKE_STRIP}\" --strip-unneeded
     \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/wine/x86_64-unix/dismapi.dll.so\"
+    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/wine/x86_64-unix/kestro-imagefs\"
     COMMAND_ERROR_IS_FATAL ANY)" COMPONENT runtime)
   install(PROGRAMS "${PROJECT_SOURCE_DIR}/platform/kestro-wine" DESTINATION bin COMPONENT runtime)
   install(PROGRAMS "${package_files}/set-up" DESTINATION . COMPONENT runtime)
@@ -63,6 +64,8 @@ else()
   install_notice(libwim libwim-dev)
   install_notice(hivex libhivex-dev)
   install_notice(openssl libssl-dev)
+  install_notice(seccomp libseccomp-dev)
+  install_notice(cap-ng libcap-ng-dev)
 
   set(CPACK_EXTERNAL_SUFFIX .tar.gz)
   set(CPACK_PACKAGE_FILE_NAME "kestro-${PROJECT_VERSION}-wine")

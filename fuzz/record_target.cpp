@@ -3,6 +3,7 @@
 #include "scratch.h"
 #include "servicing_error.h"
 #include "targets.h"
+#include "tree_state.h"
 
 #include <vector>
 
@@ -15,12 +16,13 @@ constexpr char kImage[] = "/nonexistent/image.wim";
 
 void UseEntry(servicing::MountEntry& entry)
 {
-    const servicing::TreeState tree = entry.Tree();
+    const servicing::TreeState tree = servicing::TreeStateFromText(entry.State());
     Require(servicing::TreeStateFromText(ToText(tree)) == tree, "a tree is read as it was written");
     Compare(tree, {});
     Compare({}, tree);
-    entry.SetMounted(tree);
-    entry.Prepare(entry.Record(), &tree);
+    const std::string state = ToText(tree);
+    entry.SetMounted(state);
+    entry.Prepare(entry.Record(), &state);
     entry.Recover();
 }
 

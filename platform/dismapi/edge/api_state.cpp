@@ -86,6 +86,21 @@ Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData, HANDLE canc
     };
 }
 
+MountWay MountWayOf(DWORD flags)
+{
+    char value[16] = {};
+    const DWORD length = GetEnvironmentVariableA("KESTRO_MOUNT", value, sizeof value);
+    const std::string way = length < sizeof value ? value : "too long";
+    if (way == "lazy")
+        return MountWay::Lazy;
+    if (way == "extract")
+        return (flags & DISM_MOUNT_OPTIMIZE) != 0 ? MountWay::Any : MountWay::Extracted;
+    if (!way.empty())
+        Refuse(code::invalid_parameter,
+               "KESTRO_MOUNT is \"" + way + "\"; it may be \"lazy\", \"extract\" or nothing");
+    return MountWay::Any;
+}
+
 CommitOptions CommitOptionsOf(DWORD flags)
 {
     constexpr DWORD known = DISM_COMMIT_GENERATE_INTEGRITY | DISM_COMMIT_APPEND;

@@ -32,7 +32,7 @@ struct ApiState {
     std::map<DismSession, Session> sessions;
     DismSession nextSession = 1;
 
-    ImageStore Images() const { return ImageStore(MountRecordsFolder(), log); }
+    ImageStore Images() const { return ImageStore(MountRecordsFolder(), log, ServerProgram()); }
     // Of an image that has no session yet it makes one.
     std::shared_ptr<DriverStore> DriversOf(const std::string& root) const;
     // Throws invalid_session for a handle that is not open.
@@ -56,6 +56,10 @@ const std::string& LastError();
 // A caller's progress callback and cancel event as the engine asks them; empty when there is neither. An event
 // that is set already ends the call before it has begun, and what is no event is refused.
 Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData, HANDLE cancelEvent);
+
+// How an image that is mounted with these flags comes into its directory, by KESTRO_MOUNT in the
+// program's environment: "lazy", "extract" or neither. Who asks for a quick mount gets no slow one.
+MountWay MountWayOf(DWORD flags);
 
 // What a commit's flags ask for. Flags that ask for nothing known, or for a discard, are refused.
 CommitOptions CommitOptionsOf(DWORD flags);

@@ -35,6 +35,7 @@ MountRequest RequestOf(PCWSTR imageFile, PCWSTR mountPath, UINT index, PCWSTR na
     request.directory = MountDirectory(mountPath);
     request.index = index;
     request.readOnly = (flags & DISM_MOUNT_READONLY) != 0;
+    request.way = MountWayOf(flags);
     request.checkIntegrity = (flags & DISM_MOUNT_CHECK_INTEGRITY) != 0;
     return request;
 }

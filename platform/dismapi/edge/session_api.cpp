@@ -14,11 +14,12 @@ std::string WindowsDirectoryName(PCWSTR windowsDirectory)
     return name.substr(name.find_last_of("\\/:") + 1);
 }
 
-std::string ImageRoot(PCWSTR imagePath, PCWSTR windowsDirectory)
+std::string ImageRoot(const ApiState& state, PCWSTR imagePath, PCWSTR windowsDirectory)
 {
     if (lstrcmpiW(imagePath, DISM_ONLINE_IMAGE) == 0)
         Refuse(code::not_supported, "there is no running Windows to service");
     const std::string root = HostPath(imagePath);
+    state.Images().PutBack(root);
     if (!IsDirectory(root))
         Refuse(code::path_not_found, "there is no image directory " + root);
     const std::string windows = WindowsDirectoryName(windowsDirectory);
@@ -37,7 +38,7 @@ extern "C" HRESULT WINAPI DismOpenSession(PCWSTR imagePath, PCWSTR windowsDirect
         if (imagePath == nullptr || session == nullptr)
             Refuse(code::invalid_parameter,
                    "the image path or the place for the session is missing");
-        const std::string root = ImageRoot(imagePath, windowsDirectory);
+        const std::string root = ImageRoot(state, imagePath, windowsDirectory);
         const auto drivers = state.DriversOf(root);
         *session = state.nextSession++;
         state.sessions[*session] = {root, std::make_shared<PackageReader>(root), drivers};

@@ -4,6 +4,8 @@
 #include "file_system.h"
 #include "servicing_error.h"
 
+#include <dlfcn.h>
+
 namespace kestro::servicing {
 std::string Utf8(const WCHAR* text)
 {
@@ -60,6 +62,15 @@ std::string HostPath(const WCHAR* windowsPath)
 std::string MountRecordsFolder()
 {
     return HostPath(L"C:\\ProgramData") + "/Kestro/Mounts";
+}
+
+std::string ServerProgram()
+{
+    Dl_info library = {};
+    if (dladdr(reinterpret_cast<const void*>(&ServerProgram), &library) == 0)
+        return {};
+    const std::string path = AbsolutePath(library.dli_fname);
+    return path.substr(0, path.find_last_of('/')) + "/kestro-imagefs";
 }
 
 std::string DefaultLogFile()

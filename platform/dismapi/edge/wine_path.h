@@ -23,6 +23,8 @@ std::string HostPath(const WCHAR* windowsPath);
 
 // Where the records of all mounts are kept: in the prefix, which is this platform's machine.
 std::string MountRecordsFolder();
+// What serves images lies beside this library.
+std::string ServerProgram();
 // Where the log goes when its caller names none.
 std::string DefaultLogFile();
 

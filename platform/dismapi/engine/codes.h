@@ -57,6 +57,7 @@ inline constexpr Code invalid_session = CodeOf(0xC0040004);
 inline constexpr Code invalid_image_name = CodeOf(0xC0040006);
 inline constexpr Code open_handles_at_unmount = CodeOf(0xC004000A);
 inline constexpr Code image_index_missing = CodeOf(0xC1510113);
+inline constexpr Code needs_remount = CodeOf(0xC1510114);
 
 // The imaging library's.
 inline constexpr Code image_file_read_only = CodeOf(0xC1420101);

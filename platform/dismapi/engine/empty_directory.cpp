@@ -3,6 +3,9 @@
 #include "servicing_error.h"
 #include "worker.h"
 
+#include <fcntl.h>
+#include <sys/sysmacros.h>
+
 #include <atomic>
 #include <exception>
 #include <filesystem>
@@ -19,6 +22,16 @@ struct Entries {
     std::vector<std::vector<std::string>> directories; // by depth
 };
 
+// Another file system, or another place of this one, that is mounted on the directory.
+bool IsMountPoint(const fs::path& directory, dev_t device)
+{
+    struct statx status = {};
+    if (statx(AT_FDCWD, directory.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS, &status) != 0)
+        throw SystemError("cannot look at " + directory.string());
+    return makedev(status.stx_dev_major, status.stx_dev_minor) != device ||
+           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 void Collect(const fs::path& directory, dev_t device, std::size_t depth, Entries& found)
 {
     // Directories that lost their write permission can still be emptied by their owner.
@@ -34,9 +47,7 @@ void Collect(const fs::path& directory, dev_t device, std::size_t depth, Entries
         if (found.directories.size() <= depth)
             found.directories.resize(depth + 1);
         found.directories[depth].push_back(entry.path());
-        if (lstat(entry.path().c_str(), &status) != 0)
-            throw SystemError("cannot look at " + entry.path().string());
-        if (status.st_dev == device)
+        if (!IsMountPoint(entry.path(), device))
             Collect(entry.path(), device, depth + 1, found);
     }
 }

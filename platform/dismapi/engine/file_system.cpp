@@ -30,11 +30,16 @@ std::string AbsolutePath(const std::string& path)
 {
     std::error_code error;
     std::string absolute = fs::weakly_canonical(path, error).string();
-    if (error)
+    const bool answers = !error;
+    if (!answers)
         absolute = fs::absolute(path, error).lexically_normal().string();
     while (absolute.size() > 1 && absolute.back() == '/')
         absolute.pop_back();
-    return absolute;
+    if (answers || absolute.size() <= 1)
+        return absolute;
+    // A mount that nobody serves any more does not answer; where it is can be told all the same.
+    const fs::path plain = absolute;
+    return (fs::path(AbsolutePath(plain.parent_path())) / plain.filename()).string();
 }
 
 bool IsDirectory(const std::string& path)

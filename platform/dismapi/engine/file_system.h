@@ -26,6 +26,8 @@ class FileDescriptor {
     }
     explicit operator bool() const { return fd_ >= 0; }
     int Get() const { return fd_; }
+    // Somebody else closes it.
+    int Release() { return std::exchange(fd_, -1); }
 
   private:
     int fd_;

@@ -15,7 +15,7 @@ namespace {
 struct Save {
     MountEntry& entry;
     MountRecord next;
-    const TreeState* tree;
+    const std::string* state;
     const SaveRequest& request;
 };
 
@@ -33,7 +33,7 @@ void SaveByCopying(Save save, bool rebuild)
     }
     RequireUnchangedImage(save.next); // not every tool heeds the lock
     save.next.imageIdentity = ImageIdentityOf(unfinished);
-    save.entry.Prepare(save.next, save.tree);
+    save.entry.Prepare(save.next, save.state);
     if (rename(unfinished.c_str(), save.next.image.c_str()) != 0)
         throw SystemError("cannot replace " + save.next.image);
     SyncDirectoryOf(save.next.image);
@@ -73,7 +73,7 @@ bool SaveByAppending(Save save, int image)
     RequireUnchangedImage(save.next);
     save.next.imageIdentity.header = *after;
     save.next.appendedTo = before;
-    save.entry.Prepare(save.next, save.tree);
+    save.entry.Prepare(save.next, save.state);
     AppendFromStandIn(save.next, standIn);
     save.entry.Adopt();
     save.entry.RemoveUnfinished();
@@ -82,10 +82,10 @@ bool SaveByAppending(Save save, int image)
 
 } // namespace
 
-void SaveImage(MountEntry& entry, MountRecord next, const TreeState* tree,
+void SaveImage(MountEntry& entry, MountRecord next, const std::string* state,
                const SaveRequest& request, const PlatformLog& log)
 {
-    const Save save = {entry, std::move(next), tree, request};
+    const Save save = {entry, std::move(next), state, request};
     try {
         const FileDescriptor image(open(save.next.image.c_str(), O_RDONLY | O_CLOEXEC));
         if (!image)

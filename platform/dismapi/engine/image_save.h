@@ -21,9 +21,9 @@ struct SaveRequest {
     bool mayCompact = false;
 };
 
-// The caller has locked the image file (LockImage). `next` and `tree` are what will hold of the mount once
+// The caller has locked the image file (LockImage). `next` and `state` are what will hold of the mount once
 // the image file is saved; throws ServicingError and then leaves the old state.
-void SaveImage(MountEntry& entry, MountRecord next, const TreeState* tree,
+void SaveImage(MountEntry& entry, MountRecord next, const std::string* state,
                const SaveRequest& request, const PlatformLog& log);
 
 } // namespace kestro::servicing

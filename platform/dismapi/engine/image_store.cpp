@@ -2,7 +2,8 @@
 #include "image_store.h"
 
 #include "image_extraction.h"
-#include "image_save.h"
+#include "mount_changes.h"
+#include "mount_checks.h"
 #include "servicing_error.h"
 
 #include <chrono>
@@ -25,25 +26,9 @@ class Stopwatch {
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-// What stays the same for as long as the directory is the same one.
-FileIdentity DirectoryIdentity(const std::string& directory)
-{
-    const FileIdentity identity = IdentityOf(directory);
-    return {identity.device, identity.inode, 0, 0};
-}
-
 std::string ImageText(const std::string& image, unsigned index)
 {
     return "image " + std::to_string(index) + " of " + image;
-}
-
-void RequireMountDirectory(const std::string& directory)
-{
-    struct stat status = {};
-    if (stat(directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
-        throw ServicingError(code::directory_missing, directory + " is not an existing directory");
-    if (!IsEmptyDirectory(directory))
-        throw ServicingError(code::directory_not_empty, directory + " is not empty");
 }
 
 void RequireReadableImage(const MountRequest& request)
@@ -81,7 +66,7 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
         throw ServicingError(code::directory_in_use,
                              request.directory + " already holds a mounted image");
     RequireReadableImage(request);
-    RequireMountDirectory(request.directory);
+    RequireEmptyDirectory(request.directory);
 
     MountRecord record;
     record.image = request.image;
@@ -89,7 +74,8 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
     const WimFile wim(request.image, WimFile::Access::Read, request.checkIntegrity, {});
     record.index = request.name.empty() ? request.index : wim.FindImage(request.name);
     wim.RequireImage(record.index);
-    wim.RequireMountable();
+    if (!request.readOnly)
+        wim.RequireMountable(record.index);
     if (!request.readOnly && wim.IsMarkedReadOnly())
         throw ServicingError(code::image_file_read_only, request.image + " is marked read-only");
     if (const auto other = registry_.FindImage(request.image, record.index);
@@ -104,17 +90,72 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
     log_.Info("mounting " + ImageText(request.image, record.index) + " into " + request.directory);
     MountEntry entry = registry_.Create(record);
     try {
-        ExtractImage(entry.Record(), progress);
-        // Only what is on disk for good may count as what the image holds: files that a crash took
-        // away must not look like files that the user changed.
-        SyncFileSystem(request.directory);
-        entry.SetMounted(ReadTreeState(request.directory));
+        Fill(entry, request, progress);
     } catch (...) {
-        EmptyDirectory(request.directory);
+        if (entry.Record().IsLazy())
+            Lazy(entry).Clear();
+        TakeDown(entry);
         entry.Remove();
         throw;
     }
     log_.Info("mounted in " + stopwatch.Text());
+}
+
+void ImageStore::Fill(MountEntry& entry, const MountRequest& request, const Progress& progress)
+{
+    if (request.way == MountWay::Extracted) {
+        log_.Info("the image is extracted, as is asked for");
+    } else {
+        try {
+            MountLazily(entry);
+            return;
+        } catch (const ServicingError& error) {
+            if (request.way == MountWay::Lazy)
+                throw;
+            log_.Info(std::string("the image is extracted, because it cannot be shown: ") +
+                      error.what());
+        }
+    }
+    ExtractImage(entry.Record(), progress);
+    // Only what is on disk for good may count as what the image holds: files that a crash took
+    // away must not look like files that the user changed.
+    SyncFileSystem(request.directory);
+    entry.SetMounted(ToText(ReadTreeState(request.directory)));
+}
+
+void ImageStore::MountLazily(MountEntry& entry)
+{
+    if (serverProgram_.empty())
+        throw ServicingError(code::not_supported, "there is no program that serves images");
+    LazyMount::RequireSystem();
+    for (const LayersIn place : {LayersIn::Record, LayersIn::ImageFolder}) {
+        entry.SetLayers(entry.NewLayers(place));
+        const LazyMount lazy = Lazy(entry);
+        try {
+            lazy.MakeLayers();
+            lazy.Mount();
+            entry.SetMounted(ToText(UpperState{}));
+            log_.Info("the image is shown by a process of its own");
+            return;
+        } catch (const ServicingError& error) {
+            const bool isUnfit = dynamic_cast<const LayersUnfit*>(&error) != nullptr;
+            lazy.Clear();
+            lazy.Remove();
+            entry.SetLayers({});
+            if (!isUnfit || place == LayersIn::ImageFolder) {
+                // What is wrong with the image says it better.
+                WimFile(entry.Record().image, WimFile::Access::Read, false, {})
+                    .Files(entry.Record().index);
+                throw;
+            }
+            log_.Info(error.what());
+        }
+    }
+}
+
+LazyMount ImageStore::Lazy(const MountEntry& entry) const
+{
+    return LazyMount(entry.Record(), entry.Name(), serverProgram_);
 }
 
 MountEntry ImageStore::Find(const std::string& directory) const
@@ -134,7 +175,15 @@ void ImageStore::Discard(const std::string& directory)
 {
     MountEntry entry = Find(directory);
     log_.Info("dropping the changes in " + directory);
-    if (entry.Record().directoryIdentity != DirectoryIdentity(directory)) {
+    if (entry.Record().IsLazy()) {
+        const LazyMount lazy = Lazy(entry);
+        const MountPresence presence = lazy.Look();
+        RequireHere(presence, directory);
+        if (presence == MountPresence::Broken)
+            lazy.Clear();
+        else
+            lazy.TakeOff();
+    } else if (entry.Record().directoryIdentity != DirectoryIdentity(directory)) {
         log_.Warning(directory + " is not the directory that was mounted; it is left as it is");
         entry.Remove();
         return;
@@ -149,10 +198,28 @@ void ImageStore::CommitAndUnmount(const std::string& directory, const CommitOpti
     MountEntry entry = Find(directory);
     // An unmount that was killed after it had saved everything only has to be brought to its end.
     if (entry.Record().status != MountStatus::Unmounting) {
+        PutBack(entry);
         RequireWhole(entry);
-        Save(entry, options, MountStatus::Unmounting, progress);
+        if (entry.Record().IsLazy())
+            SaveTakenOff(entry, options, progress);
+        else
+            Save(entry, options, MountStatus::Unmounting, progress);
     }
     Finish(entry);
+}
+
+// Nobody can change anything any more while it is saved, and what is in use is not unmounted at all.
+void ImageStore::SaveTakenOff(MountEntry& entry, const CommitOptions& options,
+                              const Progress& progress)
+{
+    const LazyMount lazy = Lazy(entry);
+    lazy.TakeOff();
+    try {
+        Save(entry, options, MountStatus::Unmounting, progress);
+    } catch (...) {
+        lazy.PutOn();
+        throw;
+    }
 }
 
 bool ImageStore::Commit(const std::string& directory, const CommitOptions& options,
@@ -161,6 +228,7 @@ bool ImageStore::Commit(const std::string& directory, const CommitOptions& optio
     if (!registry_.FindDirectory(directory))
         return false;
     MountEntry entry = Find(directory);
+    PutBack(entry);
     RequireWhole(entry);
     Save(entry, options, MountStatus::Mounted, progress);
     return true;
@@ -169,9 +237,8 @@ bool ImageStore::Commit(const std::string& directory, const CommitOptions& optio
 void ImageStore::RequireWhole(const MountEntry& entry) const
 {
     const MountRecord& record = entry.Record();
-    if (record.directoryIdentity != DirectoryIdentity(record.directory))
-        throw ServicingError(code::not_a_valid_mount,
-                             record.directory + " is not the directory that was mounted");
+    if (!record.IsLazy())
+        RequireSameDirectory(record);
     if (record.status != MountStatus::Mounted)
         throw ServicingError(code::cannot_commit_partial,
                              "the mount in " + record.directory +
@@ -180,37 +247,27 @@ void ImageStore::RequireWhole(const MountEntry& entry) const
         throw ServicingError(code::mounted_read_only, record.directory + " is mounted read-only");
 }
 
-void ImageStore::Finish(MountEntry& entry)
+void ImageStore::TakeDown(MountEntry& entry)
 {
-    const std::string directory = entry.Record().directory;
+    const MountRecord& record = entry.Record();
+    if (record.IsLazy()) {
+        const LazyMount lazy = Lazy(entry);
+        lazy.TakeOff();
+        lazy.Remove();
+        return;
+    }
     try {
-        EmptyDirectory(directory);
+        EmptyDirectory(record.directory);
     } catch (const ServicingError& error) {
         throw ServicingError(code::partly_unmounted, error.what());
     }
-    entry.Remove();
-    log_.Info("unmounted " + directory);
 }
 
-TreeChanges ImageStore::FindChanges(const MountEntry& entry, const TreeState& now) const
+void ImageStore::Finish(MountEntry& entry)
 {
-    const MountRecord& record = entry.Record();
-    TreeChanges changes = Compare(entry.Tree(), now);
-    if (changes.touched.empty())
-        return changes;
-
-    // A file that was only touched keeps what the image knows of it, unless its content differs.
-    const WimFile wim(record.image, WimFile::Access::Read, false, {});
-    for (const std::string& path : changes.touched) {
-        const FileState& file = now.at(path);
-        const bool same = file.type == FileType::File &&
-                          (file.size == 0 || wim.ContentHash(record.index, path) ==
-                                                 HashOfFile(record.directory + path));
-        if (!same)
-            changes.added.push_back(path);
-    }
-    changes.touched.clear();
-    return changes;
+    TakeDown(entry);
+    entry.Remove();
+    log_.Info("unmounted " + entry.Record().directory);
 }
 
 void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStatus then,
@@ -221,27 +278,22 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
     const FileDescriptor lock = LockImage(next.image);
     RequireUnchangedImage(next);
 
-    const TreeState now = ReadTreeState(next.directory);
-    const TreeChanges changes = FindChanges(entry, now);
+    const MountChanges changes = FindMountChanges(entry, serverProgram_, log_, progress);
     log_.Info("saving the changes in " + next.directory + " into " +
-              ImageText(next.image, next.index) + ": " + std::to_string(changes.added.size()) +
-              " new or changed, " + std::to_string(changes.removed.size()) + " removed");
+              ImageText(next.image, next.index) + ": " + changes.summary);
     next.status = then;
-    const TreeState* const tree = then == MountStatus::Mounted ? &now : nullptr;
-    if (changes.Empty() && !(options.integrity && !HasIntegrityData(next))) {
-        entry.Prepare(next, tree);
+    const std::string* const state = then == MountStatus::Mounted ? &changes.state : nullptr;
+    if (changes.empty && !(options.integrity && !HasIntegrityData(next))) {
+        entry.Prepare(next, state);
         entry.Adopt();
         return;
     }
+    next.layersAreOld = next.IsLazy();
     SaveRequest request;
     request.integrity = options.integrity;
     request.mayCompact = then == MountStatus::Unmounting;
-    request.apply = [&](const std::string& imageFile, const WriteOptions& how) {
-        WimFile wim(imageFile, WimFile::Access::Write, false, progress);
-        wim.Apply(next.index, next.directory, changes);
-        wim.Save(how);
-    };
-    SaveImage(entry, next, tree, request, log_);
+    request.apply = changes.apply;
+    SaveImage(entry, next, state, request, log_);
     log_.Info("saved in " + stopwatch.Text());
 }
 

@@ -1,10 +1,13 @@
 // mount_record.cpp - what is known of each mounted image, kept on disk.
 //
-// A mount's folder holds record.json, tree (the state of the mounted files), lock, and while a commit
-// is under way stand-in.wim, next.json and next-tree.
+// A mount's folder holds record.json, tree (what was in the mount when it was last saved), lock, the
+// layers of a lazy mount, and while a commit is under way stand-in.wim, next.json and next-tree.
 #include "mount_record.h"
 
 #include "image_append.h"
+#include "image_server.h"
+#include "image_writer.h"
+#include "mount_table.h"
 #include "servicing_error.h"
 
 #include <fcntl.h>
@@ -14,7 +17,6 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <functional>
 #include <random>
 #include <utility>
 
@@ -95,7 +97,9 @@ std::string ToText(const MountRecord& record)
                   {"directory", record.directory},
                   {"directoryIdentity", ToJson(record.directoryIdentity)},
                   {"readOnly", record.readOnly},
-                  {"status", kStatusNames[static_cast<int>(record.status)]}};
+                  {"status", kStatusNames[static_cast<int>(record.status)]},
+                  {"layers", record.layers},
+                  {"layersAreOld", record.layersAreOld}};
     if (!record.appendedTo.IsEmpty())
         value["appendedTo"] = ToHex(record.appendedTo.Bytes());
     try {
@@ -124,6 +128,8 @@ MountRecord Load(const std::string& path)
             throw ServicingError(code::not_a_valid_mount, path + " names no known status");
         record.status = static_cast<MountStatus>(name - std::begin(kStatusNames));
         record.appendedTo = HeaderFromHex(value.value("appendedTo", ""));
+        record.layers = value.value("layers", "");
+        record.layersAreOld = value.value("layersAreOld", false);
         return record;
     } catch (const json::exception& error) {
         throw ServicingError(code::not_a_valid_mount, path + " is damaged: " + error.what());
@@ -150,14 +156,47 @@ FileDescriptor OpenLock(const std::string& path)
     return lock;
 }
 
-// Calls with each record's folder until the call says true. A folder without a record is what a killed
-// creation left: it never held anything.
-void ForEachFolder(const std::string& registry, const std::function<bool(const std::string&)>& call)
+std::string NameOf(const std::string& folder)
+{
+    return "kestro-" + fs::path(folder).filename().string();
+}
+
+std::string LayersPrefix(const std::string& folder, const std::string& image, LayersIn place)
+{
+    return place == LayersIn::Record ? folder + "/layers-"
+                                     : image + "." + NameOf(folder) + "-layers-";
+}
+
+// What is in them is removed in the end: they must be the mount's own.
+void RequireOwnLayers(const std::string& folder, const MountRecord& record)
+{
+    const auto isIn = [&](LayersIn place) {
+        const std::string prefix = LayersPrefix(folder, record.image, place);
+        return record.layers.starts_with(prefix) &&
+               record.layers.find_first_not_of("0123456789", prefix.size()) == std::string::npos;
+    };
+    if (record.IsLazy() && !isIn(LayersIn::Record) && !isIn(LayersIn::ImageFolder))
+        throw ServicingError(code::not_a_valid_mount,
+                             folder + "/record.json names layers that are not its own");
+}
+
+// Whether a file that is no whole record names the directory.
+bool IsAbout(const std::string& file, const std::string& directory)
+{
+    const std::string name = json(directory).dump(-1, ' ', false, json::error_handler_t::replace);
+    return !directory.empty() && ReadWholeFile(file).find(name) != std::string::npos;
+}
+
+// A folder that no record speaks for any more, unless something of it is still mounted somewhere.
+void RemoveFolder(const std::string& folder)
 {
     std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(registry, error))
-        if (Exists(entry.path() / "record.json") && call(entry.path()))
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
+        if (IsServedElsewhere(entry.path() / "served"))
             return;
+    UnmountBelow(folder);
+    EmptyDirectory(folder);
+    rmdir(folder.c_str());
 }
 
 } // namespace
@@ -182,9 +221,34 @@ FileDescriptor LockImage(const std::string& image)
 
 // --- one mount ------------------------------------------------------------------------------------
 
-TreeState MountEntry::Tree() const
+std::string MountEntry::State() const
 {
-    return TreeStateFromText(ReadWholeFile(folder_ + "/tree"));
+    return ReadWholeFile(folder_ + "/tree");
+}
+
+std::string MountEntry::Name() const
+{
+    return NameOf(folder_);
+}
+
+std::string MountEntry::NewLayers(LayersIn place) const
+{
+    const std::string prefix = LayersPrefix(folder_, record_.image, place);
+    int number = 1;
+    while (Exists(prefix + std::to_string(number)))
+        ++number;
+    return prefix + std::to_string(number);
+}
+
+std::vector<std::string> MountEntry::OtherLayers(LayersIn place) const
+{
+    const std::string prefix = LayersPrefix(folder_, record_.image, place);
+    std::vector<std::string> others;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(fs::path(prefix).parent_path(), error))
+        if (entry.path().string().starts_with(prefix) && entry.path() != record_.layers)
+            others.push_back(entry.path());
+    return others;
 }
 
 std::string MountEntry::UnfinishedImage() const
@@ -192,12 +256,24 @@ std::string MountEntry::UnfinishedImage() const
     return record_.image + ".kestro-" + fs::path(folder_).filename().string();
 }
 
+void MountEntry::Write(const MountRecord& record)
+{
+    WriteWholeFile(folder_ + "/record.json", ToText(record));
+    record_ = record;
+}
+
 void MountEntry::SetStatus(MountStatus status)
 {
     MountRecord changed = record_;
     changed.status = status;
-    WriteWholeFile(folder_ + "/record.json", ToText(changed));
-    record_ = changed;
+    Write(changed);
+}
+
+void MountEntry::SetLayers(const std::string& layers)
+{
+    MountRecord changed = record_;
+    changed.layers = layers;
+    Write(changed);
 }
 
 void MountEntry::SetUnmounting()
@@ -213,16 +289,16 @@ void MountEntry::SetUnmounting()
     }
 }
 
-void MountEntry::SetMounted(const TreeState& tree)
+void MountEntry::SetMounted(const std::string& state)
 {
-    WriteWholeFile(folder_ + "/tree", servicing::ToText(tree));
+    WriteWholeFile(folder_ + "/tree", state);
     SetStatus(MountStatus::Mounted);
 }
 
-void MountEntry::Prepare(const MountRecord& next, const TreeState* tree)
+void MountEntry::Prepare(const MountRecord& next, const std::string* state)
 {
-    if (tree != nullptr)
-        WriteWholeFile(folder_ + "/next-tree", servicing::ToText(*tree));
+    if (state != nullptr)
+        WriteWholeFile(folder_ + "/next-tree", *state);
     WriteWholeFile(folder_ + "/next.json", ToText(next));
 }
 
@@ -283,7 +359,8 @@ void MountEntry::RemoveUnfinished() const
         std::error_code error;
         for (const auto& entry : fs::directory_iterator(unfinished.parent_path(), error))
             if (entry.path().filename().string().starts_with(unfinished.filename().string()))
-                unlink(entry.path().c_str());
+                entry.is_directory(error) ? ClearWriterFolder(entry.path())
+                                          : void(unlink(entry.path().c_str()));
     }
 }
 
@@ -293,17 +370,43 @@ void MountEntry::Remove()
     if (unlink((folder_ + "/record.json").c_str()) != 0)
         throw SystemError("cannot remove " + folder_ + "/record.json");
     SyncDirectoryOf(folder_ + "/record.json");
-    std::error_code error;
-    fs::remove_all(folder_, error);
+    try {
+        RemoveFolder(folder_);
+    } catch (const ServicingError&) {
+        // The next mount tries again.
+    }
 }
 
 // --- all mounts -----------------------------------------------------------------------------------
 
+void MountRegistry::ForEach(const std::string& directory, const Visit& visit) const
+{
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder_, error)) {
+        // A folder without a record is what a killed creation left: it never held anything.
+        const std::string file = entry.path() / "record.json";
+        if (!Exists(file))
+            continue;
+        try {
+            MountRecord record = Load(file);
+            RequireOwnLayers(entry.path(), record);
+            if (visit(entry.path(), std::move(record)))
+                return;
+        } catch (const ServicingError& damaged) {
+            if (!Exists(file)) // unmounted meanwhile
+                continue;
+            if (damaged.GetCode() != code::not_a_valid_mount || IsAbout(file, directory))
+                throw;
+            log_.Warning(std::string(damaged.what()) + "; it is left out");
+        }
+    }
+}
+
 std::optional<MountEntry> MountRegistry::FindDirectory(const std::string& directory) const
 {
     std::optional<MountEntry> found;
-    ForEachFolder(folder_, [&](const std::string& folder) {
-        if (Load(folder + "/record.json").directory != directory)
+    ForEach(directory, [&](const std::string& folder, const MountRecord& record) {
+        if (record.directory != directory)
             return false;
         FileDescriptor lock = OpenLock(folder + "/lock");
         if (flock(lock.Get(), LOCK_EX | LOCK_NB) != 0)
@@ -316,11 +419,31 @@ std::optional<MountEntry> MountRegistry::FindDirectory(const std::string& direct
     return found;
 }
 
+std::optional<MountRecord> MountRegistry::Peek(const std::string& directory) const
+{
+    std::optional<MountRecord> found;
+    ForEach(directory, [&](const std::string&, MountRecord record) {
+        if (record.directory == directory)
+            found = std::move(record);
+        return found.has_value();
+    });
+    return found;
+}
+
+std::vector<MountRecord> MountRegistry::All() const
+{
+    std::vector<MountRecord> all;
+    ForEach({}, [&](const std::string&, MountRecord record) {
+        all.push_back(std::move(record));
+        return false;
+    });
+    return all;
+}
+
 std::optional<MountRecord> MountRegistry::FindImage(const std::string& image, unsigned index) const
 {
     std::optional<MountRecord> found;
-    ForEachFolder(folder_, [&](const std::string& folder) {
-        MountRecord record = Load(folder + "/record.json");
+    ForEach({}, [&](const std::string&, MountRecord record) {
         if (record.image == image && record.index == index)
             found = std::move(record);
         return found.has_value();
@@ -352,9 +475,15 @@ FileDescriptor MountRegistry::Lock() const
     FileDescriptor lock = OpenLock(folder_ + "/lock");
     if (flock(lock.Get(), LOCK_EX) != 0)
         throw SystemError("cannot lock " + folder_);
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder_, error))
-        if (entry.is_directory() && !Exists(entry.path() / "record.json"))
-            fs::remove_all(entry.path(), error);
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder_, error)) {
+        if (!entry.is_directory() || Exists(entry.path() / "record.json"))
+            continue;
+        try {
+            RemoveFolder(entry.path());
+        } catch (const ServicingError& left) {
+            log_.Warning(std::string(left.what()) + "; " + entry.path().string() + " stays");
+        }
+    }
     return lock;
 }
 

@@ -3,11 +3,13 @@
 #pragma once
 
 #include "file_system.h"
-#include "tree_state.h"
+#include "platform_log.h"
 #include "wim_header.h"
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kestro::servicing {
 
@@ -28,12 +30,21 @@ struct MountRecord {
     // Of a record that is prepared: what the image file's header was when the file was appended to; it
     // ended there. Without bytes when another file takes the old one's place.
     WimHeader appendedTo;
+    // Of a lazy mount: the folder with its layers. Empty when the image is extracted.
+    std::string layers;
+    // Of a lazy mount: the image file was saved since its layers were made. What is in them is about the
+    // image as it was before and must not be laid over the new one.
+    bool layersAreOld = false;
+    bool IsLazy() const { return !layers.empty(); }
 };
 
 // Throws when the image file is no longer what it was when it was mounted or last committed.
 void RequireUnchangedImage(const MountRecord& record);
 // Keeps other saves out of the image file, wimlib's own among them. Throws when there is another one.
 FileDescriptor LockImage(const std::string& image);
+
+// Where the layers of a lazy mount lie: in the record's folder, or beside the image file.
+enum class LayersIn { Record, ImageFolder };
 
 // A record's place on disk, locked for as long as this lives: of several processes that work on one
 // mount, all but the first are told that it is busy.
@@ -45,18 +56,28 @@ class MountEntry {
     }
 
     const MountRecord& Record() const { return record_; }
-    TreeState Tree() const;
+    // What was in the mount when it was made or last saved, as text: of an extracted one the whole tree's
+    // TreeState, of a lazy one the UpperState of its upper directory.
+    std::string State() const;
+    // The name of the mount in the system's lists, no other mount's.
+    std::string Name() const;
+    // A folder for the layers of a lazy mount, which does not exist yet.
+    std::string NewLayers(LayersIn place) const;
+    // Such folders that are not the record's: a killed process left them.
+    std::vector<std::string> OtherLayers(LayersIn place) const;
     // Where a commit builds the new image file: beside the old one, under a name of this mount's own.
     std::string UnfinishedImage() const;
     // Where it makes the small file that stands for an image file that is appended to.
     std::string StandIn() const { return folder_ + "/stand-in.wim"; }
 
-    void SetMounted(const TreeState& tree);
+    // Written down before anything is in them.
+    void SetLayers(const std::string& layers);
+    void SetMounted(const std::string& state);
     // The changes are dropped: from now on nothing can be saved.
     void SetUnmounting();
     // A new image file comes into force together with the new record: Prepare writes down what will
     // hold once the image file is the given one, Adopt makes it hold.
-    void Prepare(const MountRecord& next, const TreeState* tree);
+    void Prepare(const MountRecord& next, const std::string* state);
     void Adopt();
     void Remove();
 
@@ -69,6 +90,7 @@ class MountEntry {
     void RemoveUnfinished() const;
 
   private:
+    void Write(const MountRecord& record);
     void SetStatus(MountStatus status);
     std::optional<MountRecord> Prepared() const;
     void DropPrepared() const;
@@ -80,10 +102,16 @@ class MountEntry {
 
 class MountRegistry {
   public:
-    explicit MountRegistry(std::string folder) : folder_(std::move(folder)) {}
+    explicit MountRegistry(std::string folder, PlatformLog log = {})
+        : folder_(std::move(folder)), log_(std::move(log))
+    {
+    }
 
     // The directory's record, if there is one. Throws busy when another process works on it.
     std::optional<MountEntry> FindDirectory(const std::string& directory) const;
+    // The same without locking it and without bringing it into order.
+    std::optional<MountRecord> Peek(const std::string& directory) const;
+    std::vector<MountRecord> All() const;
     // A record of the same image of the same file.
     std::optional<MountRecord> FindImage(const std::string& image, unsigned index) const;
     MountEntry Create(const MountRecord& record) const;
@@ -92,7 +120,13 @@ class MountRegistry {
     FileDescriptor Lock() const;
 
   private:
+    // Calls with each record and its folder until the call says true. A record that is damaged is left
+    // out, unless it can be seen to be the given directory's.
+    using Visit = std::function<bool(const std::string& folder, MountRecord record)>;
+    void ForEach(const std::string& directory, const Visit& visit) const;
+
     std::string folder_;
+    PlatformLog log_;
 };
 
 } // namespace kestro::servicing

@@ -47,6 +47,8 @@ inline Code CodeOfErrno(int error)
         return code::invalid_name;
     case EIO:
         return code::read_fault;
+    case ENOTCONN: // nobody serves the mounted image any more
+        return code::needs_remount;
     default:
         return code::unexpected;
     }

@@ -159,11 +159,15 @@ wimlib_wim_info WimFile::Info() const
     return info;
 }
 
-void WimFile::RequireMountable() const
+void WimFile::RequireMountable(unsigned index) const
 {
     if (Info().compression_type == WIMLIB_COMPRESSION_TYPE_LZMS)
         throw ServicingError(code::compression_not_mountable,
-                             path_ + " has a compression that cannot be mounted (LZMS)");
+                             path_ +
+                                 " has a compression whose files cannot be changed one by one "
+                                 "(LZMS): mount it read-only, or make an ordinary image of it: "
+                                 "wimlib-imagex export '" +
+                                 path_ + "' " + std::to_string(index) + " NEW.wim --compress=LZX");
 }
 
 void WimFile::RequireImage(unsigned index) const
@@ -246,20 +250,25 @@ void WimFile::Extract(unsigned index, const std::string& directory) const
     });
 }
 
-std::string WimFile::ContentHash(unsigned index, const std::string& path) const
+std::optional<SavedFile> WimFile::Find(unsigned index, const std::string& path) const
 {
-    std::string hash;
+    SavedFile file;
     const auto keep = [](const wimlib_dir_entry* entry, void* context) {
-        const auto& stream = entry->streams[0].resource;
-        static_cast<std::string*>(context)->assign(reinterpret_cast<const char*>(stream.sha1_hash),
-                                                   sizeof stream.sha1_hash);
+        auto& found = *static_cast<SavedFile*>(context);
+        const auto& hash = entry->streams[0].resource.sha1_hash;
+        found.modified = Nanoseconds(entry->last_write_time);
+        if (std::any_of(std::begin(hash), std::end(hash), [](auto byte) { return byte != 0; }))
+            found.hash.assign(reinterpret_cast<const char*>(hash), sizeof hash);
         return 0;
     };
+    bool missing = false;
     Check("cannot look at " + path + " in " + path_, [&] {
-        return wimlib_iterate_dir_tree(wim_.get(), static_cast<int>(index), path.c_str(), 0, keep,
-                                       &hash);
+        const int error = wimlib_iterate_dir_tree(wim_.get(), static_cast<int>(index), path.c_str(),
+                                                  0, keep, &file);
+        missing = error == WIMLIB_ERR_PATH_DOES_NOT_EXIST || error == WIMLIB_ERR_NOTDIR;
+        return missing ? 0 : error;
     });
-    return hash;
+    return missing ? std::nullopt : std::optional(file);
 }
 
 void WimFile::Apply(unsigned index, const std::string& directory, const TreeChanges& changes)
@@ -298,6 +307,16 @@ void WimFile::Save(const WriteOptions& options)
     if (options.rebuild)
         flags |= WIMLIB_WRITE_FLAG_REBUILD;
     Check("cannot write " + path_, [&] { return wimlib_overwrite(wim_.get(), flags, 0); });
+}
+
+void CommitShownImage(const std::string& directory, const WriteOptions& options)
+{
+    int flags = WIMLIB_UNMOUNT_FLAG_COMMIT;
+    if (options.integrity)
+        flags |= WIMLIB_UNMOUNT_FLAG_CHECK_INTEGRITY;
+    if (options.rebuild)
+        flags |= WIMLIB_UNMOUNT_FLAG_REBUILD;
+    Check("cannot save the image", [&] { return wimlib_unmount_image(directory.c_str(), flags); });
 }
 
 std::string HashOfFile(const std::string& path)

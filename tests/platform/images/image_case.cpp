@@ -1,6 +1,8 @@
 // image_case.cpp - what the tests of the image store share.
 #include "image_case.h"
 
+#include "mount_table.h"
+
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -13,6 +15,8 @@ void ImageCase::SetUp()
     ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     folder_ = pattern;
     image_ = folder_ / "image.wim";
+    if (Way() == servicing::MountWay::Lazy)
+        SKIP_WITHOUT_LAZY_MOUNTS();
     fs::create_directory(Mounted());
     WriteFile(folder_ / "tree/Windows/System32/hosts", "127.0.0.1 localhost\r\n");
     WriteFile(folder_ / "tree/Windows/System32/kernel.bin", Noise(1, 100'000));
@@ -25,6 +29,11 @@ void ImageCase::SetUp()
 
 void ImageCase::TearDown()
 {
+    // What a failed test has left mounted; nothing is removed below it.
+    const auto mounts = servicing::ReadMountTable();
+    for (auto mount = mounts.rbegin(); mount != mounts.rend(); ++mount)
+        if (mount->directory.starts_with(folder_.string() + "/"))
+            servicing::Unmount(mount->directory, servicing::Unmounting::Anyway);
     fs::remove_all(folder_);
 }
 
@@ -38,8 +47,16 @@ void ImageCase::MoveImageTo(const fs::path& folder)
 
 servicing::ImageStore ImageCase::Store() const
 {
-    return servicing::ImageStore(
-        folder_ / "records", servicing::PlatformLog(folder_ / "log", servicing::LogLevel::Info));
+    return servicing::ImageStore(folder_ / "records",
+                                 servicing::PlatformLog(folder_ / "log", servicing::LogLevel::Info),
+                                 KESTRO_IMAGE_SERVER);
+}
+
+servicing::MountWay ImageCase::Way()
+{
+    const char* const way = std::getenv("KESTRO_MOUNT");
+    return way != nullptr && std::string(way) == "lazy" ? servicing::MountWay::Lazy
+                                                        : servicing::MountWay::Extracted;
 }
 
 servicing::MountRequest ImageCase::Request() const
@@ -47,6 +64,7 @@ servicing::MountRequest ImageCase::Request() const
     servicing::MountRequest request;
     request.image = Image();
     request.directory = Mounted();
+    request.way = Way();
     return request;
 }
 

@@ -5,6 +5,7 @@
 #include "files.h"
 #include "image_store.h"
 #include "refusal.h"
+#include "servicing_error.h"
 
 #include <gtest/gtest.h>
 
@@ -20,6 +21,9 @@ class ImageCase : public testing::Test {
 
     servicing::ImageStore Store() const;
     servicing::MountRequest Request() const;
+    // How this run of the tests mounts: KESTRO_MOUNT says "lazy", or everything is extracted.
+    static servicing::MountWay Way();
+    static bool IsLazy() { return Way() == servicing::MountWay::Lazy; }
     void Mount() const { Store().Mount(Request()); }
     void Commit() const { Store().CommitAndUnmount(Mounted(), {}); }
     void Discard() const { Store().Discard(Mounted()); }
@@ -43,3 +47,11 @@ class ImageCase : public testing::Test {
 };
 
 } // namespace kestro::test
+
+// Where nothing can be mounted lazily, nothing of it can be tested.
+#define SKIP_WITHOUT_LAZY_MOUNTS()                                                                 \
+    try {                                                                                          \
+        kestro::servicing::LazyMount::RequireSystem();                                             \
+    } catch (const kestro::servicing::ServicingError& error) {                                     \
+        GTEST_SKIP() << error.what();                                                              \
+    }
