@@ -32,7 +32,7 @@ std::string NoCommand(const std::string& word, const std::string& name)
 struct Arguments {
     std::string image, directory, name, file;
     std::vector<std::string> infs, words;
-    bool commit = false, discard = false, watch = false;
+    bool commit = false, discard = false, watch = false, clean = false;
     MountFlags mount;
     ListFlags list;
     InjectFlags inject;
@@ -163,6 +163,13 @@ void CommandLine::AddMountCommands()
     mount->footer("Example: kestro mount D:\\install.wim D:\\mount");
     Choose(mount, [](const Context& context, const Arguments& a) {
         return MountCommand(context, Wide(a.image), Wide(a.directory), a.mount);
+    });
+
+    auto* const mounts = app_.add_subcommand("mounts", "List what is mounted");
+    mounts->add_flag("--clean", to.clean, "first clear away what is broken");
+    mounts->footer("Example: kestro mounts --clean");
+    Choose(mounts, [](const Context& context, const Arguments& a) {
+        return MountsCommand(context, a.clean);
     });
 
     auto* const unmount = app_.add_subcommand("unmount", "Unmount a directory");

@@ -43,6 +43,9 @@ int UnmountCommand(const Context& context, const std::wstring& directory, bool c
 
 int ImageListCommand(const Context& context, const std::wstring& image);
 
+// With clean, what is broken is cleared away first.
+int MountsCommand(const Context& context, bool clean);
+
 struct InjectFlags {
     std::string index; // a number, a name or "all"; empty: the first image
     bool dryRun = false;

@@ -48,6 +48,14 @@ struct ImageDetails {
     std::string created, modified; // YYYY-MM-DD hh:mm:ss, UTC
 };
 
+// A mounted image.
+struct MountDetails {
+    std::string directory, image;
+    std::uint32_t index = 0;
+    bool readOnly = false;
+    enum class State { Ok, NeedsRemount, Invalid } state = State::Ok;
+};
+
 namespace detail {
 
 #pragma pack(push, 1)
@@ -102,9 +110,16 @@ struct ImageRecord {
     std::uint32_t languageCount, defaultLanguage;
     const FilesRecord* files;
 };
+struct MountRecord {
+    const wchar_t* directory;
+    const wchar_t* image;
+    std::uint32_t index;
+    std::int32_t mode;
+    std::int32_t status;
+};
 #pragma pack(pop)
 static_assert(sizeof(PackageRecord) == 100 && sizeof(DeviceRecord) == 52 &&
-              sizeof(FilesRecord) == 44 && sizeof(ImageRecord) == 140);
+              sizeof(FilesRecord) == 44 && sizeof(ImageRecord) == 140 && sizeof(MountRecord) == 28);
 
 inline std::string TextOf(const wchar_t* text)
 {
@@ -208,6 +223,19 @@ inline ImageDetails DetailsOf(const ImageRecord& record)
         details.created = MomentOf(TimeAt(&record.files->created));
         details.modified = MomentOf(TimeAt(&record.files->modified));
     }
+    return details;
+}
+
+inline MountDetails DetailsOf(const MountRecord& record)
+{
+    MountDetails details;
+    details.directory = TextOf(record.directory);
+    details.image = TextOf(record.image);
+    details.index = record.index;
+    details.readOnly = record.mode != 0;
+    details.state = record.status == 0   ? MountDetails::State::Ok
+                    : record.status == 1 ? MountDetails::State::NeedsRemount
+                                         : MountDetails::State::Invalid;
     return details;
 }
 

@@ -154,6 +154,14 @@ class Servicing {
         return detail::AllDetails(records);
     }
 
+    std::vector<MountDetails> Mounts() const
+    {
+        detail::Records<detail::MountRecord> records;
+        detail::MustServe<detail::MountRecord**, UINT*>("DismGetMountedImageInfo", records.To(),
+                                                        records.CountTo());
+        return detail::AllDetails(records);
+    }
+
     void Mount(const std::wstring& file, const std::wstring& directory, std::uint32_t index,
                bool readOnly, const Watch& watch = {}) const
     {
@@ -169,6 +177,14 @@ class Servicing {
             "DismUnmountImage", directory.c_str(), saveChanges ? 0 : 1, watch.cancel,
             detail::CallbackOf(watch), const_cast<Watch*>(&watch));
     }
+
+    void Remount(const std::wstring& directory) const
+    {
+        detail::MustServe<const wchar_t*>("DismRemountImage", directory.c_str());
+    }
+
+    // Clears away what is left of mounts that are broken.
+    void CleanUpMounts() const { detail::MustServe<>("DismCleanupMountpoints"); }
 };
 
 // A servicing session on an image's root directory.

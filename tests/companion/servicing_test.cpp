@@ -35,6 +35,9 @@ SAME_PLACE(ImageRecord, languages, DismImageInfo, Language);
 SAME_PLACE(ImageRecord, files, DismImageInfo, CustomizedInfo);
 static_assert(sizeof(detail::FilesRecord) == sizeof(DismWimCustomizedInfo));
 SAME_PLACE(FilesRecord, modified, DismWimCustomizedInfo, ModifiedTime);
+static_assert(sizeof(detail::MountRecord) == sizeof(DismMountedImageInfo));
+SAME_PLACE(MountRecord, mode, DismMountedImageInfo, MountMode);
+SAME_PLACE(MountRecord, status, DismMountedImageInfo, MountStatus);
 #undef SAME_PLACE
 
 class ServicingItself : public testing::Test {
@@ -92,7 +95,7 @@ TEST_F(ServicingItself, ClosesWhatItOpens)
         EXPECT_THROW(ServicingSession(servicing, folder_ / L"none"), ServicingError);
     }
     // The API starts anew only when the last session is closed.
-    EXPECT_NO_THROW(Servicing{Log()});
+    EXPECT_NO_THROW(Servicing{Log()}.Mounts());
 }
 
 TEST_F(ServicingItself, AFailureNamesItsFunctionAndCode)

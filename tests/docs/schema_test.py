@@ -30,11 +30,11 @@ LIST = validator("operations")
 
 HID = r"D:\drivers\tidepoolhid.inf"
 DISK, MISSING = r"\\?\PhysicalDrive1", r"\\?\PhysicalDrive9"
-COMMANDS = {"inject", "image list", "mount", "unmount", "driver add", "driver remove",
+COMMANDS = {"inject", "image list", "mount", "unmount", "mounts", "driver add", "driver remove",
             "driver list", "driver info", "driver export", "disk list", "disk clean", "disk online", "disk offline", "inf install", "selftest", "result"}
 
 # They only say how things are.
-NEVER_FAIL = {"disk-list"}
+NEVER_FAIL = {"mounts", "disk-list"}
 
 OPERATIONS = [
     ["image", "list", r"D:\install.wim"],
@@ -44,6 +44,7 @@ OPERATIONS = [
     ["inject", r"D:\missing.wim", HID],
     ["mount", r"D:\install.wim", r"D:\mount", "--read-only"],
     ["mount", r"D:\install.wim", r"D:\mount", "--read-only"],
+    ["mounts"],
     ["unmount", r"D:\mount", "--discard"],
     ["mount", r"D:\install.wim", r"D:\mount", "--result", r"D:\mount.ini"],
     ["mount", r"D:\missing.wim", r"D:\mount", "--wide", "--result", r"D:\failed.ini"],

@@ -94,6 +94,7 @@ class World:
 
     def prepare_boot(self):
         """D:\\boot.wim as installation media have it: the second image is the one that they boot."""
+        self.must_run("mounts", "--clean")  # what other pages have left
         self.write(r"D:\boot\Windows\System32\config\DRIVERS", minimal_hive())
         os.makedirs(self.path(r"D:\boot\Windows\INF"))
         for number, name in enumerate(("Windows PE", "Windows Setup"), 1):

@@ -131,6 +131,38 @@ class Mounts(ImageCase):
         shutil.rmtree(self.mounted)
         os.makedirs(self.mounted)
 
+    def test_what_is_mounted(self):
+        self.mount("--index", "2", "--read-only")
+        mine = [mount for mount in self.document("mounts")["mounts"]
+                if self.folder.replace("/", "\\") in mount["directory"]]
+        self.assertEqual([(mount["index"], mount["read_only"], mount["state"]) for mount in mine],
+                         [(2, True, "ok")])
+        self.assertTrue(mine[0]["image"].endswith("\\boot.wim"))
+        # What is whole stays.
+        self.assertIn(mine[0], self.document("mounts", "--clean")["mounts"])
+        self.assertEqual(self.exit_code("mounts"), 0)
+        self.assertRegex(self.output, r"(?m)^ok +read-only +2 +\S+")
+        self.unmount("--discard")
+        self.assertNotIn(mine[0], self.document("mounts")["mounts"])
+
+    def test_a_mount_that_was_never_finished_is_cleared_away(self):
+        self.mount("--index", "2")
+        records = os.path.join(os.environ["WINEPREFIX"], "drive_c/ProgramData/Kestro/Mounts")
+        for folder in os.listdir(records):
+            record = os.path.join(records, folder, "record.json")
+            if not os.path.isfile(record):
+                continue
+            with open(record, encoding="utf-8") as stream:
+                text = stream.read()
+            if self.folder in text:
+                with open(record, "w", encoding="utf-8") as stream:
+                    stream.write(text.replace('"mounted"', '"mounting"'))
+        states = {mount["directory"]: mount["state"] for mount in self.document("mounts")["mounts"]}
+        self.assertIn("invalid", states.values())
+        self.assertGreaterEqual(self.document("mounts", "--clean")["cleared"], 1)
+        self.assertEqual(os.listdir(self.mounted), [])
+        self.mount("--index", "2")
+
 
 class Unwritable(ImageCase):
     def test_nothing_is_done_when_the_result_file_cannot_be_written(self):

@@ -101,6 +101,15 @@ MountWay MountWayOf(DWORD flags)
     return MountWay::Any;
 }
 
+std::string MountDirectory(PCWSTR mountPath)
+{
+    if (mountPath == nullptr || mountPath[0] == 0)
+        Refuse(code::invalid_parameter, "the mount directory is missing");
+    if (auto path = FindHostPath(mountPath))
+        return *path;
+    Refuse(code::directory_missing, "there is no directory " + Utf8(mountPath));
+}
+
 CommitOptions CommitOptionsOf(DWORD flags)
 {
     constexpr DWORD known = DISM_COMMIT_GENERATE_INTEGRITY | DISM_COMMIT_APPEND;

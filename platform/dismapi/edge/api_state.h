@@ -61,6 +61,9 @@ Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData, HANDLE canc
 // program's environment: "lazy", "extract" or neither. Who asks for a quick mount gets no slow one.
 MountWay MountWayOf(DWORD flags);
 
+// The directory to mount into, to unmount or to mount again; one whose parent is missing is missing too.
+std::string MountDirectory(PCWSTR mountPath);
+
 // What a commit's flags ask for. Flags that ask for nothing known, or for a discard, are refused.
 CommitOptions CommitOptionsOf(DWORD flags);
 

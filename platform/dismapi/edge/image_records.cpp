@@ -1,7 +1,9 @@
-// image_records.cpp - the API's records of images, as callers get them.
+// image_records.cpp - the API's records of images and mounts, as callers get them.
 #include "image_records.h"
 
 #include "record_block.h"
+#include "servicing_error.h"
+#include "wine_path.h"
 
 #include <cstddef>
 
@@ -46,6 +48,29 @@ DismWimCustomizedInfo CustomizedInfo(const ImageInfo& image)
     return info;
 }
 
+DismMountStatus StatusOf(MountState state)
+{
+    switch (state) {
+    case MountState::Ok:
+        return DismMountStatusOk;
+    case MountState::NeedsRemount:
+        return DismMountStatusNeedsRemount;
+    case MountState::Invalid:
+        break;
+    }
+    return DismMountStatusInvalid;
+}
+
+// A path that Windows has no name for is shown as this machine has it.
+std::string ShownPath(const std::string& hostPath)
+{
+    try {
+        return Utf8(WindowsPath(hostPath).data());
+    } catch (const ServicingError&) {
+        return hostPath;
+    }
+}
+
 } // namespace
 
 DismImageInfo* MakeImageRecords(const std::vector<ImageInfo>& images)
@@ -65,6 +90,21 @@ DismImageInfo* MakeImageRecords(const std::vector<ImageInfo>& images)
         block.SetText(offsetof(Record, SystemRoot), image.systemRoot);
         block.SetTexts(offsetof(Record, Language), image.languages);
         block.SetRecord(offsetof(Record, CustomizedInfo), CustomizedInfo(image));
+    }
+    return block.Make();
+}
+
+DismMountedImageInfo* MakeMountRecords(const std::vector<MountInfo>& mounts)
+{
+    using Record = DismMountedImageInfo;
+    RecordBlock<Record> block;
+    for (const MountInfo& mount : mounts) {
+        Record& record = block.Add();
+        record.ImageIndex = mount.index;
+        record.MountMode = mount.readOnly ? DismReadOnly : DismReadWrite;
+        record.MountStatus = StatusOf(mount.state);
+        block.SetText(offsetof(Record, MountPath), ShownPath(mount.directory));
+        block.SetText(offsetof(Record, ImageFilePath), ShownPath(mount.image));
     }
     return block.Make();
 }

@@ -7,16 +7,6 @@ using namespace kestro::servicing;
 
 namespace {
 
-// The directory to mount into or to unmount; one whose parent is missing is missing too.
-std::string MountDirectory(PCWSTR mountPath)
-{
-    if (mountPath == nullptr || mountPath[0] == 0)
-        Refuse(code::invalid_parameter, "the mount directory is missing");
-    if (auto path = FindHostPath(mountPath))
-        return *path;
-    Refuse(code::directory_missing, "there is no directory " + Utf8(mountPath));
-}
-
 MountRequest RequestOf(PCWSTR imageFile, PCWSTR mountPath, UINT index, PCWSTR name,
                        DismImageIdentifier identifier, DWORD flags)
 {

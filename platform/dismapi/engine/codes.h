@@ -56,6 +56,7 @@ inline constexpr Code open_session_handles = CodeOf(0xC0040003);
 inline constexpr Code invalid_session = CodeOf(0xC0040004);
 inline constexpr Code invalid_image_name = CodeOf(0xC0040006);
 inline constexpr Code open_handles_at_unmount = CodeOf(0xC004000A);
+inline constexpr Code open_handles_at_remount = CodeOf(0xC004000C);
 inline constexpr Code image_index_missing = CodeOf(0xC1510113);
 inline constexpr Code needs_remount = CodeOf(0xC1510114);
 
