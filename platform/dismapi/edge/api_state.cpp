@@ -77,7 +77,7 @@ Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData, HANDLE canc
         if (state == WAIT_FAILED)
             Refuse(code::invalid_parameter, "the cancel event is no event");
         if (state == WAIT_OBJECT_0)
-            Refuse(code::request_aborted, "the caller has ended the call before it began");
+            Refuse(code::cancelled, "the caller has ended the call before it began");
     }
     return [=](unsigned current, unsigned total) {
         if (callback != nullptr)

@@ -31,7 +31,7 @@ inline constexpr Code disk_full = CodeOf(0x80070070);
 inline constexpr Code invalid_name = CodeOf(0x8007007B);
 inline constexpr Code unexpected = CodeOf(0x8000FFFF);
 
-inline constexpr Code request_aborted = CodeOf(0x800704D3);
+inline constexpr Code cancelled = CodeOf(0x800704D3);
 inline constexpr Code bad_hive = CodeOf(0x800703F1);
 
 // SetupAPI's.

@@ -69,7 +69,7 @@ class PartsProgress {
             told = now;
         }
         if (refused)
-            throw ServicingError(code::request_aborted, "the caller has ended the extraction");
+            throw ServicingError(code::cancelled, "the caller has ended the extraction");
         if (failure_)
             std::rethrow_exception(failure_);
     }

@@ -55,7 +55,7 @@ Code CodeOfWimError(int error, int systemError)
     case WIMLIB_ERR_NOMEM:
         return code::out_of_memory;
     case WIMLIB_ERR_ABORTED_BY_PROGRESS:
-        return code::request_aborted;
+        return code::cancelled;
     case WIMLIB_ERR_ALREADY_LOCKED:
         return code::busy;
     case WIMLIB_ERR_NOTDIR:

@@ -159,13 +159,13 @@ TEST_F(ManyFiles, AreGivenUpWhenTheProgressSaysSo)
         WriteFile(Tree(i), Noise(static_cast<unsigned>(i), 100'000));
     Capture();
     const auto mount = [&] { Store().Mount(Request(), [](unsigned, unsigned) { return false; }); };
-    EXPECT_CODE(mount(), code::request_aborted);
+    EXPECT_CODE(mount(), code::cancelled);
     EXPECT_TRUE(fs::is_empty(Mounted()));
     ExpectNothingLeft();
     // And when there is so little that it is over before the answer.
     fs::remove_all(folder_ / "tree/many");
     Capture();
-    EXPECT_CODE(mount(), code::request_aborted);
+    EXPECT_CODE(mount(), code::cancelled);
     EXPECT_TRUE(fs::is_empty(Mounted()));
     ExpectNothingLeft();
 }
