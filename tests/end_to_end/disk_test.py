@@ -160,6 +160,29 @@ class Clean(DiskCase):
         self.assertIn("Disk cleaned successfully.", log)
 
 
+class Lists(DiskCase):
+    def test_each_disk_and_whether_it_can_be_cleaned(self):
+        self.disk(GPT)
+        self.disk(MBR, Pack="Pack 1", ReadOnly="yes")
+        self.disk(None, megabytes=32, Online="no")
+        self.disk(GPT, System="yes", Pack="Pack 1")
+        self.assertEqual(self.exit_code("disk", "list", "--json"), 0, self.errors)
+        disks = {disk["name"][-1]: disk for disk in json.loads(self.output)["disks"]}
+        self.assertEqual(sorted(disks), ["1", "2", "3", "4"])
+        self.assertEqual([(disks[n]["style"], disks[n]["state"], disks[n]["size"] >> 20, disks[n]["pack"],
+                           disks[n]["can_be_cleaned"], disks[n]["refusal"]) for n in "1234"], [
+            ("GPT", "online", 16, "", True, ""), ("MBR", "online", 16, "Pack 1", False, "read-only"),
+            ("-", "offline", 32, "", False, "offline"),
+            ("GPT", "online", 16, "Pack 1", False, "holds the system volume")])
+        self.assertEqual(self.exit_code("disk", "list"), 0, self.errors)
+        self.assertRegex(self.output, r"(?m)^NAME +SIZE +STYLE +STATE +CAN BE CLEANED\r?$")
+        self.assertRegex(self.output, r"(?m)^\\\\\?\\PhysicalDrive1 +16\.0 MB +GPT +online +yes; data on it needs --force")
+
+    def test_no_disk(self):
+        self.assertEqual(self.exit_code("disk", "list", "--json"), 0, self.errors)
+        self.assertEqual(json.loads(self.output)["disks"], [])
+
+
 class Refusals(DiskCase):
     def refused(self, code, script=GPT, options=(), **keys):
         file, name = self.disk(script, **keys)

@@ -191,6 +191,23 @@ unsigned WimFile::FindImage(const std::string& name) const
     throw ServicingError(code::invalid_image_name, path_ + " holds no image named " + name);
 }
 
+unsigned WimFile::ImageCount() const
+{
+    return Info().image_count;
+}
+
+unsigned WimFile::BootIndex() const
+{
+    return Info().boot_index;
+}
+
+std::string WimFile::Property(unsigned index, const std::string& name) const
+{
+    const char* const value =
+        wimlib_get_image_property(wim_.get(), static_cast<int>(index), name.c_str());
+    return value != nullptr ? value : "";
+}
+
 bool WimFile::IsMarkedReadOnly() const
 {
     return Info().is_marked_readonly;
