@@ -72,7 +72,9 @@ inside() {
             mount --bind "/dev/$device" "$system/dev/$device"
         done
         ln -s /proc/self/fd "$system/dev/fd"
-        mkdir "$system/dev/shm"
+        mkdir "$system/dev/shm" "$system/dev/pts"
+        mount -t devpts -o newinstance,ptmxmode=0666 devpts "$system/dev/pts"
+        ln -s pts/ptmx "$system/dev/ptmx"
         mount -t tmpfs shm "$system/dev/shm"
         mount -t proc proc "$system/proc"
         mount -t sysfs -o ro sysfs "$system/sys"
