@@ -277,7 +277,7 @@ inline std::optional<Failure> CheckCleaned(const std::wstring& disk,
             if (style == 0u)
                 return {};
             if (look == looks)
-                return Failure{"IVdsDisk::GetProperties",
+                return Failure{"CleanDisk",
                                style ? kDiskNotEmpty : static_cast<std::int32_t>(0x80042405)};
             std::this_thread::sleep_for(pause);
         }

@@ -3,6 +3,9 @@
 //   activate COUNT   asks for the service so many times, one after another; says how long that took
 //   activate hold    keeps the service, and asks it for its disks for each line of standard input
 //   activate disable, activate enable   nobody may start it; as it was
+//   activate NAME    looks whether that disk is as a clean leaves it, as the companion does
+#include "kestro.hpp"
+
 #include <windows.h>
 
 #include <objbase.h>
@@ -94,6 +97,13 @@ int SetStartType(DWORD type)
     return set ? 0 : 1;
 }
 
+int Look(const char* name)
+{
+    const auto failure = kestro::CheckCleaned(kestro::detail::Wide(name, CP_UTF8));
+    std::printf("%08lX\n", failure ? static_cast<unsigned long>(failure->hresult) : 0);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -103,6 +113,8 @@ int main(int argc, char** argv)
         return SetStartType(SERVICE_DISABLED);
     if (std::strcmp(what, "enable") == 0)
         return SetStartType(SERVICE_DEMAND_START);
+    if (*what == '\\')
+        return Look(what);
     if (*what == 0 || FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
         return 2;
     return std::strcmp(what, "hold") == 0 ? Hold() : Activate(std::atoi(what));

@@ -281,6 +281,16 @@ class Results(DiskCase):
         return os.path.exists(LOG) and text in read(LOG)
 
 
+    def test_a_disk_is_looked_at_again(self):
+        _, name = self.disk()
+        _, empty = self.disk(None, Pack="Pack 1")
+        for wanted, code in ((name, "80042414"), (empty, "00000000"),
+                             ("\\\\?\\PhysicalDrive9", "80042405")):
+            done = subprocess.run([RUN, ACTIVATE, wanted], stdin=subprocess.DEVNULL,
+                                  stdout=subprocess.PIPE, timeout=HANG, text=True)
+            self.assertEqual(done.stdout.strip(), code, wanted)
+
+
 class Service(DiskCase):
     """The service's life: one for all clients, started when it is needed."""
 
