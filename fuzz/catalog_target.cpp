@@ -14,7 +14,8 @@ void Catalog(const std::string& input)
     const Scratch scratch;
     WriteFile(scratch / "package.cat", input);
     try {
-        const CatalogVerdict verdict = CheckCatalog(scratch / "package.cat", inf);
+        const CatalogVerdict verdict =
+            CheckCatalog(scratch / "package.cat", {{inf, inf.filename()}});
         Require(verdict.state != CatalogState::Missing, "a catalog that is there is not missing");
         Require(verdict.signer.empty() || verdict.state == CatalogState::Signed,
                 "only a signed package names a signer");

@@ -22,15 +22,17 @@ TEST(Findings, ACatalogThatNamesSignedContentAndHoldsNone)
     const Scratch scratch;
     WriteFile(scratch / "package.cat", "\x30\x0B\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02");
     WriteFile(scratch / "package.inf", "");
-    EXPECT_EQ(servicing::CheckCatalog(scratch / "package.cat", scratch / "package.inf").state,
-              servicing::CatalogState::NotSigned);
+    EXPECT_EQ(
+        servicing::CheckCatalog(scratch / "package.cat", {{scratch / "package.inf", "package.inf"}})
+            .state,
+        servicing::CatalogState::NotSigned);
 }
 
 std::string Record(const std::string& index, const std::string& size, const std::string& directory)
 {
-    return R"({"image": "/nonexistent/image.wim", "imageIdentity": [0, 0, )" + size +
-           R"(, 0], "index": )" + index + R"(, "directory": ")" + directory +
-           R"(", "directoryIdentity": [0, 0, 0, 0], "readOnly": false, "status": "mounted"})";
+    return R"({"image": "/nonexistent/image.wim", "imageIdentity": [0, 0, ""], "index": )" + index +
+           R"(, "directory": ")" + directory + R"(", "directoryIdentity": [0, 0, )" + size +
+           R"(, 0], "readOnly": false, "status": "mounted"})";
 }
 
 TEST(Findings, ARecordWithANumberThatItsFieldCannotHold)

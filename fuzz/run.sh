@@ -22,8 +22,8 @@ for target in "${targets[@]}"; do
     rm -f "$out/crashes/$target"/*
     log="$out/$target.log"
     echo "fuzzing $target for $seconds s" >&2
-    "$program" -max_total_time="$seconds" -max_len=65536 -timeout=20 -rss_limit_mb=4096 \
-        -malloc_limit_mb=65536 -print_final_stats=1 -close_fd_mask=1 \
+    "$program" -max_total_time="$seconds" -max_len=65536 -timeout=5 -rss_limit_mb=512 \
+        -malloc_limit_mb=256 -print_final_stats=1 -close_fd_mask=1 \
         -artifact_prefix="$out/crashes/$target/" \
         "$out/corpus/$target" "fuzz/corpus/$target" >"$log" 2>&1
     status=$?

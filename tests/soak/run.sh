@@ -39,6 +39,13 @@ trap_() (
     ctest --preset trap -E '^docs\.' --output-log "$logs/trap.log"
 )
 
+# An overlay's changes saved again and again, in many random sequences.
+replay() (
+    say "replay"
+    KESTRO_REPLAY_SEQUENCES=200 build/platform/tests/platform/images/image_store_test \
+        --gtest_filter='ReplaySequences.*' | tee "$logs/replay.log"
+)
+
 # The embedded platform's native tests with address and undefined-behaviour sanitizers.
 sanitize() (
     say "sanitize"
@@ -95,12 +102,12 @@ heap() (
     grep -a '% tests passed' "$logs/heap.log"
 )
 
-[ $# -gt 0 ] || set -- load trap sanitize valgrind threads heap
+[ $# -gt 0 ] || set -- load trap replay sanitize valgrind threads heap
 for step in "$@"; do
     case "$step" in
-    load | sanitize | threads | heap) "$step" ;;
+    load | replay | sanitize | threads | heap) "$step" ;;
     trap | valgrind) "${step}_" ;;
-    *) fail "no such step: $step (load, trap, sanitize, valgrind, threads, heap)" ;;
+    *) fail "no such step: $step (load, trap, replay, sanitize, valgrind, threads, heap)" ;;
     esac
 done
 say "soak: all steps passed: $*"

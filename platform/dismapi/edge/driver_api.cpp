@@ -68,7 +68,7 @@ PackageInfo DescribeInf(PCWSTR path, Architecture architecture)
     info.package = ReadInf(inf, architecture);
     if (const auto catalog = FindPath(inf.parent_path(), info.package.catalog);
         catalog && !info.package.catalog.empty())
-        info.signature = CheckCatalog(*catalog, inf).state;
+        info.signature = CheckCatalog(*catalog, {{inf, inf.filename()}}).state;
     return info;
 }
 

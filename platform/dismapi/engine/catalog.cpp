@@ -1,129 +1,210 @@
-// catalog.cpp - what a package's signed catalog says about it.
+// catalog.cpp - what a package's signed catalog says about its files.
 #include "catalog.h"
 
-#include "file_system.h"
+#include "authenticode.h"
+#include "image_tree.h"
 #include "servicing_error.h"
+#include "trust_list.h"
 
-#include <algorithm>
+#include <charconv>
+#include <ctime>
 #include <fstream>
-#include <memory>
 #include <openssl/evp.h>
-#include <openssl/objects.h>
-#include <openssl/pkcs7.h>
-#include <openssl/x509.h>
-#include <span>
-#include <vector>
 
 namespace fs = std::filesystem;
 
 namespace kestro::servicing {
 
-using Bytes = std::vector<unsigned char>;
-using ByteView = std::span<const unsigned char>;
+// --- a file ----------------------------------------------------------------------------------------
 
-template <auto Free>
-struct Freed {
-    template <class T>
-    void operator()(T* object) const
+// "10.0" or "5.x"; nothing if it is neither.
+static std::optional<WindowsVersion> ParseVersion(std::string_view text)
+{
+    WindowsVersion version;
+    const char* end = text.data() + text.size();
+    const auto major = std::from_chars(text.data(), end, version.major);
+    if (major.ec != std::errc() || major.ptr == end || *major.ptr != '.')
+        return std::nullopt;
+    if (std::string_view(major.ptr, end) == ".x")
+        return version;
+    const auto minor = std::from_chars(major.ptr + 1, end, version.minor);
+    return minor.ec == std::errc() && minor.ptr == end ? std::optional(version) : std::nullopt;
+}
+
+// An OSAttr is a list such as "2:6.1,2:10.0", where 2 stands for NT. Windows takes drivers of its
+// predecessors.
+static bool IsFor(WindowsVersion windows, const std::string& osAttribute)
+{
+    bool saysAny = false;
+    std::string_view rest = osAttribute;
+    while (!rest.empty()) {
+        const auto entry = rest.substr(0, rest.find(','));
+        rest.remove_prefix(std::min(rest.size(), entry.size() + 1));
+        const auto version = entry.starts_with("2:") ? ParseVersion(entry.substr(2)) : std::nullopt;
+        if (version && *version <= windows)
+            return true;
+        saysAny = saysAny || version;
+    }
+    return !saysAny;
+}
+
+static std::string ValueOf(const CatalogAttributes& attributes, const char* name)
+{
+    const auto found = attributes.find(name);
+    return found == attributes.end() ? std::string() : found->second;
+}
+
+namespace {
+
+enum class Listed { No, ForOtherWindows, Yes };
+
+class Members {
+  public:
+    Members(const TrustList& list, std::optional<WindowsVersion> windows)
+        : list_(list), windows_(windows)
     {
-        Free(object);
+        for (const auto& [hash, member] : list.members)
+            if (hash.size() == kSha256Size)
+                namesWithSha256_.insert(LowerCase(ValueOf(member.attributes, "File")));
     }
+
+    Listed Find(const PackageFile& file) const
+    {
+        const HashableFile content(file.path);
+        const Listed bySha256 = FindHash(content, EVP_sha256());
+        // A member with the better hash is not to be passed over for one with the weaker.
+        if (bySha256 != Listed::No ||
+            namesWithSha256_.contains(LowerCase(file.path.filename().string())))
+            return bySha256;
+        return FindHash(content, EVP_sha1());
+    }
+
+  private:
+    static constexpr std::size_t kSha256Size = 32;
+
+    Listed FindHash(const HashableFile& content, const EVP_MD* algorithm) const
+    {
+        Listed result = Listed::No;
+        const auto [first, last] = list_.members.equal_range(content.Digest(algorithm));
+        for (auto member = first; member != last; ++member) {
+            const CatalogAttributes& own = member->second.attributes;
+            const CatalogAttributes& said = own.contains("OSAttr") ? own : list_.attributes;
+            if (member->second.ofImage.value_or(content.IsImage()) != content.IsImage())
+                continue;
+            if (!windows_ || IsFor(*windows_, ValueOf(said, "OSAttr")))
+                return Listed::Yes;
+            result = Listed::ForOtherWindows;
+        }
+        return result;
+    }
+
+    const TrustList& list_;
+    std::optional<WindowsVersion> windows_;
+    std::set<std::string> namesWithSha256_;
 };
-using Pkcs7 = std::unique_ptr<PKCS7, Freed<PKCS7_free>>;
-using Bio = std::unique_ptr<BIO, Freed<BIO_free>>;
-using BioChain = std::unique_ptr<BIO, Freed<BIO_free_all>>;
-using CertificateStore = std::unique_ptr<X509_STORE, Freed<X509_STORE_free>>;
 
-static Bytes ReadBytes(const fs::path& file)
+} // namespace
+
+// --- the catalog -----------------------------------------------------------------------------------
+
+// Its bits are inferred from one recording, in which both attributes were true.
+static std::optional<std::uint32_t> DatabaseAttributes(const CatalogAttributes& attributes)
 {
-    const std::string content = ReadWholeFile(file);
-    return {content.begin(), content.end()};
+    constexpr std::uint32_t known = 0x80000000, universal = 1, declarative = 2;
+    if (!attributes.contains("Universal") && !attributes.contains("Declarative"))
+        return std::nullopt;
+    const auto isTrue = [&](const char* name) {
+        return EqualNames(ValueOf(attributes, name), "true");
+    };
+    return known | (isTrue("Universal") ? universal : 0) |
+           (isTrue("Declarative") ? declarative : 0);
 }
 
-// The object identifier of a Windows certificate trust list, which is what a catalog is.
-constexpr char kTrustList[] = "1.3.6.1.4.1.311.10.1";
-
-// The signed content of a catalog without its outer header; empty if the file is no catalog.
-static ByteView TrustListOf(const PKCS7& message)
+static CatalogVerdict Refused(CatalogState state, const std::string& reason)
 {
-    // A message may name the type of its content and hold none.
-    if (!PKCS7_type_is_signed(const_cast<PKCS7*>(&message)) || !message.d.sign)
-        return {};
-    const PKCS7* content = message.d.sign->contents;
-    char type[sizeof kTrustList + 1];
-    OBJ_obj2txt(type, sizeof type, content->type, 1);
-    if (std::string_view(type) != kTrustList || !content->d.other ||
-        content->d.other->type != V_ASN1_SEQUENCE)
-        return {};
-    const ASN1_STRING* sequence = content->d.other->value.sequence;
-    const unsigned char* data = sequence->data;
-    long length = 0;
-    int tag = 0;
-    int objectClass = 0;
-    if (ASN1_get_object(&data, &length, &tag, &objectClass, sequence->length) & 0x80)
-        return {};
-    return {data, static_cast<std::size_t>(length)};
+    CatalogVerdict verdict;
+    verdict.state = state;
+    verdict.reason = reason;
+    return verdict;
 }
 
-// PKCS7_verify leaves memory behind when a message names a digest that OpenSSL does not have.
-static bool DigestsAreKnown(PKCS7& message)
+static CatalogVerdict CheckFiles(const TrustList& list, const std::vector<PackageFile>& files,
+                                 std::optional<WindowsVersion> windows)
 {
-    BioChain nothing(BIO_new(BIO_s_null()));
-    const BioChain digests(PKCS7_dataInit(&message, nothing.get()));
-    // The chain ends in what it was made over.
-    if (digests)
-        static_cast<void>(nothing.release());
-    return digests != nullptr;
-}
-
-static bool SignatureFits(PKCS7& message, ByteView content)
-{
-    if (!DigestsAreKnown(message))
-        return false;
-    const Bio bio(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
-    const CertificateStore none(X509_STORE_new());
-    return PKCS7_verify(&message, nullptr, none.get(), bio.get(), nullptr, PKCS7_NOVERIFY) == 1;
-}
-
-static bool Lists(ByteView content, ByteView file, const EVP_MD* algorithm)
-{
-    // An OCTET STRING: tag, length, digest.
-    unsigned char entry[2 + EVP_MAX_MD_SIZE] = {0x04};
-    unsigned length = 0;
-    EVP_Digest(file.data(), file.size(), entry + 2, &length, algorithm, nullptr);
-    entry[1] = static_cast<unsigned char>(length);
-    return std::search(content.begin(), content.end(), entry, entry + 2 + length) != content.end();
-}
-
-static std::string SignerOf(PKCS7& message)
-{
-    STACK_OF(X509)* signers = PKCS7_get0_signers(&message, nullptr, 0);
-    std::string name;
-    if (signers && sk_X509_num(signers) > 0) {
-        char text[256] = "";
-        X509_NAME_get_text_by_NID(X509_get_subject_name(sk_X509_value(signers, 0)), NID_commonName,
-                                  text, sizeof text);
-        name = text;
+    const Members members(list, windows);
+    CatalogVerdict verdict;
+    verdict.state = CatalogState::Signed;
+    for (const PackageFile& file : files) {
+        const Listed listed = members.Find(file);
+        if (listed == Listed::No) {
+            verdict.notListed.push_back(file.name);
+            verdict.state = CatalogState::FileNotListed;
+        } else if (listed == Listed::ForOtherWindows && verdict.state == CatalogState::Signed) {
+            verdict.state = CatalogState::ForOtherWindows;
+            verdict.reason = "lists " + file.name + " for later versions of Windows only";
+        }
     }
-    sk_X509_free(signers);
-    return name;
+    if (verdict.state == CatalogState::FileNotListed) {
+        verdict.reason = "does not list";
+        for (const std::string& name : verdict.notListed)
+            verdict.reason += (name == verdict.notListed.front() ? " " : ", ") + name;
+        verdict.reason += " as it is";
+    }
+    return verdict;
 }
 
-CatalogVerdict CheckCatalog(const fs::path& catalog, const fs::path& inf)
+CatalogVerdict CheckCatalog(const fs::path& catalog, const std::vector<PackageFile>& files,
+                            std::optional<WindowsVersion> windows)
 {
-    std::error_code ignored;
-    if (!fs::is_regular_file(catalog, ignored))
-        return {};
-    const Bytes bytes = ReadBytes(catalog);
-    const unsigned char* data = bytes.data();
-    const Pkcs7 message(d2i_PKCS7(nullptr, &data, static_cast<long>(bytes.size())));
-    const ByteView content = message ? TrustListOf(*message) : ByteView();
-    if (content.empty() || !SignatureFits(*message, content))
-        return {CatalogState::NotSigned, ""};
-    const Bytes infBytes = ReadBytes(inf);
-    if (!Lists(content, infBytes, EVP_sha256()) && !Lists(content, infBytes, EVP_sha1()))
-        return {CatalogState::InfNotListed, ""};
-    return {CatalogState::Signed, SignerOf(*message)};
+    std::error_code error;
+    if (!fs::is_regular_file(catalog, error))
+        return Refused(CatalogState::Missing, "is missing");
+    // The largest that Windows comes with has a few megabytes.
+    constexpr std::uintmax_t largest = 64 << 20;
+    if (fs::file_size(catalog) > largest)
+        return Refused(CatalogState::NotSigned, "is too large for a catalog");
+    const std::string bytes = ReadWholeFile(catalog);
+    constexpr char trustList[] = "1.3.6.1.4.1.311.10.1";
+    const auto message = SignedMessage::Parse(
+        {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()}, trustList);
+    const auto list = message ? ReadTrustList(message->ContentSequence()) : std::nullopt;
+    if (!list)
+        return Refused(CatalogState::NotSigned, "is no signed catalog");
+    if (!message->SignatureFits())
+        return Refused(CatalogState::Altered, "was changed after it was signed");
+    const Signer signer = message->FindSigner(std::time(nullptr));
+    if (!signer.distrust.empty())
+        return Refused(CatalogState::NotTrusted, "is not trusted: " + signer.distrust);
+
+    CatalogVerdict verdict = CheckFiles(*list, files, windows);
+    if (verdict.state == CatalogState::Signed) {
+        verdict.signer = signer.name;
+        verdict.signerScore = signer.score;
+        verdict.attributes = DatabaseAttributes(list->attributes);
+        verdict.submissionId = ValueOf(list->attributes, "Submission ID");
+    }
+    return verdict;
+}
+
+Code CodeOf(CatalogState state)
+{
+    switch (state) {
+    case CatalogState::Missing:
+        return code::catalog_missing;
+    case CatalogState::NotSigned:
+        return code::package_unsigned;
+    case CatalogState::Altered:
+        return code::bad_digest;
+    case CatalogState::NotTrusted:
+        return code::signer_not_trusted;
+    case CatalogState::FileNotListed:
+        return code::file_not_in_catalog;
+    case CatalogState::ForOtherWindows:
+        return code::catalog_for_other_windows;
+    case CatalogState::Signed:
+        break;
+    }
+    return code::ok;
 }
 
 ContentHash::ContentHash() : state_(EVP_MD_CTX_new())

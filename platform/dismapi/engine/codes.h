@@ -37,8 +37,12 @@ inline constexpr Code bad_hive = CodeOf(0x800703F1);
 // SetupAPI's.
 inline constexpr Code inf_without_class = CodeOf(0x800F0200);
 inline constexpr Code inf_class_invalid = CodeOf(0x800F0206);
+inline constexpr Code catalog_missing = CodeOf(0x800F022F);
+inline constexpr Code signer_not_trusted = CodeOf(0x800F0242);
+inline constexpr Code catalog_for_other_windows = CodeOf(0x800F0244);
 inline constexpr Code package_unsigned = CodeOf(0x800F0247);
-inline constexpr Code inf_not_in_catalog = CodeOf(0x800F024B);
+inline constexpr Code file_not_in_catalog = CodeOf(0x800F024B);
+inline constexpr Code bad_digest = CodeOf(0x80096010);
 
 // The servicing API's own.
 inline constexpr Code busy = CodeOf(0x800F0902);

@@ -112,11 +112,11 @@ CatalogVerdict DriverStore::Signature(const PublishedInf& inf, const std::string
     return WithFileErrors([&] {
         const fs::path inCatalogs = CatalogPath(inf.name);
         if (!inf.inBox && fs::exists(inCatalogs))
-            return CheckCatalog(inCatalogs, inf.path);
+            return CheckCatalog(inCatalogs, {{inf.path, inf.name}});
         const auto stored = inf.stored && !catalogName.empty()
                                 ? FindPath(inf.stored->parent_path(), catalogName)
                                 : std::nullopt;
-        return stored ? CheckCatalog(*stored, inf.path) : CatalogVerdict();
+        return stored ? CheckCatalog(*stored, {{inf.path, inf.name}}) : CatalogVerdict();
     });
 }
 

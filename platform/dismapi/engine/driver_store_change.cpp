@@ -61,26 +61,20 @@ static void CheckPackage(const DriverPackage& package)
     }
 }
 
-static std::string CheckSignature(const DriverPackage& package,
-                                  const std::optional<fs::path>& catalog, bool forceUnsigned)
+static CatalogVerdict CheckSignature(const DriverPackage& package,
+                                     const std::optional<fs::path>& catalog, bool forceUnsigned)
 {
-    const auto verdict = catalog ? CheckCatalog(*catalog, package.inf) : CatalogVerdict();
+    auto verdict = catalog ? CheckCatalog(*catalog, {{package.inf, package.inf.filename()}})
+                           : CatalogVerdict();
     if (verdict.state == CatalogState::Signed || forceUnsigned)
-        return verdict.signer;
+        return verdict;
     const std::string name = package.inf.filename().string();
-    switch (verdict.state) {
-    case CatalogState::InfNotListed:
-        throw ServicingError(code::inf_not_in_catalog,
-                             name + " is not the file that " + package.catalog + " was signed for");
-    case CatalogState::NotSigned:
-        throw ServicingError(code::package_unsigned,
-                             package.catalog + " is no validly signed catalog");
-    default:
-        throw ServicingError(code::package_unsigned,
-                             package.catalog.empty() ? name + " is unsigned: it names no catalog"
-                                                     : name + " is unsigned: its catalog " +
-                                                           package.catalog + " is missing");
-    }
+    const Code code =
+        verdict.state == CatalogState::Missing ? code::package_unsigned : CodeOf(verdict.state);
+    if (package.catalog.empty())
+        throw ServicingError(code, name + " is unsigned: it names no catalog");
+    throw ServicingError(code, name + " is unsigned: its catalog " + package.catalog + " " +
+                                   (catalog ? verdict.reason : "is missing"));
 }
 
 // The hash of a package's files as they lie below `folder`; nothing if one is missing.
@@ -130,7 +124,7 @@ AddResult DriverStore::AddUnlocked(const DriverPackage& package, bool forceUnsig
 {
     Staged staged;
     staged.catalog = SourceCatalog(package);
-    staged.signer = CheckSignature(package, staged.catalog, forceUnsigned);
+    staged.signer = CheckSignature(package, staged.catalog, forceUnsigned).signer;
     const auto hash = HashBelow(package.inf.parent_path(), package, staged.catalog.has_value());
     if (!hash)
         throw ServicingError(code::file_not_found, "a file of the package has just disappeared");

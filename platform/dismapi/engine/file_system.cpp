@@ -105,6 +105,61 @@ void SyncDirectoryOf(const std::string& path)
         throw SystemError("cannot save the directory " + directory);
 }
 
+// For the text of an error.
+static std::string NameOf(int file)
+{
+    std::error_code error;
+    return fs::read_symlink("/proc/self/fd/" + std::to_string(file), error).string();
+}
+
+void SyncData(int file)
+{
+    if (fdatasync(file) != 0)
+        throw SystemError("cannot save " + NameOf(file));
+}
+
+std::string ReadRange(int file, unsigned long long offset, std::size_t size)
+{
+    struct stat status = {};
+    if (fstat(file, &status) != 0)
+        throw SystemError("cannot look at " + NameOf(file));
+    // Said before room is made for what may not be there.
+    const auto end = static_cast<unsigned long long>(status.st_size);
+    if (offset > end || size > end - offset)
+        throw ServicingError(code::bad_format,
+                             NameOf(file) + " ends before something that it refers to");
+    std::string content(size, '\0');
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t count =
+            pread(file, content.data() + done, size - done, static_cast<off_t>(offset + done));
+        if (count < 0)
+            throw SystemError("cannot read " + NameOf(file));
+        if (count == 0)
+            throw ServicingError(code::read_fault,
+                                 NameOf(file) + " became shorter while it was read");
+        done += static_cast<std::size_t>(count);
+    }
+    return content;
+}
+
+void WriteRange(int file, unsigned long long offset, std::string_view content)
+{
+    for (std::size_t done = 0; done < content.size();) {
+        const ssize_t count = pwrite(file, content.data() + done, content.size() - done,
+                                     static_cast<off_t>(offset + done));
+        if (count < 0)
+            throw SystemError("cannot write " + NameOf(file));
+        done += static_cast<std::size_t>(count);
+    }
+}
+
+void CopyRange(int source, int target, unsigned long long from, unsigned long long to)
+{
+    constexpr unsigned long long most = 1 << 20;
+    for (; from < to; from += std::min(to - from, most))
+        WriteRange(target, from, ReadRange(source, from, std::min(to - from, most)));
+}
+
 void SyncFileSystem(const std::string& path)
 {
     const FileDescriptor handle(open(path.c_str(), O_RDONLY | O_CLOEXEC));

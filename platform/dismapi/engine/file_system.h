@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace kestro::servicing {
@@ -25,6 +26,8 @@ class FileDescriptor {
     }
     explicit operator bool() const { return fd_ >= 0; }
     int Get() const { return fd_; }
+    // Somebody else closes it.
+    int Release() { return std::exchange(fd_, -1); }
 
   private:
     int fd_;
@@ -63,6 +66,12 @@ std::string ReadWholeFile(const std::string& path);
 // The file is there as a whole or as it was, also after a crash.
 void WriteWholeFile(const std::string& path, const std::string& content);
 void SyncDirectoryOf(const std::string& path);
+// Everything written to the open file is on disk.
+void SyncData(int file);
+// Parts of open files, from an offset on; of a copy, up to another one.
+std::string ReadRange(int file, unsigned long long offset, std::size_t size);
+void WriteRange(int file, unsigned long long offset, std::string_view content);
+void CopyRange(int source, int target, unsigned long long from, unsigned long long to);
 // Everything written to the file system that holds the path is on disk.
 void SyncFileSystem(const std::string& path);
 // A copy with the same mode and owner; shares blocks where the file system can.

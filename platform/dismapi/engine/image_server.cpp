@@ -144,6 +144,8 @@ void StartServing(const ImageServer& server, ServerAccess access)
         server.name,    FileModeMask()};
     if (access == ServerAccess::Others)
         words.emplace_back("others");
+    if (!server.staging.empty())
+        words.insert(words.end(), {"write", server.staging});
     pid_t process = 0;
     errno = SpawnSettings(input.Get()).Spawn(process, std::move(words));
     if (errno != 0)

@@ -13,6 +13,7 @@ struct ImageServer {
     std::string mountPoint; // where it is mounted
     std::string lock;       // a file that the process holds locked as long as it lives
     std::string name;       // in lists of mounts
+    std::string staging; // where new content waits for a commit; empty to show the image read-only
 };
 
 enum class ServerAccess {
@@ -20,7 +21,7 @@ enum class ServerAccess {
     Others, // for every user's
 };
 
-// Starts a process that shows the image read-only, and returns when it can be read. Throws ServicingError
+// Starts a process that shows the image, and returns when it can be read. Throws ServicingError
 // with the process's reason, and then nothing is mounted.
 void StartServing(const ImageServer& server, ServerAccess access);
 

@@ -2,11 +2,9 @@
 #include "image_store.h"
 
 #include "image_extraction.h"
+#include "mount_changes.h"
 #include "mount_checks.h"
 #include "servicing_error.h"
-
-#include <fcntl.h>
-#include <sys/file.h>
 
 #include <chrono>
 #include <cstdio>
@@ -47,26 +45,9 @@ void RequireReadableImage(const MountRequest& request)
         throw ServicingError(code::image_file_read_only, request.image + " is read-only");
 }
 
-// Keeps other saves out of the image file, wimlib's own among them.
-FileDescriptor LockImage(const std::string& image)
+bool HasIntegrityData(const MountRecord& record)
 {
-    // A pipe in its place must not hold the call.
-    FileDescriptor file(open(image.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!file)
-        throw SystemError("cannot open the image file " + image);
-    if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
-        throw ServicingError(code::busy, "another process works on the image file " + image);
-    return file;
-}
-
-// Builds the new image file beside the old one.
-void WriteImage(const MountRecord& record, const std::string& unfinished,
-                const TreeChanges& changes, const CommitOptions& options, const Progress& progress)
-{
-    CopyFile(record.image, unfinished);
-    WimFile wim(unfinished, WimFile::Access::Write, false, progress);
-    wim.Apply(record.index, record.directory, changes);
-    wim.Save(options.integrity);
+    return !record.imageIdentity.header.IntegrityTable().IsAbsent();
 }
 
 } // namespace
@@ -89,7 +70,7 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
 
     MountRecord record;
     record.image = request.image;
-    record.imageIdentity = IdentityOf(request.image);
+    record.imageIdentity = ImageIdentityOf(request.image);
     const WimFile wim(request.image, WimFile::Access::Read, request.checkIntegrity, {});
     record.index = request.name.empty() ? request.index : wim.FindImage(request.name);
     wim.RequireImage(record.index);
@@ -146,8 +127,6 @@ void ImageStore::MountLazily(MountEntry& entry)
 {
     if (serverProgram_.empty())
         throw ServicingError(code::not_supported, "there is no program that serves images");
-    if (!entry.Record().readOnly)
-        throw ServicingError(code::not_supported, "what changes above it could not be saved");
     LazyMount::RequireSystem();
     for (const LayersIn place : {LayersIn::Record, LayersIn::ImageFolder}) {
         entry.SetLayers(entry.NewLayers(place));
@@ -155,7 +134,7 @@ void ImageStore::MountLazily(MountEntry& entry)
         try {
             lazy.MakeLayers();
             lazy.Mount();
-            entry.SetMounted(ToText(TreeState{}));
+            entry.SetMounted(ToText(UpperState{}));
             log_.Info("the image is shown by a process of its own");
             return;
         } catch (const ServicingError& error) {
@@ -291,27 +270,6 @@ void ImageStore::Finish(MountEntry& entry)
     log_.Info("unmounted " + entry.Record().directory);
 }
 
-TreeChanges ImageStore::FindChanges(const MountEntry& entry, const TreeState& now) const
-{
-    const MountRecord& record = entry.Record();
-    TreeChanges changes = Compare(TreeStateFromText(entry.State()), now);
-    if (changes.touched.empty())
-        return changes;
-
-    // A file that was only touched keeps what the image knows of it, unless its content differs.
-    const WimFile wim(record.image, WimFile::Access::Read, false, {});
-    for (const std::string& path : changes.touched) {
-        const FileState& file = now.at(path);
-        const bool same = file.type == FileType::File &&
-                          (file.size == 0 || wim.ContentHash(record.index, path) ==
-                                                 HashOfFile(record.directory + path));
-        if (!same)
-            changes.added.push_back(path);
-    }
-    changes.touched.clear();
-    return changes;
-}
-
 void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStatus then,
                       const Progress& progress)
 {
@@ -320,36 +278,22 @@ void ImageStore::Save(MountEntry& entry, const CommitOptions& options, MountStat
     const FileDescriptor lock = LockImage(next.image);
     RequireUnchangedImage(next);
 
-    const TreeState now = ReadTreeState(next.directory);
-    const TreeChanges changes = FindChanges(entry, now);
+    const MountChanges changes = FindMountChanges(entry, serverProgram_, log_, progress);
     log_.Info("saving the changes in " + next.directory + " into " +
-              ImageText(next.image, next.index) + ": " + std::to_string(changes.added.size()) +
-              " new or changed, " + std::to_string(changes.removed.size()) + " removed");
+              ImageText(next.image, next.index) + ": " + changes.summary);
     next.status = then;
-    const std::string state = ToText(now);
-    const std::string* const tree = then == MountStatus::Mounted ? &state : nullptr;
-    if (changes.Empty() && !options.integrity) {
-        entry.Prepare(next, tree);
+    const std::string* const state = then == MountStatus::Mounted ? &changes.state : nullptr;
+    if (changes.empty && !(options.integrity && !HasIntegrityData(next))) {
+        entry.Prepare(next, state);
         entry.Adopt();
         return;
     }
-
-    // The new file takes the old one's place as a whole: whatever happens meanwhile, the file under the
-    // image's name is the old one or the new one.
-    const std::string unfinished = entry.UnfinishedImage();
-    try {
-        WriteImage(next, unfinished, changes, options, progress);
-        RequireUnchangedImage(next); // not every tool heeds the lock
-        next.imageIdentity = IdentityOf(unfinished);
-        entry.Prepare(next, tree);
-        if (rename(unfinished.c_str(), next.image.c_str()) != 0)
-            throw SystemError("cannot replace " + next.image);
-    } catch (...) {
-        entry.RemoveUnfinished();
-        throw;
-    }
-    SyncDirectoryOf(next.image);
-    entry.Adopt();
+    next.layersAreOld = next.IsLazy();
+    SaveRequest request;
+    request.integrity = options.integrity;
+    request.mayCompact = then == MountStatus::Unmounting;
+    request.apply = changes.apply;
+    SaveImage(entry, next, state, request, log_);
     log_.Info("saved in " + stopwatch.Text());
 }
 

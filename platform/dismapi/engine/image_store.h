@@ -82,12 +82,12 @@ class ImageStore {
     void MountLazily(MountEntry& entry);
     MountInfo Describe(const MountEntry& entry) const;
     void PutBack(MountEntry& entry);
+    void RenewLayers(MountEntry& entry);
     void SaveTakenOff(MountEntry& entry, const CommitOptions& options, const Progress& progress);
     void TakeDown(MountEntry& entry);
     void RequireWhole(const MountEntry& entry) const;
     void Save(MountEntry& entry, const CommitOptions& options, MountStatus then,
               const Progress& progress);
-    TreeChanges FindChanges(const MountEntry& entry, const TreeState& now) const;
     void Finish(MountEntry& entry);
 
     MountRegistry registry_;

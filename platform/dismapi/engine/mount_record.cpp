@@ -1,10 +1,12 @@
 // mount_record.cpp - what is known of each mounted image, kept on disk.
 //
 // A mount's folder holds record.json, tree (what was in the mount when it was last saved), lock, the
-// layers of a lazy mount, and while a commit is under way next.json and next-tree.
+// layers of a lazy mount, and while a commit is under way stand-in.wim, next.json and next-tree.
 #include "mount_record.h"
 
+#include "image_append.h"
 #include "image_server.h"
+#include "image_writer.h"
 #include "mount_table.h"
 #include "servicing_error.h"
 
@@ -13,6 +15,7 @@
 #include <sys/file.h>
 
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
 #include <random>
 #include <utility>
@@ -28,6 +31,35 @@ const char* const kStatusNames[] = {"mounting", "mounted", "unmounting"};
 json ToJson(const FileIdentity& identity)
 {
     return {identity.device, identity.inode, identity.size, identity.modified};
+}
+
+std::string ToHex(const std::string& bytes)
+{
+    constexpr char digits[] = "0123456789abcdef";
+    std::string hex;
+    for (const char byte : bytes)
+        for (const int shift : {4, 0})
+            hex.push_back(digits[static_cast<unsigned char>(byte) >> shift & 15]);
+    return hex;
+}
+
+WimHeader HeaderFromHex(const std::string& hex)
+{
+    std::string bytes(hex.size() / 2, '\0');
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        const char* const end = hex.data() + i * 2 + 2;
+        unsigned char byte = 0;
+        if (std::from_chars(end - 2, end, byte, 16).ptr != end)
+            throw ServicingError(code::not_a_valid_mount,
+                                 "a record of a mount holds bytes that are none: " + hex);
+        bytes[i] = static_cast<char>(byte);
+    }
+    return WimHeader(bytes);
+}
+
+json ToJson(const ImageIdentity& identity)
+{
+    return {identity.device, identity.inode, ToHex(identity.header.Bytes())};
 }
 
 // JSON's own conversions cut off what a field cannot hold.
@@ -51,17 +83,25 @@ FileIdentity IdentityFromJson(const json& value)
             NumberFromJson<long long>(value.at(3))};
 }
 
+ImageIdentity ImageIdentityFromJson(const json& value)
+{
+    return {NumberFromJson<unsigned long long>(value.at(0)),
+            NumberFromJson<unsigned long long>(value.at(1)), HeaderFromHex(value.at(2))};
+}
+
 std::string ToText(const MountRecord& record)
 {
-    const json value = {{"image", record.image},
-                        {"imageIdentity", ToJson(record.imageIdentity)},
-                        {"index", record.index},
-                        {"directory", record.directory},
-                        {"directoryIdentity", ToJson(record.directoryIdentity)},
-                        {"readOnly", record.readOnly},
-                        {"status", kStatusNames[static_cast<int>(record.status)]},
-                        {"layers", record.layers},
-                        {"layersAreOld", record.layersAreOld}};
+    json value = {{"image", record.image},
+                  {"imageIdentity", ToJson(record.imageIdentity)},
+                  {"index", record.index},
+                  {"directory", record.directory},
+                  {"directoryIdentity", ToJson(record.directoryIdentity)},
+                  {"readOnly", record.readOnly},
+                  {"status", kStatusNames[static_cast<int>(record.status)]},
+                  {"layers", record.layers},
+                  {"layersAreOld", record.layersAreOld}};
+    if (!record.appendedTo.IsEmpty())
+        value["appendedTo"] = ToHex(record.appendedTo.Bytes());
     try {
         return value.dump(2) + "\n";
     } catch (const json::exception& error) {
@@ -76,7 +116,7 @@ MountRecord Load(const std::string& path)
         const json value = json::parse(ReadWholeFile(path));
         MountRecord record;
         record.image = value.at("image");
-        record.imageIdentity = IdentityFromJson(value.at("imageIdentity"));
+        record.imageIdentity = ImageIdentityFromJson(value.at("imageIdentity"));
         record.index = NumberFromJson<unsigned>(value.at("index"));
         record.directory = value.at("directory");
         record.directoryIdentity = IdentityFromJson(value.at("directoryIdentity"));
@@ -87,6 +127,7 @@ MountRecord Load(const std::string& path)
         if (name == std::end(kStatusNames))
             throw ServicingError(code::not_a_valid_mount, path + " names no known status");
         record.status = static_cast<MountStatus>(name - std::begin(kStatusNames));
+        record.appendedTo = HeaderFromHex(value.value("appendedTo", ""));
         record.layers = value.value("layers", "");
         record.layersAreOld = value.value("layersAreOld", false);
         return record;
@@ -162,9 +203,20 @@ void RemoveFolder(const std::string& folder)
 
 void RequireUnchangedImage(const MountRecord& record)
 {
-    if (IdentityOf(record.image) != record.imageIdentity)
+    if (ImageIdentityOf(record.image) != record.imageIdentity)
         throw ServicingError(code::image_file_changed,
                              record.image + " was changed after it was mounted");
+}
+
+FileDescriptor LockImage(const std::string& image)
+{
+    // A pipe in its place must not hold the call.
+    FileDescriptor file(open(image.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file)
+        throw SystemError("cannot open the image file " + image);
+    if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        throw ServicingError(code::busy, "another process works on the image file " + image);
+    return file;
 }
 
 // --- one mount ------------------------------------------------------------------------------------
@@ -186,6 +238,17 @@ std::string MountEntry::NewLayers(LayersIn place) const
     while (Exists(prefix + std::to_string(number)))
         ++number;
     return prefix + std::to_string(number);
+}
+
+std::vector<std::string> MountEntry::OtherLayers(LayersIn place) const
+{
+    const std::string prefix = LayersPrefix(folder_, record_.image, place);
+    std::vector<std::string> others;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(fs::path(prefix).parent_path(), error))
+        if (entry.path().string().starts_with(prefix) && entry.path() != record_.layers)
+            others.push_back(entry.path());
+    return others;
 }
 
 std::string MountEntry::UnfinishedImage() const
@@ -242,35 +305,63 @@ void MountEntry::Prepare(const MountRecord& next, const std::string* state)
 void MountEntry::Adopt()
 {
     record_ = Load(folder_ + "/next.json");
+    record_.appendedTo = {};
     if (Exists(folder_ + "/next-tree"))
         RenameOver(folder_ + "/next-tree", folder_ + "/tree");
     RenameOver(folder_ + "/next.json", folder_ + "/record.json");
 }
 
-void MountEntry::Recover()
+std::optional<MountRecord> MountEntry::Prepared() const
 {
-    if (Exists(folder_ + "/next.json")) {
-        const MountRecord next = Load(folder_ + "/next.json");
-        // An unmount empties the record's directory: it must be the one that was mounted.
-        if (next.directory != record_.directory || next.image != record_.image)
-            throw ServicingError(code::not_a_valid_mount,
-                                 folder_ + "/next.json is about another mount");
-        if (IdentityOf(next.image) == next.imageIdentity)
-            Adopt();
-    }
+    if (!Exists(folder_ + "/next.json"))
+        return std::nullopt;
+    MountRecord next = Load(folder_ + "/next.json");
+    // An unmount empties the record's directory: it must be the one that was mounted.
+    if (next.directory != record_.directory || next.image != record_.image)
+        throw ServicingError(code::not_a_valid_mount,
+                             folder_ + "/next.json is about another mount");
+    return next;
+}
+
+void MountEntry::DropPrepared() const
+{
     unlink((folder_ + "/next.json").c_str());
     unlink((folder_ + "/next-tree").c_str());
     RemoveUnfinished();
 }
 
+void MountEntry::Recover()
+{
+    const std::optional<MountRecord> next = Prepared();
+    if (next && !next->appendedTo.IsEmpty() && Exists(next->image)) {
+        const FileDescriptor lock = LockImage(next->image);
+        RecoverLocked();
+    } else {
+        RecoverLocked();
+    }
+}
+
+void MountEntry::RecoverLocked()
+{
+    if (const std::optional<MountRecord> next = Prepared()) {
+        if (!next->appendedTo.IsEmpty())
+            TakeBackAppend(*next);
+        if (ImageIdentityOf(next->image) == next->imageIdentity)
+            Adopt();
+    }
+    DropPrepared();
+}
+
 void MountEntry::RemoveUnfinished() const
 {
     // libwim puts what it writes anew into a file of its own first, and a suffix to the name.
-    const fs::path unfinished = UnfinishedImage();
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(unfinished.parent_path(), error))
-        if (entry.path().filename().string().starts_with(unfinished.filename().string()))
-            unlink(entry.path().c_str());
+    for (const fs::path unfinished : {UnfinishedImage(), StandIn()}) {
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator(unfinished.parent_path(), error))
+            if (entry.path().filename().string().starts_with(unfinished.filename().string()))
+                entry.is_directory(error) ? ClearWriterFolder(entry.path())
+                                          : void(unlink(entry.path().c_str()));
+    }
 }
 
 void MountEntry::Remove()

@@ -4,6 +4,7 @@
 
 #include "file_system.h"
 #include "platform_log.h"
+#include "wim_header.h"
 
 #include <functional>
 #include <optional>
@@ -20,12 +21,15 @@ enum class MountStatus {
 
 struct MountRecord {
     std::string image;
-    FileIdentity imageIdentity; // as mounted or last committed
+    ImageIdentity imageIdentity; // as mounted or last committed
     unsigned index = 1;
     std::string directory;
     FileIdentity directoryIdentity; // device and inode count
     bool readOnly = false;
     MountStatus status = MountStatus::Mounting;
+    // Of a record that is prepared: what the image file's header was when the file was appended to; it
+    // ended there. Without bytes when another file takes the old one's place.
+    WimHeader appendedTo;
     // Of a lazy mount: the folder with its layers. Empty when the image is extracted.
     std::string layers;
     // Of a lazy mount: the image file was saved since its layers were made. What is in them is about the
@@ -36,6 +40,8 @@ struct MountRecord {
 
 // Throws when the image file is no longer what it was when it was mounted or last committed.
 void RequireUnchangedImage(const MountRecord& record);
+// Keeps other saves out of the image file, wimlib's own among them. Throws when there is another one.
+FileDescriptor LockImage(const std::string& image);
 
 // Where the layers of a lazy mount lie: in the record's folder, or beside the image file.
 enum class LayersIn { Record, ImageFolder };
@@ -57,8 +63,12 @@ class MountEntry {
     std::string Name() const;
     // A folder for the layers of a lazy mount, which does not exist yet.
     std::string NewLayers(LayersIn place) const;
+    // Such folders that are not the record's: a killed process left them.
+    std::vector<std::string> OtherLayers(LayersIn place) const;
     // Where a commit builds the new image file: beside the old one, under a name of this mount's own.
     std::string UnfinishedImage() const;
+    // Where it makes the small file that stands for an image file that is appended to.
+    std::string StandIn() const { return folder_ + "/stand-in.wim"; }
 
     // Written down before anything is in them.
     void SetLayers(const std::string& layers);
@@ -71,14 +81,19 @@ class MountEntry {
     void Adopt();
     void Remove();
 
-    // Brings a record that a killed process left behind into order.
+    // Brings a record that a killed process left behind into order. Throws busy when another process
+    // saves into the image file.
     void Recover();
-    // Takes away what a save wrote beside the image file.
+    // The same for the process that has locked the image file, after a save that failed.
+    void RecoverLocked();
+    // Takes away what a save wrote beside the image file and the stand-in.
     void RemoveUnfinished() const;
 
   private:
     void Write(const MountRecord& record);
     void SetStatus(MountStatus status);
+    std::optional<MountRecord> Prepared() const;
+    void DropPrepared() const;
 
     std::string folder_;
     FileDescriptor lock_;

@@ -1,5 +1,8 @@
 // mount_states.cpp - which mounts there are, and putting back those that a restart took.
 #include "image_store.h"
+
+#include "file_content.h"
+#include "mount_changes.h"
 #include "mount_checks.h"
 #include "mount_table.h"
 #include "servicing_error.h"
@@ -30,7 +33,65 @@ void ImageStore::PutBack(MountEntry& entry)
     RequireSameDirectory(record);
     RequireEmptyDirectory(record.directory);
     RequireUnchangedImage(record);
-    lazy.Mount();
+    if (record.layersAreOld)
+        RenewLayers(entry);
+    Lazy(entry).Mount();
+}
+
+namespace {
+
+void MakeLike(const std::string& directory, const std::vector<std::string>& made)
+{
+    struct stat status = {};
+    if (stat(directory.c_str(), &status) != 0)
+        throw SystemError("cannot look at " + directory);
+    for (const std::string& path : made) {
+        if (mkdir(path.c_str(), 0700) != 0)
+            throw SystemError("cannot create " + path);
+    }
+    CopyOwnership(directory, status, made.back());
+}
+
+} // namespace
+
+// An upper directory is about the image as it was when it was mounted. Over the image as it was saved a new
+// one is needed, with what was not saved.
+void ImageStore::RenewLayers(MountEntry& entry)
+{
+    const MountRecord old = entry.Record();
+    const std::string upper = Lazy(entry).Upper();
+    const UpperState now = ReadUpperState(upper);
+    const ReplayPlan plan = PlanFromRecord(old, UpperStateFromText(entry.State()), now, upper);
+
+    MountRecord next = old;
+    const LayersIn place =
+        old.layers.starts_with(old.image + ".") ? LayersIn::ImageFolder : LayersIn::Record;
+    for (const std::string& leftover : entry.OtherLayers(place)) {
+        next.layers = leftover;
+        LazyMount(next, entry.Name(), serverProgram_).Remove();
+    }
+    next.layers = entry.NewLayers(place);
+    // Nobody is to see it half done.
+    MountRecord hidden = next;
+    hidden.directory = next.layers + "/shown";
+    const LazyMount fresh(hidden, entry.Name(), serverProgram_);
+    try {
+        MakeLike(upper, {next.layers, hidden.directory});
+        fresh.MakeLayers();
+        fresh.Mount();
+        Replay(plan, {upper, hidden.directory, ReplayTarget::Mount, old.directory}, {});
+        SyncFileSystem(next.layers);
+    } catch (...) {
+        fresh.Clear();
+        fresh.Remove();
+        throw;
+    }
+    fresh.Clear();
+    next.layersAreOld = false;
+    const std::string empty = ToText(UpperState{});
+    entry.Prepare(next, &empty);
+    entry.Adopt();
+    LazyMount(old, entry.Name(), serverProgram_).Remove();
 }
 
 namespace {

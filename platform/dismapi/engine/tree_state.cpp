@@ -14,32 +14,13 @@
 namespace kestro::servicing {
 namespace {
 
-FileState StateOf(const struct stat& status)
+void WalkDirectory(FileDescriptor opened, const std::string& path, const TreeVisit& visit)
 {
-    FileState state;
-    state.type = S_ISDIR(status.st_mode)   ? FileType::Directory
-                 : S_ISREG(status.st_mode) ? FileType::File
-                 : S_ISLNK(status.st_mode) ? FileType::Link
-                                           : FileType::Other;
-    if (state.type == FileType::Directory)
-        return state; // what is in it is listed; the rest of it changes with every entry
-    state.size = status.st_size;
-    state.modified = Nanoseconds(status.st_mtim);
-    state.changed = Nanoseconds(status.st_ctim);
-    state.inode = status.st_ino;
-    return state;
-}
-
-void ReadDirectory(int parent, const char* name, const std::string& path, TreeState& state)
-{
-    const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0)
-        throw SystemError("cannot read the directory " + (path.empty() ? "/" : path));
+    const int fd = opened.Get();
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(fdopendir(fd), closedir);
-    if (!directory) {
-        close(fd);
+    if (!directory)
         throw SystemError("cannot read the directory " + path);
-    }
+    opened.Release();
     for (;;) {
         errno = 0;
         const dirent* entry = readdir(directory.get());
@@ -48,16 +29,28 @@ void ReadDirectory(int parent, const char* name, const std::string& path, TreeSt
                 throw SystemError("cannot read the directory " + path);
             return;
         }
-        const std::string child = entry->d_name;
-        if (child == "." || child == "..")
+        const std::string name = entry->d_name;
+        if (name == "." || name == "..")
             continue;
+        const std::string child = path + "/" + name;
         struct stat status = {};
-        if (fstatat(fd, child.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-            throw SystemError("cannot look at " + path + "/" + child);
-        const FileState found = StateOf(status);
-        state.emplace(path + "/" + child, found);
-        if (found.type == FileType::Directory)
-            ReadDirectory(fd, child.c_str(), path + "/" + child, state);
+        if (fstatat(fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (errno == ENOENT)
+                continue;
+            throw SystemError("cannot look at " + child);
+        }
+        if (!S_ISDIR(status.st_mode)) {
+            visit(child, status, -1);
+            continue;
+        }
+        FileDescriptor below(
+            openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!below && errno == ENOENT)
+            continue;
+        if (!below)
+            throw SystemError("cannot read the directory " + child);
+        visit(child, status, below.Get());
+        WalkDirectory(std::move(below), child, visit);
     }
 }
 
@@ -81,10 +74,36 @@ bool PathOrder::operator()(const std::string& left, const std::string& right) co
                                         [&](char a, char b) { return rank(a) < rank(b); });
 }
 
+FileState StateOf(const struct stat& status)
+{
+    FileState state;
+    state.type = S_ISDIR(status.st_mode)   ? FileType::Directory
+                 : S_ISREG(status.st_mode) ? FileType::File
+                 : S_ISLNK(status.st_mode) ? FileType::Link
+                                           : FileType::Other;
+    if (state.type == FileType::Directory)
+        return state; // what is in it is listed; the rest of it changes with every entry
+    state.size = status.st_size;
+    state.modified = Nanoseconds(status.st_mtim);
+    state.changed = Nanoseconds(status.st_ctim);
+    state.inode = status.st_ino;
+    return state;
+}
+
+void WalkTree(const std::string& root, const TreeVisit& visit)
+{
+    FileDescriptor opened(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!opened)
+        throw SystemError("cannot read the directory " + root);
+    WalkDirectory(std::move(opened), "", visit);
+}
+
 TreeState ReadTreeState(const std::string& root)
 {
     TreeState state;
-    ReadDirectory(AT_FDCWD, root.c_str(), "", state);
+    WalkTree(root, [&](const std::string& path, const struct stat& status, int) {
+        state.emplace(path, StateOf(status));
+    });
     return state;
 }
 

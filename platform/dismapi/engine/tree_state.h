@@ -1,6 +1,9 @@
 // tree_state.h - the state of a directory tree at one moment, and what has changed since.
 #pragma once
 
+#include <sys/stat.h>
+
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -23,6 +26,13 @@ struct PathOrder {
 
 // Paths are relative to the tree's root, with a leading slash; the root itself is not listed.
 using TreeState = std::map<std::string, FileState, PathOrder>;
+
+FileState StateOf(const struct stat& status);
+// Calls for everything below the root, a directory before what is in it and with its descriptor, all
+// else with -1. What goes away meanwhile is left out.
+using TreeVisit =
+    std::function<void(const std::string& path, const struct stat& status, int directory)>;
+void WalkTree(const std::string& root, const TreeVisit& visit);
 
 TreeState ReadTreeState(const std::string& root);
 std::string ToText(const TreeState& state);

@@ -3,6 +3,7 @@
 
 #include "file_system.h"
 #include "servicing_error.h"
+#include "wim_claims.h"
 
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -93,25 +94,12 @@ void Check(const std::string& what, Call call)
     throw ServicingError(CodeOfWimError(error, systemError), reason);
 }
 
-// libwim makes room for as many images as the header says, however small the file is.
-void RequireRoomForImages(const std::string& path)
+FileDescriptor OpenToLook(const std::string& path)
 {
-    constexpr std::size_t countAt = 44;
-    constexpr std::uint64_t smallestImage =
-        50; // bytes: its entry in the table of what the file holds
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    unsigned char header[countAt + 4];
-    struct stat status = {};
-    if (!file || fstat(file.Get(), &status) != 0 ||
-        pread(file.Get(), header, sizeof header, 0) != static_cast<ssize_t>(sizeof header))
-        return; // libwim tells what is wrong
-    std::uint64_t count = 0;
-    for (std::size_t i = 4; i-- > 0;)
-        count = count << 8 | header[countAt + i];
-    if (count * smallestImage > static_cast<std::uint64_t>(status.st_size))
-        throw ServicingError(code::bad_format, path + " says that it holds " +
-                                                   std::to_string(count) +
-                                                   " images, which its size has no room for");
+    FileDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file)
+        throw SystemError("cannot open the image file " + path);
+    return file;
 }
 
 void InitialiseLibrary()
@@ -128,7 +116,7 @@ WimFile::WimFile(const std::string& path, Access access, bool checkIntegrity, Pr
     : path_(path), progress_(std::move(progress))
 {
     InitialiseLibrary();
-    RequireRoomForImages(path);
+    RequireCredible(OpenToLook(path).Get(), path);
     int flags = WIMLIB_OPEN_FLAG_ERROR_IF_SPLIT;
     if (access == Access::Write)
         flags |= WIMLIB_OPEN_FLAG_WRITE_ACCESS;
@@ -189,6 +177,7 @@ void WimFile::RequireImage(unsigned index) const
         throw ServicingError(code::image_index_missing, path_ + " holds " + std::to_string(count) +
                                                             " images, not number " +
                                                             std::to_string(index));
+    RequireCredibleTree(OpenToLook(path_).Get(), path_, index);
 }
 
 unsigned WimFile::FindImage(const std::string& name) const
@@ -244,20 +233,25 @@ void WimFile::Extract(unsigned index, const std::string& directory) const
     });
 }
 
-std::string WimFile::ContentHash(unsigned index, const std::string& path) const
+std::optional<SavedFile> WimFile::Find(unsigned index, const std::string& path) const
 {
-    std::string hash;
+    SavedFile file;
     const auto keep = [](const wimlib_dir_entry* entry, void* context) {
-        const auto& stream = entry->streams[0].resource;
-        static_cast<std::string*>(context)->assign(reinterpret_cast<const char*>(stream.sha1_hash),
-                                                   sizeof stream.sha1_hash);
+        auto& found = *static_cast<SavedFile*>(context);
+        const auto& hash = entry->streams[0].resource.sha1_hash;
+        found.modified = Nanoseconds(entry->last_write_time);
+        if (std::any_of(std::begin(hash), std::end(hash), [](auto byte) { return byte != 0; }))
+            found.hash.assign(reinterpret_cast<const char*>(hash), sizeof hash);
         return 0;
     };
+    bool missing = false;
     Check("cannot look at " + path + " in " + path_, [&] {
-        return wimlib_iterate_dir_tree(wim_.get(), static_cast<int>(index), path.c_str(), 0, keep,
-                                       &hash);
+        const int error = wimlib_iterate_dir_tree(wim_.get(), static_cast<int>(index), path.c_str(),
+                                                  0, keep, &file);
+        missing = error == WIMLIB_ERR_PATH_DOES_NOT_EXIST || error == WIMLIB_ERR_NOTDIR;
+        return missing ? 0 : error;
     });
-    return hash;
+    return missing ? std::nullopt : std::optional(file);
 }
 
 void WimFile::Apply(unsigned index, const std::string& directory, const TreeChanges& changes)
@@ -288,12 +282,24 @@ void WimFile::Apply(unsigned index, const std::string& directory, const TreeChan
     });
 }
 
-void WimFile::Save(bool integrity)
+void WimFile::Save(const WriteOptions& options)
 {
-    int flags = WIMLIB_WRITE_FLAG_FSYNC;
-    if (integrity)
+    int flags = 0;
+    if (options.integrity)
         flags |= WIMLIB_WRITE_FLAG_CHECK_INTEGRITY;
+    if (options.rebuild)
+        flags |= WIMLIB_WRITE_FLAG_REBUILD;
     Check("cannot write " + path_, [&] { return wimlib_overwrite(wim_.get(), flags, 0); });
+}
+
+void CommitShownImage(const std::string& directory, const WriteOptions& options)
+{
+    int flags = WIMLIB_UNMOUNT_FLAG_COMMIT;
+    if (options.integrity)
+        flags |= WIMLIB_UNMOUNT_FLAG_CHECK_INTEGRITY;
+    if (options.rebuild)
+        flags |= WIMLIB_UNMOUNT_FLAG_REBUILD;
+    Check("cannot save the image", [&] { return wimlib_unmount_image(directory.c_str(), flags); });
 }
 
 std::string HashOfFile(const std::string& path)

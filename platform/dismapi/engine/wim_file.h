@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,17 @@ using Progress = std::function<bool(unsigned current, unsigned total)>;
 struct StoredFile {
     std::string path;
     unsigned long long position = 0, size = 0;
+};
+
+// What an image knows of a path.
+struct SavedFile {
+    long long modified = 0; // nanoseconds
+    std::string hash;       // SHA-1 of the content; empty when there is none
+};
+
+struct WriteOptions {
+    bool integrity = false; // write integrity data
+    bool rebuild = false;   // leave out what nothing refers to any more
 };
 
 // An open image file. Every function throws ServicingError.
@@ -42,13 +54,13 @@ class WimFile {
     // All but directories and what has a name that no path can hold.
     std::vector<StoredFile> Files(unsigned index) const;
     void Extract(unsigned index, const std::string& directory) const;
-    // The SHA-1 of a file's content in the image; empty when it has none.
-    std::string ContentHash(unsigned index, const std::string& path) const;
+    // Nothing when the image has no such path.
+    std::optional<SavedFile> Find(unsigned index, const std::string& path) const;
     // Makes the image's tree what the directory's is; only what has changed is read. What has not keeps
     // everything that the image knows of it.
     void Apply(unsigned index, const std::string& directory, const TreeChanges& changes);
-    // Saves what was changed, on disk.
-    void Save(bool integrity);
+    // Writes what was changed into the file.
+    void Save(const WriteOptions& options);
 
   private:
     struct Free {
@@ -63,6 +75,9 @@ class WimFile {
     unsigned lastPercent_ = 0;
     std::unique_ptr<WIMStruct, Free> wim_;
 };
+
+// Saves what was changed in an image that a process shows for writing. The process then ends.
+void CommitShownImage(const std::string& directory, const WriteOptions& options);
 
 // The SHA-1 of a file on disk, as bytes.
 std::string HashOfFile(const std::string& path);

@@ -108,7 +108,7 @@ void* Mounted(void* connection, void* settings)
     dup2(nothing, STDOUT_FILENO);
     dup2(nothing, STDERR_FILENO);
     close(nothing);
-    if (!GiveUpRights())
+    if (!g_view.writable && !GiveUpRights())
         _exit(EXIT_FAILURE);
     if (write(output, &kServed, 1) != 1)
         _exit(EXIT_FAILURE);
@@ -142,6 +142,11 @@ std::vector<void*> Operations(const void* given, std::size_t bytes, void* userDa
     if (operations.size() <= std::max(places.init, places.fgetattr))
         return {};
 
+    g_userData = userData;
+    g_init = reinterpret_cast<Init>(operations[places.init]);
+    operations[places.init] = reinterpret_cast<void*>(Mounted);
+    if (g_view.writable)
+        return operations;
     Replace(operations[places.getattr], g_getAttributes, GetAttributesAsShown);
     if (places.fgetattr != 0)
         Replace(operations[places.fgetattr], g_getOpenAttributes, GetOpenAttributesAsShown);
@@ -149,9 +154,6 @@ std::vector<void*> Operations(const void* given, std::size_t bytes, void* userDa
     Replace(operations[places.read], g_read, ReadInTime);
     // Set, get, list, remove. One of libwim's attributes ends the mount for whoever reads it.
     std::fill_n(operations.begin() + static_cast<std::ptrdiff_t>(places.setxattr), 4, nullptr);
-    g_userData = userData;
-    g_init = reinterpret_cast<Init>(operations[places.init]);
-    operations[places.init] = reinterpret_cast<void*>(Mounted);
     return operations;
 }
 

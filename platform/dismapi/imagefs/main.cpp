@@ -1,11 +1,12 @@
-// main.cpp - kestro-imagefs: shows an image of an image file, read-only, through FUSE.
+// main.cpp - kestro-imagefs: shows an image of an image file through FUSE.
 //
-//   kestro-imagefs IMAGE INDEX SHOWN-AS MOUNT-POINT LOCK NAME UMASK [others]
+//   kestro-imagefs IMAGE INDEX SHOWN-AS MOUNT-POINT LOCK NAME UMASK [others | write STAGING]
 //
 // The program opens the image, mounts it on MOUNT-POINT and goes into the background; it returns when the
 // image can be read, or says on its output why not. SHOWN-AS is the directory in which users see the
 // image; NAME is the mount's name in lists of mounts. As long as LOCK is locked, somebody serves. With
-// "others" all users may look into the mount point itself.
+// "others" all users may look into the mount point itself. With "write" it can be changed; new content waits
+// in STAGING until libwim is told to save it.
 #include "serving.h"
 
 #include <wimlib.h>
@@ -57,7 +58,7 @@ int Fail(const char* what, const char* reason)
 }
 
 // In the background process; returns when the image is no longer mounted.
-int Serve(const char* image, int index, const char* lock, bool others)
+int Serve(const char* image, int index, const char* lock, bool others, const char* staging)
 {
     if (!Lock(lock))
         return Fail(lock, std::strerror(errno));
@@ -70,12 +71,16 @@ int Serve(const char* image, int index, const char* lock, bool others)
     if (error != 0)
         return error;
     WIMStruct* wim = nullptr;
-    error = check(wimlib_open_wim(image, WIMLIB_OPEN_FLAG_ERROR_IF_SPLIT, &wim));
+    error = check(wimlib_open_wim(image,
+                                  WIMLIB_OPEN_FLAG_ERROR_IF_SPLIT |
+                                      (staging != nullptr ? WIMLIB_OPEN_FLAG_WRITE_ACCESS : 0),
+                                  &wim));
     if (error != 0)
         return error;
-    const int flags =
-        WIMLIB_MOUNT_FLAG_STREAM_INTERFACE_NONE | (others ? WIMLIB_MOUNT_FLAG_ALLOW_OTHER : 0);
-    error = check(wimlib_mount_image(wim, index, g_view.mountPoint.c_str(), flags, nullptr));
+    const int flags = WIMLIB_MOUNT_FLAG_STREAM_INTERFACE_NONE |
+                      (others ? WIMLIB_MOUNT_FLAG_ALLOW_OTHER : 0) |
+                      (staging != nullptr ? WIMLIB_MOUNT_FLAG_READWRITE : 0);
+    error = check(wimlib_mount_image(wim, index, g_view.mountPoint.c_str(), flags, staging));
     wimlib_free(wim);
     return error;
 }
@@ -109,6 +114,7 @@ int main(int argc, char** argv)
     g_view.umask = static_cast<mode_t>(std::strtoul(argv[7], nullptr, 8));
     if (stat(g_view.mountPoint.c_str(), &g_view.root) != 0)
         return Fail(g_view.mountPoint.c_str(), std::strerror(errno));
+    g_view.writable = argc > 9 && std::strcmp(argv[8], "write") == 0;
     LimitMemory(image);
     prctl(PR_SET_NAME, "kestro-imagefs");
 
@@ -126,5 +132,6 @@ int main(int argc, char** argv)
     dup2(pipes[1], STDERR_FILENO);
     close(pipes[0]);
     close(pipes[1]);
-    return Serve(image, std::atoi(argv[2]), argv[5], argc > 8);
+    return Serve(image, std::atoi(argv[2]), argv[5], argc == 9,
+                 g_view.writable ? argv[9] : nullptr);
 }

@@ -9,6 +9,7 @@ namespace kestro::imagefs {
 
 // How the image is shown.
 struct View {
+    bool writable = false; // shown as it is, to be changed by the embedded servicing API alone
     std::string shownAs, mountPoint, name;
     mode_t umask = 022;
     struct stat root = {}; // the directory that the mount covers

@@ -90,17 +90,23 @@ TEST_F(Listing, ASignatureIsSeenOnlyWithTheRightInf)
                                             {"phdc", "phdc_driver"},
                                             {"tidepoolhid", "tidepoolhid"},
                                             {"tidepoolvcp", "tidepoolvcp"}}) {
-        const auto verdict =
-            servicing::CheckCatalog(packages / (catalog + ".cat"), packages / (inf + ".inf"));
+        const auto verdict = servicing::CheckCatalog(packages / (catalog + ".cat"),
+                                                     {{packages / (inf + ".inf"), inf}});
         EXPECT_EQ(verdict.state, servicing::CatalogState::Signed) << inf;
-        EXPECT_NE(verdict.signer, "") << inf;
+        EXPECT_EQ(verdict.signer, "Microsoft Windows Hardware Compatibility Publisher") << inf;
+        EXPECT_EQ(verdict.signerScore, servicing::score::whql) << inf;
+        EXPECT_EQ(verdict.attributes, 0x80000002u) << inf;
+        EXPECT_EQ(verdict.submissionId, "61305200_14038729103736281_1152921505698318380") << inf;
         isSigned += verdict.state == servicing::CatalogState::Signed;
     }
     EXPECT_EQ(isSigned, 5);
-    EXPECT_EQ(servicing::CheckCatalog(packages / "ftdibus.cat", packages / "phdc.inf").state,
-              servicing::CatalogState::InfNotListed);
-    EXPECT_EQ(servicing::CheckCatalog(packages / "none.cat", packages / "phdc.inf").state,
-              servicing::CatalogState::Missing);
+    EXPECT_EQ(
+        servicing::CheckCatalog(packages / "ftdibus.cat", {{packages / "phdc.inf", "phdc.inf"}})
+            .state,
+        servicing::CatalogState::FileNotListed);
+    EXPECT_EQ(
+        servicing::CheckCatalog(packages / "none.cat", {{packages / "phdc.inf", "phdc.inf"}}).state,
+        servicing::CatalogState::Missing);
 }
 
 TEST_F(Listing, AChangedCatalogIsNotSigned)
@@ -111,7 +117,9 @@ TEST_F(Listing, AChangedCatalogIsNotSigned)
         std::string bad = good;
         bad[at] = static_cast<char>(bad[at] ^ 1);
         WriteFile(folder_ / "bad.cat", bad);
-        EXPECT_NE(servicing::CheckCatalog(folder_ / "bad.cat", packages / "ftdibus.inf").state,
+        EXPECT_NE(servicing::CheckCatalog(folder_ / "bad.cat",
+                                          {{packages / "ftdibus.inf", "ftdibus.inf"}})
+                      .state,
                   servicing::CatalogState::Signed)
             << at;
     }

@@ -151,7 +151,7 @@ TEST_F(RefusedDrivers, SignedForAnotherInf)
     package.catalog = "card.cat";
     fs::copy(fs::path(KESTRO_FIXTURES) / "drivers/tidepool/ftdibus.cat",
              folder_ / "source/card/card.cat");
-    ExpectRefused(package, code::inf_not_in_catalog, false);
+    ExpectRefused(package, code::file_not_in_catalog, false);
     EXPECT_FALSE(Store().Add(package, true).alreadyThere);
 }
 

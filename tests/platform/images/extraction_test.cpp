@@ -245,7 +245,7 @@ TEST_F(ManyFiles, OfAnImageFileThatIsReplacedMeanwhileAreRefused)
     servicing::MountRecord record;
     record.image = Image();
     record.directory = Mounted();
-    record.imageIdentity = servicing::IdentityOf(record.image);
+    record.imageIdentity = servicing::ImageIdentityOf(record.image);
     fs::copy_file(Image(), folder_ / "other.wim");
     fs::rename(folder_ / "other.wim", Image());
     EXPECT_CODE(ExtractImage(record, {}), code::image_file_changed);

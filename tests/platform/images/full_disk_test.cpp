@@ -26,8 +26,6 @@ class FullDisk : public ImageCase {
     }
 
     fs::path disk_;
-
-  private:
     std::optional<SmallDisk> small_;
 };
 
@@ -57,6 +55,36 @@ TEST_F(FullDisk, ACommitThatDoesNotFitLosesNothing)
     WriteFile(folder_ / "mount/small.txt", "small");
     Commit();
     ExpectValidImage();
+}
+
+// The disk is full at every write of an append, one after the other.
+TEST_F(FullDisk, ACommitThatRunsOutOfRoomAnywhereLosesNothing)
+{
+    MoveImageTo(disk_);
+    const std::string change = Noise(8, 40'000);
+    unsigned refused = 0, blocks = 0;
+    for (bool saved = false; !saved; ++blocks) {
+        SCOPED_TRACE(std::to_string(blocks) + " blocks left");
+        const std::string before = ReadFile(Image());
+        Mount();
+        WriteFile(folder_ / "mount/new.bin", change);
+        small_->FillUp(blocks);
+        const auto result = CodeOf([&] { Commit(); });
+        small_->MakeRoom();
+        ExpectValidImage();
+        saved = result == code::ok;
+        if (saved) {
+            EXPECT_TRUE(FileInImage("/new.bin") == change);
+        } else {
+            EXPECT_EQ(result, code::disk_full);
+            EXPECT_TRUE(ReadFile(Image()) == before);
+            ++refused;
+            Discard();
+        }
+        ExpectNothingLeft();
+    }
+    EXPECT_GE(refused, 10U);
+    EXPECT_LE(refused, 12U); // what is new, and no second copy of it
 }
 
 // --- a full disk below the records -------------------------------------------------------------------

@@ -76,7 +76,9 @@ TEST_F(ImageCase, UnchangedFilesKeepWhatTheImageKnowsOfThem)
 {
     fs::copy_file(fs::path(KESTRO_FIXTURES) / "wims/empty_dacl.wim", Image(),
                   fs::copy_options::overwrite_existing);
-    const std::string details = "wimlib-imagex dir --detailed " + Image().string() + " 1";
+    // The root's entries do change, and so do its times.
+    const std::string details =
+        "wimlib-imagex dir --detailed " + Image().string() + " 1 | sed '1,/^Link/{/^Last/d}'";
     const std::string before = Shell(details);
     ASSERT_NE(before.find("Security"), std::string::npos);
 
@@ -284,6 +286,8 @@ TEST_F(ImageCase, UnmountRefusals)
 
 TEST_F(ImageCase, AnotherDirectoryUnderTheNameIsLeftAlone)
 {
+    if (IsLazy())
+        GTEST_SKIP() << "a directory that something is mounted on keeps its name";
     Mount();
     fs::rename(Mounted(), folder_ / "moved");
     EXPECT_CODE(Commit(), code::not_a_valid_mount);
@@ -350,6 +354,11 @@ TEST_F(ImageCase, OddImagesGiveACodeAndLeaveNothing)
     };
     for (const char* name : {"corrupted_file_1.wim", "corrupted_file_2.wim", "cyclic.wim"}) {
         SCOPED_TRACE(name);
+        if (IsLazy() && name[1] == 'o') { // whoever reads a damaged file meets the damage
+            EXPECT_CODE(mount(name), code::ok);
+            Discard();
+            continue;
+        }
         EXPECT_CODE(mount(name), code::bad_format);
         EXPECT_TRUE(fs::is_empty(Mounted()));
         ExpectNothingLeft();

@@ -1,0 +1,55 @@
+// replay_plan.h - what has to be done to a saved image so that it becomes what its mount shows.
+//
+// Places: "saved" paths are those of the image as it was last saved, all others are those of the mount
+// as it is now. An upper directory's source is its place in the image as it was mounted; it stays the
+// same directory however often it is moved, and that is what a plan goes by. Everything else goes by its
+// path.
+#pragma once
+
+#include "upper_state.h"
+#include "wim_file.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kestro::servicing {
+
+// What the saved image knows of a path.
+using SavedFiles = std::function<std::optional<SavedFile>(const std::string& savedPath)>;
+
+struct ReplayPlan {
+    struct Directory {
+        enum class How {
+            Kept,  // as it was; made if it is not there
+            Made,  // a new one, or the old one emptied
+            Moved, // from another place of the saved image
+        };
+        std::string path;
+        How how = How::Kept;
+        std::string from; // saved path of one that moved
+    };
+    struct Name {
+        std::string path;
+        unsigned long long group = 0; // equal for those that the saved image has on one file, or 0
+    };
+    struct File {
+        FileType type = FileType::File;
+        std::vector<Name> names; // all of them hard links of one file
+        long long size = 0;
+        bool write = true; // false: the first name's content is right already
+    };
+
+    std::vector<Directory> directories; // a directory before what is in it
+    std::vector<std::string> removed;
+    std::vector<File> files;
+    bool Empty() const { return directories.empty() && removed.empty() && files.empty(); }
+};
+
+// `former` is the state of the upper directory when the image was saved last, empty if never. The saved
+// image is asked only where the upper directory itself cannot tell.
+ReplayPlan PlanReplay(const UpperState& former, const UpperState& now, const std::string& upper,
+                      const SavedFiles& saved);
+
+} // namespace kestro::servicing
