@@ -254,6 +254,7 @@ void ImageStore::TakeDown(MountEntry& entry)
         const LazyMount lazy = Lazy(entry);
         lazy.TakeOff();
         lazy.Remove();
+        RemoveOtherLayers(entry);
         return;
     }
     try {

@@ -83,6 +83,7 @@ class ImageStore {
     MountInfo Describe(const MountEntry& entry) const;
     void PutBack(MountEntry& entry);
     void RenewLayers(MountEntry& entry);
+    void RemoveOtherLayers(const MountEntry& entry) const;
     void SaveTakenOff(MountEntry& entry, const CommitOptions& options, const Progress& progress);
     void TakeDown(MountEntry& entry);
     void RequireWhole(const MountEntry& entry) const;

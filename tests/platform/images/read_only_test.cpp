@@ -86,6 +86,7 @@ TEST_F(ReadOnly, ImageFoldersAreMountedFromReadOnly)
 
 TEST_F(ReadOnly, MountDirectoriesAreNotMountedInto)
 {
+    SKIP_IF_LAZY("nothing is written into the directory");
     {
         const ReadOnlyFolder locked(Mounted());
         EXPECT_CODE(Mount(), code::access_denied);
@@ -104,7 +105,10 @@ TEST_F(ReadOnly, MountDirectoriesAreDroppedLater)
         EXPECT_CODE(Discard(), code::partly_unmounted);
         EXPECT_TRUE(ReadFile(folder_ / "mount/new.bin") == Noise(7, 300'000));
     }
-    EXPECT_CODE(Store().Commit(Mounted(), {}), code::cannot_commit_partial);
+    // A part of what was extracted may be gone by now; what is shown is whole or not there.
+    if (!IsLazy()) {
+        EXPECT_CODE(Store().Commit(Mounted(), {}), code::cannot_commit_partial);
+    }
     Discard();
     ExpectOldImage();
     EXPECT_TRUE(fs::is_empty(Mounted()));
@@ -117,7 +121,10 @@ TEST_F(ReadOnly, MountDirectoriesAreSavedAndEmptiedLater)
     {
         const ReadOnlyFolder locked(Mounted());
         EXPECT_CODE(Commit(), code::partly_unmounted);
-        EXPECT_TRUE(FileInImage("/new.bin") == Noise(7, 300'000));
+        if (IsLazy()) // what cannot be unmounted may still change, so it is saved later
+            ExpectOldImage();
+        else
+            EXPECT_TRUE(FileInImage("/new.bin") == Noise(7, 300'000));
     }
     ExpectCommit();
 }
@@ -158,6 +165,7 @@ TEST_F(ReadOnly, RecordsDuringASaveTakeItBack)
 // As after a killed mount, only the record is left, which a discard clears away.
 TEST_F(ReadOnly, RecordsDuringAMountLeaveItToBeDropped)
 {
+    SKIP_IF_LAZY("the mount tells no progress");
     {
         std::optional<ReadOnlyFolder> locked;
         EXPECT_CODE(Store().Mount(Request(), Locking(locked, Records())), code::access_denied);
