@@ -1,7 +1,7 @@
 // findings_test.cpp - inputs that broke the engine, and what it answers now.
 #include "catalog.h"
-#include "driver_hive.h"
-#include "hive_values.h"
+#include "driver_database.h"
+#include "hive_file.h"
 #include "minimal_hive.h"
 #include "mount_record.h"
 #include "refusal.h"
@@ -83,11 +83,10 @@ TEST(Findings, ARegistryValueWhoseNameIsNotUtf8)
 {
     const Scratch scratch;
     WriteFile(scratch / "DRIVERS", test::MinimalHive());
-    const std::unique_ptr<hive_h, decltype(&hivex_close)> hive(
-        hivex_open((scratch / "DRIVERS").c_str(), HIVEX_OPEN_WRITE), &hivex_close);
-    ASSERT_TRUE(hive);
-    EXPECT_CODE(servicing::SetText(hive.get(), hivex_root(hive.get()), "caf\xE9", "text"),
+    servicing::HiveFile hive(scratch / "DRIVERS");
+    EXPECT_CODE(hive.Set(hive.Make(""), {servicing::NumberValue("caf\xE9", 1)}),
                 code::invalid_parameter);
+    EXPECT_CODE(hive.Make("caf\xE9"), code::invalid_parameter);
 }
 
 // A hive with one package in it, of which single words are then changed.
@@ -97,10 +96,24 @@ class DamagedHive : public testing::Test {
     {
         servicing::DriverPackage package;
         package.className = "Net";
-        package.models = {{"amd64", "Maker", "Card", "PCI\\VEN_1234", {}, "Install.NT", "card"}};
+        package.classGuid = "{4d36e972-e325-11ce-bfc1-08002be10318}";
+        package.provider = "Maker";
+        servicing::DriverModel model;
+        model.hardwareId = "PCI\\VEN_1234";
+        model.installSection = "Install.NT";
+        package.models = {model};
+        package.configurations.resize(1);
+        package.configurations[0].section = "Install.NT";
+        const servicing::ImageWindows windows;
+        servicing::DriverEntry entry;
+        entry.package = &package;
+        entry.windows = &windows;
+        entry.published = "oem0.inf";
+        entry.folder = "card.inf_amd64_0123";
+        entry.storedInf = "card.inf";
         WriteFile(scratch_ / "minimal", test::MinimalHive());
-        servicing::DriverHive hive(scratch_ / "minimal");
-        hive.Register({&package, "oem0.inf", "card.inf_amd64_0123", "card.inf", ""});
+        servicing::HiveFile hive(scratch_ / "minimal");
+        servicing::DriverDatabase(hive, servicing::DriverDatabase::Part::System).Register(entry);
         hive.Save(scratch_ / "hive");
         bytes_ = ReadFile(scratch_ / "hive");
     }
@@ -118,7 +131,8 @@ class DamagedHive : public testing::Test {
     {
         std::memcpy(bytes_.data() + at, &word, sizeof word);
         WriteFile(scratch_ / "hive", bytes_);
-        EXPECT_CODE(servicing::DriverHive(scratch_ / "hive"), code::bad_hive);
+        EXPECT_CODE(servicing::HiveFile(scratch_ / "hive").CheckForChanges({"DriverDatabase"}),
+                    code::bad_hive);
     }
     static constexpr std::size_t kBins = 0x1000;
     static constexpr std::uint32_t kInUse = 0x80000000; // cells that are free have a positive size

@@ -1,5 +1,5 @@
 // hive_target.cpp - the driver database in the registry of an image.
-#include "driver_hive.h"
+#include "driver_database.h"
 #include "scratch.h"
 #include "servicing_error.h"
 #include "targets.h"
@@ -9,7 +9,8 @@
 namespace kestro::fuzz {
 namespace {
 
-using servicing::DriverHive;
+using servicing::DriverDatabase;
+using servicing::HiveFile;
 using servicing::ServicingError;
 
 constexpr char kPublished[] = "oem0.inf";
@@ -36,28 +37,47 @@ servicing::DriverPackage Package()
     package.className = "Net";
     package.classGuid = "{4d36e972-e325-11ce-bfc1-08002be10318}";
     package.provider = "Maker";
-    package.models = {
-        {"amd64", "Maker", "Card", "PCI\\VEN_1234", {"PCI\\CC_0200"}, "Install.NT", "card"}};
-    package.strings = {{"Maker", "Maker"}};
+    servicing::DriverModel model;
+    model.hardwareId = "PCI\\VEN_1234";
+    model.compatibleIds = {"PCI\\CC_0200"};
+    model.installSection = "Install.NT";
+    model.manufacturerToken = "%maker%";
+    package.models = {model};
+    package.modelStrings = {{"maker", "Maker"}};
+    package.configurations.resize(1);
+    package.configurations[0].section = "Install.NT";
+    package.configurations[0].service = "card";
     return package;
 }
 
 void Use(const Scratch& scratch)
 {
-    DriverHive hive(scratch / "hive");
-    hive.HasDatabase();
-    hive.Knows(kPublished);
-    hive.FolderOf("oem1.inf");
+    HiveFile hive(scratch / "hive");
+    hive.CheckForChanges({servicing::kDatabaseKey});
+    DriverDatabase database(hive, DriverDatabase::Part::System);
+    database.Published();
+    database.FolderOf("oem1.inf");
     const servicing::DriverPackage package = Package();
-    hive.Register({&package, kPublished, "card.inf_amd64_0123", "card.inf", ""});
+    const servicing::ImageWindows windows;
+    servicing::DriverEntry entry;
+    entry.package = &package;
+    entry.windows = &windows;
+    entry.published = kPublished;
+    entry.folder = "card.inf_amd64_0123";
+    entry.storedInf = "card.inf";
+    database.Register(entry);
+    database.WriteNumbers({0});
     hive.Save(scratch / "registered");
-    DriverHive registered(scratch / "registered");
-    registered.Knows(kPublished);
-    registered.FolderOf(kPublished);
-    registered.Unregister(kPublished);
-    registered.Unregister("oem1.inf");
+    HiveFile registered(scratch / "registered");
+    DriverDatabase again(registered, DriverDatabase::Part::System);
+    Require(again.FolderOf(kPublished) == entry.folder, "a registered package is known");
+    again.Unregister(kPublished);
+    again.Unregister("oem1.inf");
+    again.WriteNumbers({});
     registered.Save(scratch / "unregistered");
-    DriverHive(scratch / "unregistered").Knows(kPublished);
+    HiveFile unregistered(scratch / "unregistered");
+    Require(!DriverDatabase(unregistered, DriverDatabase::Part::System).Knows(kPublished),
+            "a package that was taken away is not known");
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 #include "minimal_hive.h"
 #include "scratch.h"
 #include "targets.h"
-#include "text_inf.h"
 
 #include <algorithm>
 
@@ -14,9 +13,8 @@ namespace {
 using servicing::Architecture;
 using servicing::DriverPackage;
 using servicing::DriverStore;
+using servicing::ImageWindows;
 using servicing::ServicingError;
-
-constexpr char kHive[] = "Windows/System32/config/DRIVERS";
 
 bool StaysBelow(const std::string& path)
 {
@@ -27,10 +25,9 @@ bool StaysBelow(const std::string& path)
 }
 
 // The files that a package names exist, those that it must not reach as well.
-void MakeSource(const DriverPackage& package, const std::string& inf)
+void MakeSource(const DriverPackage& package)
 {
     const fs::path folder = package.inf.parent_path();
-    WriteFile(package.inf, inf);
     WriteFile(folder.parent_path() / "outside.sys", "outside");
     std::size_t most = 16;
     for (const auto& file : package.files) {
@@ -44,30 +41,28 @@ void MakeSource(const DriverPackage& package, const std::string& inf)
     }
 }
 
+// What installs a package may lie anywhere in the image; what was needed to get it there may not.
 bool IsForDrivers(const std::string& path)
 {
-    for (const std::string place :
-         {"Windows/INF/oem0.inf", "Windows/System32/DriverStore/FileRepository",
-          "Windows/System32/CatRoot"})
-        if (path.starts_with(place) || place.starts_with(path + "/"))
-            return true;
-    return false;
+    return !path.starts_with("Windows/System32/DriverStore/kestro-change");
 }
 
 void AddAndRemove(const Scratch& scratch, const DriverPackage& package)
 {
     const fs::path image = scratch / "image";
     const auto before = Below(scratch.Folder());
-    DriverStore store(image);
     try {
+        DriverStore store(image);
         const auto added = store.Add(package, true);
         Require(added.published == "oem0.inf" && !added.alreadyThere, "the first package is oem0");
+        store.Save();
         for (const auto& path : Below(scratch.Folder()))
             Require(before.count(path) || (path.starts_with("image/") &&
                                            IsForDrivers(path.substr(sizeof "image/" - 1))),
                     "an added package stays in its places, unlike " + path);
         Require(store.Add(package, true).alreadyThere, "the same package is known again");
-        store.Remove(added.published);
+        store.Remove(added.published, &package);
+        store.Save();
         Require(!fs::exists(added.folder), "a removed package is gone");
     } catch (const ServicingError&) {
         Require(Below(scratch.Folder()) == before, "a package that is refused leaves nothing");
@@ -80,13 +75,27 @@ void Inf(const std::string& input)
 {
     const Scratch scratch;
     fs::create_directories(scratch / "image/Windows/INF");
-    WriteFile(scratch / "image" / kHive, test::MinimalHive());
-    const TextInf inf(input);
-    ReadPackage(inf, Architecture::X86);
-    DriverPackage package = ReadPackage(inf, Architecture::Amd64);
-    package.inf = scratch / "source/package.inf";
+    for (const char* hive : {"SYSTEM", "DRIVERS", "SOFTWARE"})
+        WriteFile(scratch / "image/Windows/System32/config" / hive, test::MinimalHive());
+    const fs::path file = scratch / "source/package.inf";
+    WriteFile(file, input);
+    DriverPackage package;
+    try {
+        // An INF may include itself.
+        servicing::InfLibrary library(scratch / "image");
+        const auto inf = servicing::InfFile::Open(file, 0x409);
+        servicing::ImageWindows windows;
+        windows.architecture = Architecture::X86;
+        windows.major = 6;
+        windows.minor = 1;
+        ReadPackage(inf, windows, library);
+        package = ReadPackage(inf, ImageWindows(), library);
+    } catch (const ServicingError&) {
+        return;
+    }
+    package.inf = file;
     package.origin = "Z:\\source";
-    MakeSource(package, input);
+    MakeSource(package);
     AddAndRemove(scratch, package);
 }
 

@@ -12,8 +12,9 @@ using namespace kestro::fuzz;
 constexpr struct {
     const char* name;
     void (*run)(const std::string& input);
-} kTargets[] = {{"catalog", Catalog}, {"hive", Hive},          {"image", Image},
-                {"inf", Inf},         {"record", MountRecord}, {"table", PartitionTable}};
+} kTargets[] = {{"catalog", Catalog},     {"hive", Hive}, {"log", HiveLog},
+                {"image", Image},         {"inf", Inf},   {"record", MountRecord},
+                {"table", PartitionTable}};
 
 } // namespace
 

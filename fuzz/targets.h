@@ -10,6 +10,7 @@ namespace kestro::fuzz {
 // exception leaves the target, and a broken promise ends the process.
 void Catalog(const std::string& input);
 void Hive(const std::string& input);
+void HiveLog(const std::string& input);
 void Image(const std::string& input);
 void Inf(const std::string& input);
 void MountRecord(const std::string& input);

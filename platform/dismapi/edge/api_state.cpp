@@ -1,6 +1,8 @@
 // api_state.cpp - the API's state in this process.
 #include "api_state.h"
 
+#include "file_system.h"
+
 #include <cstdio>
 #include <mutex>
 
@@ -21,6 +23,14 @@ HRESULT Report(const char* function, Code code, const char* reason)
 }
 
 } // namespace
+
+std::shared_ptr<DriverStore> ApiState::DriversOf(const std::string& root) const
+{
+    for (const auto& [handle, session] : sessions)
+        if (AbsolutePath(session.root) == AbsolutePath(root))
+            return session.drivers;
+    return std::make_shared<DriverStore>(root, log);
+}
 
 const Session& ApiState::Find(DismSession session) const
 {

@@ -2,7 +2,9 @@
 #pragma once
 
 #include "codes.h"
+#include "driver_store.h"
 #include "image_store.h"
+#include "inf_package.h"
 #include "platform_log.h"
 #include "servicing_error.h"
 #include "wine_path.h"
@@ -11,12 +13,16 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 
 namespace kestro::servicing {
 
 struct Session {
     std::string root; // the image's root directory, a path of this machine
+    std::shared_ptr<PackageReader> packages;
+    // One for all sessions on the image: it gathers their changes until they are saved.
+    std::shared_ptr<DriverStore> drivers;
 };
 
 // One per process, and only ever touched inside Serve, which lets one call in at a time.
@@ -27,6 +33,8 @@ struct ApiState {
     DismSession nextSession = 1;
 
     ImageStore Images() const { return ImageStore(MountRecordsFolder(), log, ServerProgram()); }
+    // Of an image that has no session yet it makes one.
+    std::shared_ptr<DriverStore> DriversOf(const std::string& root) const;
     // Throws invalid_session for a handle that is not open.
     const Session& Find(DismSession session) const;
 };

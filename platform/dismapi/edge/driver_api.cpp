@@ -4,7 +4,6 @@
 #include "driver_store.h"
 #include "file_system.h"
 #include "inf_package.h"
-#include "setup_inf.h"
 
 #include <filesystem>
 
@@ -19,7 +18,7 @@ std::string WindowsText(const fs::path& hostPath)
     return Utf8(WindowsPath(hostPath.string()).data());
 }
 
-std::string InfFile(PCWSTR path)
+std::string InfPath(PCWSTR path)
 {
     const std::string inf = HostPath(path);
     if (IsDirectory(inf))
@@ -29,30 +28,43 @@ std::string InfFile(PCWSTR path)
     return inf;
 }
 
-DriverPackage ReadInf(const fs::path& inf, Architecture architecture)
+DriverPackage ReadInf(const Session& session, const fs::path& inf)
 {
-    DriverPackage package = ReadPackage(SetupInf(inf.string()), architecture);
-    package.inf = inf;
+    DriverPackage package = session.packages->Read(inf);
     package.origin = WindowsText(inf.parent_path());
     return package;
 }
 
 // An INF that cannot be read is still listed: it is in the image, and only a listing that shows it
 // lets its owner remove it.
-PackageInfo Describe(const ApiState& state, const DriverStore& store, const PublishedInf& inf,
-                     Architecture architecture)
+PackageInfo Describe(const ApiState& state, const Session& session, const PublishedInf& inf)
 {
     PackageInfo info;
     info.publishedName = inf.name;
-    info.originalFileName = WindowsText(inf.stored.value_or(inf.path));
+    info.originalFileName = WindowsText(inf.original);
     info.inBox = inf.inBox;
     try {
-        info.package = ReadInf(inf.path, architecture);
-        info.signature = store.Signature(inf, info.package.catalog).state;
+        info.package = ReadInf(session, inf.path);
+        info.signature = session.drivers->Signature(inf, info.package.catalog).state;
     } catch (const ServicingError& error) {
         state.log.Warning("the list shows " + inf.name + " without its details: " + error.what());
     }
     return info;
+}
+
+// What a published INF says; nothing for one that is not there or cannot be read.
+std::optional<DriverPackage> Described(const ApiState& state, const Session& session,
+                                       const std::string& published)
+{
+    const auto inf = session.drivers->Find(published);
+    if (!inf)
+        return std::nullopt;
+    try {
+        return ReadInf(session, inf->path);
+    } catch (const ServicingError& error) {
+        state.log.Warning(published + " is removed without its details: " + error.what());
+        return std::nullopt;
+    }
 }
 
 bool IsPath(const std::string& text)
@@ -60,12 +72,12 @@ bool IsPath(const std::string& text)
     return text.find_first_of("\\/:") != std::string::npos;
 }
 
-PackageInfo DescribeInf(PCWSTR path, Architecture architecture)
+PackageInfo DescribeInf(const Session& session, PCWSTR path)
 {
     PackageInfo info;
-    const fs::path inf = InfFile(path);
+    const fs::path inf = InfPath(path);
     info.originalFileName = WindowsText(inf);
-    info.package = ReadInf(inf, architecture);
+    info.package = ReadInf(session, inf);
     if (const auto catalog = FindPath(inf.parent_path(), info.package.catalog);
         catalog && !info.package.catalog.empty())
         info.signature = CheckCatalog(*catalog, {{inf, inf.filename()}}).state;
@@ -87,10 +99,9 @@ extern "C" HRESULT WINAPI DismAddDriver(DismSession session, PCWSTR driverPath,
 {
     return ServeInitialized("DismAddDriver", [&](ApiState& state) -> HRESULT {
         const Session& open = state.Find(session);
-        const std::string inf = InfFile(driverPath);
-        DriverStore store(open.root);
-        const auto package = ReadInf(inf, ImageArchitecture(open.root));
-        LogAdded(state, store.Add(package, forceUnsigned), inf);
+        const std::string inf = InfPath(driverPath);
+        const auto package = ReadInf(open, inf);
+        LogAdded(state, open.drivers->Add(package, forceUnsigned), inf);
         return S_OK;
     });
 }
@@ -102,7 +113,8 @@ extern "C" HRESULT WINAPI DismRemoveDriver(DismSession session, PCWSTR driverPat
         if (driverPath == nullptr)
             Refuse(code::invalid_parameter, "the package's published name is missing");
         const std::string name = Utf8(driverPath);
-        DriverStore(open.root).Remove(name);
+        const auto described = Described(state, open, name);
+        open.drivers->Remove(name, described ? &*described : nullptr);
         state.log.Info(name + " was removed");
         return S_OK;
     });
@@ -116,11 +128,9 @@ extern "C" HRESULT WINAPI DismGetDrivers(DismSession session, WINBOOL allDrivers
         if (driverPackage == nullptr || count == nullptr)
             Refuse(code::invalid_parameter,
                    "the place for the packages or their number is missing");
-        const DriverStore store(open.root);
-        const Architecture architecture = ImageArchitecture(open.root);
         std::vector<PackageInfo> packages;
-        for (const auto& inf : store.List(allDrivers))
-            packages.push_back(Describe(state, store, inf, architecture));
+        for (const auto& inf : open.drivers->List(allDrivers))
+            packages.push_back(Describe(state, open, inf));
         *driverPackage = MakePackageRecords(packages);
         *count = static_cast<UINT>(packages.size());
         state.log.Info(std::to_string(*count) + " driver packages are in " + open.root);
@@ -137,16 +147,14 @@ extern "C" HRESULT WINAPI DismGetDriverInfo(DismSession session, PCWSTR driverPa
         if (driverPath == nullptr || driver == nullptr || count == nullptr)
             Refuse(code::invalid_parameter,
                    "the package, the place for the drivers or their number is missing");
-        const DriverStore store(open.root);
-        const Architecture architecture = ImageArchitecture(open.root);
         const std::string name = Utf8(driverPath);
-        const auto published = IsPath(name) ? std::nullopt : store.Find(name);
-        const PackageInfo info = published ? Describe(state, store, *published, architecture)
-                                           : DescribeInf(driverPath, architecture);
+        const auto published = IsPath(name) ? std::nullopt : open.drivers->Find(name);
+        const PackageInfo info =
+            published ? Describe(state, open, *published) : DescribeInf(open, driverPath);
         // The package is optional to the caller.
         if (driverPackage != nullptr)
             *driverPackage = MakePackageRecords({info});
-        *driver = MakeDriverRecords(info.package, architecture);
+        *driver = MakeDriverRecords(info.package, ImageArchitecture(open.root));
         *count = static_cast<UINT>(info.package.models.size());
         return S_OK;
     });

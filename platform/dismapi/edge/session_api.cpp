@@ -39,8 +39,9 @@ extern "C" HRESULT WINAPI DismOpenSession(PCWSTR imagePath, PCWSTR windowsDirect
             Refuse(code::invalid_parameter,
                    "the image path or the place for the session is missing");
         const std::string root = ImageRoot(state, imagePath, windowsDirectory);
+        const auto drivers = state.DriversOf(root);
         *session = state.nextSession++;
-        state.sessions[*session] = {root};
+        state.sessions[*session] = {root, std::make_shared<PackageReader>(root), drivers};
         state.log.Info("session " + std::to_string(*session) + " is open on " + root);
         return S_OK;
     });
@@ -49,8 +50,9 @@ extern "C" HRESULT WINAPI DismOpenSession(PCWSTR imagePath, PCWSTR windowsDirect
 extern "C" HRESULT WINAPI DismCloseSession(DismSession session)
 {
     return ServeInitialized("DismCloseSession", [&](ApiState& state) -> HRESULT {
-        state.Find(session);
+        const auto drivers = state.Find(session).drivers;
         state.sessions.erase(session);
+        drivers->Save();
         state.log.Info("session " + std::to_string(session) + " is closed");
         return S_OK;
     });
@@ -62,9 +64,10 @@ extern "C" HRESULT WINAPI DismCommitImage(DismSession session, DWORD flags, HAND
     return ServeInitialized("DismCommitImage", [&](ApiState& state) -> HRESULT {
         RefuseCancelEvent(cancelEvent);
         const Session& open = state.Find(session);
+        const CommitOptions options = CommitOptionsOf(flags);
+        open.drivers->Save();
         // Changes to a directory that is no mount are saved already.
-        if (!state.Images().Commit(open.root, CommitOptionsOf(flags),
-                                   ProgressOf(progress, userData)))
+        if (!state.Images().Commit(open.root, options, ProgressOf(progress, userData)))
             state.log.Info(open.root + " is no mounted image; there is nothing to save");
         return S_OK;
     });

@@ -35,6 +35,11 @@ inline constexpr Code cancelled = CodeOf(0x800704C7);
 inline constexpr Code bad_hive = CodeOf(0x800703F1);
 
 // SetupAPI's.
+inline constexpr Code setup_expected_section = CodeOf(0x800F0000);
+inline constexpr Code setup_bad_section_line = CodeOf(0x800F0001);
+inline constexpr Code setup_section_too_long = CodeOf(0x800F0002);
+inline constexpr Code setup_general_syntax = CodeOf(0x800F0003);
+inline constexpr Code setup_wrong_style = CodeOf(0x800F0100);
 inline constexpr Code inf_without_class = CodeOf(0x800F0200);
 inline constexpr Code inf_class_invalid = CodeOf(0x800F0206);
 inline constexpr Code catalog_missing = CodeOf(0x800F022F);

@@ -28,9 +28,11 @@ struct TokenText {
     std::string written; // "%Service.Name%", tokens in the INF's own case
     std::string meaning; // "Sample service"
 
+    // One token and nothing else, with a meaning.
     bool IsToken() const
     {
-        return written.size() > 2 && written.front() == '%' && written != meaning;
+        return written.size() > 2 && written.front() == '%' &&
+               written.find('%', 1) == written.size() - 1 && written != meaning;
     }
 };
 
@@ -65,7 +67,8 @@ struct ServiceInstall {
     std::vector<std::string> dependsOnServices;
     std::vector<std::string> dependsOnGroups; // without their '+'
     std::string startName;                    // empty unless the INF names an account
-    std::vector<RegistrySetting> settings;    // HKR is the service's key
+    std::vector<RegistrySetting> settings;    // of AddReg; HKR is the service's key
+    std::vector<RegistrySetting> directives;  // of BootFlags and others; HKR is the service's key
     std::vector<EventLog> eventLogs;          // none or one
 };
 

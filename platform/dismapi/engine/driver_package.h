@@ -38,6 +38,21 @@ struct DriverModel {
 // Whether a package has something for the image's Windows, and if not, why.
 enum class Fit { Applies, OtherArchitecture, OtherWindows, NothingToInstall };
 
+inline const char* TextOf(Fit fit)
+{
+    switch (fit) {
+    case Fit::Applies:
+        return "is for the image's Windows";
+    case Fit::OtherArchitecture:
+        return "has nothing for the image's processor architecture";
+    case Fit::OtherWindows:
+        return "has nothing for the image's version or edition of Windows";
+    case Fit::NothingToInstall:
+        break;
+    }
+    return "names neither devices nor anything else to install";
+}
+
 struct DriverPackage {
     std::filesystem::path inf;
     std::string className;

@@ -1,7 +1,5 @@
 // driver_store.cpp - finds the driver packages of an offline Windows tree.
-#include "driver_store.h"
-
-#include "repository_index.h"
+#include "driver_store_state.h"
 
 #include <algorithm>
 
@@ -9,12 +7,14 @@ namespace fs = std::filesystem;
 
 namespace kestro::servicing {
 
-DriverStore::DriverStore(fs::path imageRoot)
-    : root_(std::move(imageRoot)), changeFolder_(In("Windows/System32/DriverStore/kestro-change"))
+DriverStore::DriverStore(fs::path imageRoot, PlatformLog log)
+    : root_(std::move(imageRoot)), log_(std::move(log))
 {
     if (!fs::is_directory(In("Windows")))
         throw ServicingError(code::path_not_found, root_.string() + " holds no Windows folder");
 }
+
+DriverStore::~DriverStore() = default;
 
 fs::path DriverStore::In(const std::string& relative) const
 {
@@ -37,16 +37,25 @@ fs::path DriverStore::CatalogPath(const std::string& published) const
               published.substr(0, published.size() - 4) + ".cat");
 }
 
-// Windows 8 and later have a hive of their own for drivers; before, the database was in SYSTEM.
-std::optional<fs::path> DriverStore::HivePath() const
+fs::path DriverStore::Now(const fs::path& path) const
 {
-    const fs::path drivers = In("Windows/System32/config/DRIVERS");
-    if (fs::exists(drivers))
-        return drivers;
-    const fs::path system = In("Windows/System32/config/SYSTEM");
-    if (fs::exists(system) && DriverHive(system).HasDatabase())
-        return system;
-    return std::nullopt;
+    if (change_)
+        return change_->files.Now(path);
+    return fs::exists(path) ? path : fs::path();
+}
+
+std::set<std::string> DriverStore::NamesIn(const fs::path& folder) const
+{
+    std::set<std::string> names;
+    if (fs::is_directory(folder))
+        for (const auto& entry : fs::directory_iterator(folder))
+            if (!Now(entry.path()).empty())
+                names.insert(entry.path().filename().string());
+    if (change_)
+        for (const auto& [target, staged] : change_->files.Placed())
+            if (target.parent_path() == folder)
+                names.insert(target.filename().string());
+    return names;
 }
 
 static bool ByNumberThenName(const PublishedInf& left, const PublishedInf& right)
@@ -58,20 +67,45 @@ static bool ByNumberThenName(const PublishedInf& left, const PublishedInf& right
     return LowerCase(left.name) < LowerCase(right.name);
 }
 
-// The repository folder that the registry names for each package that has no copy of its own INF
-// there.
-static void FindByRegistry(std::vector<PublishedInf>& list, const fs::path& hivePath,
-                           const fs::path& repository)
+// A hive that cannot be read takes nothing away from what the folders show.
+std::optional<std::string> DriverStore::RegisteredFolder(const std::string& published) const
 {
-    const auto open = [](const PublishedInf& inf) { return !inf.stored && !inf.inBox; };
-    if (std::none_of(list.begin(), list.end(), open))
-        return;
-    const DriverHive hive(hivePath);
-    for (auto& inf : list) {
-        const auto folder = open(inf) ? hive.FolderOf(inf.name) : std::nullopt;
-        if (folder && !InfNameOfFolder(*folder).empty())
-            inf.stored = FindPath(repository, *folder + "/" + InfNameOfFolder(*folder));
+    if (change_) {
+        for (const auto& database : change_->Databases())
+            if (auto folder = database.FolderOf(published))
+                return folder;
+        return std::nullopt;
     }
+    for (const auto& [name, part] : {std::pair("DRIVERS", DriverDatabase::Part::Drivers),
+                                     std::pair("SYSTEM", DriverDatabase::Part::System)}) {
+        const fs::path file = In(std::string("Windows/System32/config/") + name);
+        if (!fs::exists(file))
+            continue;
+        try {
+            HiveFile hive(file);
+            if (auto folder = DriverDatabase(hive, part).FolderOf(published))
+                return folder;
+        } catch (const ServicingError&) {
+        }
+    }
+    return std::nullopt;
+}
+
+void DriverStore::FindStored(PublishedInf& inf, const RepositoryIndex& repository) const
+{
+    if (const auto copy = repository.CopyOf(inf.path)) {
+        inf.stored = copy->readable;
+        inf.original = copy->inImage;
+        return;
+    }
+    const auto folder = inf.inBox ? std::nullopt : RegisteredFolder(inf.name);
+    if (!folder || InfNameOfFolder(*folder).empty())
+        return;
+    const fs::path inImage = Repository() / *folder;
+    const fs::path readable = Now(inImage);
+    inf.stored = readable.empty() ? std::nullopt : FindPath(readable, InfNameOfFolder(*folder));
+    if (inf.stored)
+        inf.original = inImage / inf.stored->filename();
 }
 
 std::vector<PublishedInf> DriverStore::List(bool all) const
@@ -79,22 +113,19 @@ std::vector<PublishedInf> DriverStore::List(bool all) const
     return WithFileErrors([&] {
         std::vector<PublishedInf> list;
         const fs::path folder = In("Windows/INF");
-        if (!fs::is_directory(folder))
-            return list;
-        const RepositoryIndex repository(Repository());
-        for (const auto& entry : fs::directory_iterator(folder)) {
-            const std::string name = entry.path().filename().string();
+        RepositoryIndex repository;
+        for (const auto& name : NamesIn(Repository()))
+            repository.Add(Now(Repository() / name), Repository() / name);
+        for (const auto& name : NamesIn(folder)) {
             const bool inBox = !OemNumber(name);
-            if (LowerCase(name).ends_with(".inf") && (all || !inBox) && entry.is_regular_file())
-                list.push_back({name, entry.path(), inBox, repository.CopyOf(entry.path())});
+            const fs::path path = Now(folder / name);
+            if (!LowerCase(name).ends_with(".inf") || (inBox && !all) || !fs::is_regular_file(path))
+                continue;
+            PublishedInf inf{name, path, inBox, std::nullopt, folder / name};
+            FindStored(inf, repository);
+            list.push_back(std::move(inf));
         }
         std::sort(list.begin(), list.end(), ByNumberThenName);
-        try {
-            if (const auto hive = HivePath())
-                FindByRegistry(list, *hive, Repository());
-        } catch (const ServicingError&) {
-            // A hive that cannot be read takes nothing away from what the folders show.
-        }
         return list;
     });
 }
@@ -110,8 +141,8 @@ std::optional<PublishedInf> DriverStore::Find(const std::string& published) cons
 CatalogVerdict DriverStore::Signature(const PublishedInf& inf, const std::string& catalogName) const
 {
     return WithFileErrors([&] {
-        const fs::path inCatalogs = CatalogPath(inf.name);
-        if (!inf.inBox && fs::exists(inCatalogs))
+        const fs::path inCatalogs = inf.inBox ? fs::path() : Now(CatalogPath(inf.name));
+        if (!inCatalogs.empty())
             return CheckCatalog(inCatalogs, {{inf.path, inf.name}});
         const auto stored = inf.stored && !catalogName.empty()
                                 ? FindPath(inf.stored->parent_path(), catalogName)

@@ -1,18 +1,19 @@
 // hive_check.cpp - refuses a damaged registry hive before it is changed.
 #include "hive_check.h"
 
+#include "hive_header.h"
 #include "image_tree.h"
 #include "servicing_error.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
-#include <vector>
 
 namespace kestro::servicing {
 namespace {
 
-constexpr std::size_t kBins = 0x1000; // cell offsets count from here
+constexpr std::size_t kBins = kHiveBins;
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
 constexpr int kDeepest = 512; // as Windows allows
 
@@ -20,7 +21,7 @@ class HiveCheck {
   public:
     HiveCheck(const std::string& content, const std::string& file);
 
-    void Run(std::string_view key);
+    void Run(const std::vector<std::string>& paths);
 
   private:
     using Offset = std::uint32_t;
@@ -45,6 +46,8 @@ class HiveCheck {
     std::size_t ClaimList(Offset list, bool ofLists, const Visit& visit);
     void ClaimValues(Offset key);
     void ClaimTree(Offset key, int depth);
+    using Paths = std::vector<std::string_view>;
+    void ClaimWay(Offset key, const Paths& paths);
     std::string_view NameOf(Offset key) const;
 
     const std::string& content_;
@@ -185,25 +188,39 @@ void HiveCheck::ClaimTree(Offset key, int depth)
     ClaimSubkeys(key, [&](Offset subkey) { ClaimTree(subkey, depth + 1); });
 }
 
-void HiveCheck::Run(std::string_view key)
+// The key, and below it the keys that lie on one of the paths; what a path ends at is checked with
+// everything below it.
+void HiveCheck::ClaimWay(Offset key, const Paths& paths)
 {
-    const auto root = At<Offset>(0x24);
-    ClaimRecord(root, "nk", 0x50);
-    std::vector<Offset> found;
-    ClaimSubkeys(root, [&](Offset subkey) {
+    if (std::find(paths.begin(), paths.end(), "") != paths.end()) {
+        ClaimTree(key, 1);
+        return;
+    }
+    ClaimRecord(key, "nk", 0x50);
+    ClaimSubkeys(key, [&](Offset subkey) {
         Require(subkey, 0x50);
-        if (EqualNames(NameOf(subkey), key))
-            found.push_back(subkey);
+        Paths below;
+        for (const std::string_view path : paths) {
+            const auto end = std::min(path.find('\\'), path.size());
+            if (EqualNames(NameOf(subkey), path.substr(0, end)))
+                below.push_back(path.substr(std::min(end + 1, path.size())));
+        }
+        if (!below.empty())
+            ClaimWay(subkey, below);
     });
-    for (const Offset subkey : found)
-        ClaimTree(subkey, 1);
+}
+
+void HiveCheck::Run(const std::vector<std::string>& paths)
+{
+    ClaimWay(At<Offset>(0x24), Paths(paths.begin(), paths.end()));
 }
 
 } // namespace
 
-void CheckHive(const std::string& content, std::string_view key, const std::string& file)
+void CheckHive(const std::string& content, const std::vector<std::string>& paths,
+               const std::string& file)
 {
-    HiveCheck(content, file).Run(key);
+    HiveCheck(content, file).Run(paths);
 }
 
 } // namespace kestro::servicing

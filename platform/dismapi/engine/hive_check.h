@@ -2,13 +2,15 @@
 #pragma once
 
 #include <string>
-#include <string_view>
+#include <vector>
 
 namespace kestro::servicing {
 
 // hivex ends the process when it frees a cell that is none, or frees one twice. This throws
-// ServicingError unless each cell of the key below the root, and of everything below the key, is a cell
-// of its own. The rest of the hive may be what it is: nothing there is changed.
-void CheckHive(const std::string& content, std::string_view key, const std::string& file);
+// ServicingError unless each cell of the keys at `paths` ('\' between names, from the root) and of
+// everything below them, and each key and list on the way there, is a cell of its own. The rest of the
+// hive may be what it is: nothing there is changed.
+void CheckHive(const std::string& content, const std::vector<std::string>& paths,
+               const std::string& file);
 
 } // namespace kestro::servicing

@@ -3,63 +3,38 @@
 
 #include "servicing_error.h"
 
-#include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <iconv.h>
-#include <memory>
 
 namespace kestro::servicing {
 
-struct FreeMemory {
-    void operator()(void* memory) const { std::free(memory); }
-};
-template <class T>
-using Malloced = std::unique_ptr<T, FreeMemory>;
-
-// Registry text is UTF-16.
-static std::string Utf16(std::string utf8)
+// Empty if `text` is not in the encoding `from`.
+static std::string Converted(std::string_view text, const char* to, const char* from)
 {
-    const iconv_t converter = iconv_open("UTF-16LE", "UTF-8");
-    std::string wide(utf8.size() * 2, '\0');
-    char* in = utf8.data();
-    char* out = wide.data();
-    std::size_t inLeft = utf8.size();
-    std::size_t outLeft = wide.size();
+    const iconv_t converter = iconv_open(to, from);
+    std::string source(text);
+    std::string result(text.size() * 3, '\0');
+    char* in = source.data();
+    char* out = result.data();
+    std::size_t inLeft = source.size();
+    std::size_t outLeft = result.size();
     const bool whole =
         iconv(converter, &in, &inLeft, &out, &outLeft) != static_cast<std::size_t>(-1);
     iconv_close(converter);
-    if (!whole)
-        throw ServicingError(code::invalid_parameter, "text that is not UTF-8: " + utf8);
-    wide.resize(wide.size() - outLeft);
+    result.resize(whole ? result.size() - outLeft : 0);
+    return result;
+}
+
+std::string Utf16(std::string_view utf8)
+{
+    std::string wide = Converted(utf8, "UTF-16LE", "UTF-8");
+    if (wide.empty() && !utf8.empty())
+        throw ServicingError(code::invalid_parameter,
+                             "text that is not UTF-8: " + std::string(utf8));
     return wide;
 }
 
-static void SetValue(hive_h* hive, hive_node_h key, const std::string& name, hive_type type,
-                     std::string data)
-{
-    Utf16(name); // hivex reads from nowhere when a name is not UTF-8
-    std::string keyName = name;
-    const hive_set_value value{keyName.data(), type, data.size(), data.data()};
-    if (hivex_node_set_value(hive, key, &value, 0) != 0)
-        throw SystemError("set registry value " + name);
-}
-
-void SetText(hive_h* hive, hive_node_h key, const std::string& name, const std::string& text)
-{
-    SetValue(hive, key, name, hive_t_REG_SZ, Utf16(text) + std::string(2, '\0'));
-}
-
-void SetTexts(hive_h* hive, hive_node_h key, const std::string& name,
-              const std::vector<std::string>& texts)
-{
-    std::string data;
-    for (const auto& text : texts)
-        data += Utf16(text) + std::string(2, '\0');
-    SetValue(hive, key, name, hive_t_REG_MULTI_SZ, data + std::string(2, '\0'));
-}
-
-static std::string LittleEndian(std::uint64_t number, int bytes)
+std::string NumberBytes(std::uint64_t number, int bytes)
 {
     std::string text;
     for (int i = 0; i < bytes; ++i)
@@ -67,106 +42,82 @@ static std::string LittleEndian(std::uint64_t number, int bytes)
     return text;
 }
 
-void SetNumber(hive_h* hive, hive_node_h key, const std::string& name, std::uint32_t number)
+constexpr std::uint64_t kTicksFrom1601To1970 = 116'444'736'000'000'000;
+
+std::string FileTimeNow()
 {
-    SetValue(hive, key, name, hive_t_REG_DWORD, LittleEndian(number, 4));
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto ticks = std::chrono::duration_cast<std::chrono::nanoseconds>(now).count() / 100;
+    return NumberBytes(static_cast<std::uint64_t>(ticks) + kTicksFrom1601To1970, 8);
 }
 
-void SetBytes(hive_h* hive, hive_node_h key, const std::string& name, const std::string& bytes)
+static const std::string& Terminator()
 {
-    SetValue(hive, key, name, hive_t_REG_BINARY, bytes);
+    static const std::string terminator(2, '\0');
+    return terminator;
 }
 
-std::string BytesOf(hive_h* hive, hive_node_h key, const std::string& name)
+HiveValue TextValue(const std::string& name, const std::string& text)
 {
-    const hive_value_h value = hivex_node_get_value(hive, key, name.c_str());
-    hive_type type;
-    std::size_t length = 0;
-    const Malloced<char> data(value ? hivex_value_value(hive, value, &type, &length) : nullptr);
-    return data ? std::string(data.get(), length) : std::string();
+    return {name, registry::text, Utf16(text) + Terminator()};
 }
 
-std::string TextOf(hive_h* hive, hive_node_h key, const std::string& name)
+HiveValue ExpandableValue(const std::string& name, const std::string& text)
 {
-    const hive_value_h value = hivex_node_get_value(hive, key, name.c_str());
-    const Malloced<char> text(value ? hivex_value_string(hive, value) : nullptr);
-    return text ? text.get() : "";
+    return {name, registry::expandable, Utf16(text) + Terminator()};
 }
 
-bool RemoveValue(hive_h* hive, hive_node_h key, const std::string& name)
+HiveValue TextsValue(const std::string& name, const std::vector<std::string>& texts)
 {
-    const Malloced<hive_value_h> values(hivex_node_values(hive, key));
-    if (!values)
-        throw SystemError("read registry values");
-    struct Kept {
-        std::string name;
-        hive_type type;
-        std::string data;
-    };
-    std::vector<Kept> kept;
-    bool found = false;
-    for (hive_value_h* value = values.get(); *value; ++value) {
-        const Malloced<char> valueName(hivex_value_key(hive, *value));
-        if (valueName && EqualNames(valueName.get(), name)) {
-            found = true;
-            continue;
-        }
-        Kept one{valueName ? valueName.get() : "", hive_t_REG_NONE, ""};
-        std::size_t length = 0;
-        const Malloced<char> data(hivex_value_value(hive, *value, &one.type, &length));
-        if (!data)
-            throw SystemError("read registry value " + one.name);
-        one.data.assign(data.get(), length);
-        kept.push_back(std::move(one));
+    std::string data;
+    for (const auto& text : texts)
+        data += Utf16(text) + Terminator();
+    return {name, registry::texts, data + Terminator()};
+}
+
+HiveValue NumberValue(const std::string& name, std::uint32_t number)
+{
+    return {name, registry::number, NumberBytes(number, 4)};
+}
+
+HiveValue LongNumberValue(const std::string& name, std::uint64_t number)
+{
+    return {name, registry::longNumber, NumberBytes(number, 8)};
+}
+
+HiveValue BytesValue(const std::string& name, const std::string& bytes)
+{
+    return {name, registry::binary, bytes};
+}
+
+std::vector<std::string> TextsOf(const HiveValue& value)
+{
+    std::vector<std::string> texts;
+    const std::string_view data = value.data;
+    for (std::size_t start = 0; start + 1 < data.size();) {
+        std::size_t end = start;
+        while (end + 1 < data.size() && (data[end] != '\0' || data[end + 1] != '\0'))
+            end += 2;
+        if (end == start)
+            break;
+        texts.push_back(Converted(data.substr(start, end - start), "UTF-8", "UTF-16LE"));
+        start = end + 2;
     }
-    if (!found)
-        return false;
-    std::vector<hive_set_value> again;
-    for (auto& one : kept)
-        again.push_back({one.name.data(), one.type, one.data.size(), one.data.data()});
-    if (hivex_node_set_values(hive, key, again.size(), again.data(), 0) != 0)
-        throw SystemError("remove registry value " + name);
-    return true;
+    return texts;
 }
 
-std::string FileTimeBytes(std::uint64_t secondsSince1970)
+std::string TextOf(const HiveValue& value)
 {
-    constexpr std::uint64_t from1601To1970 = 11644473600;
-    return LittleEndian((secondsSince1970 + from1601To1970) * 10'000'000, 8);
+    const auto texts = TextsOf(value);
+    return texts.empty() ? "" : texts.front();
 }
 
-// A GUID's text as its 16 bytes in memory; zeros if it is malformed.
-static std::string GuidBytes(const std::string& text)
+std::uint32_t NumberOf(const HiveValue& value)
 {
-    std::string hex;
-    for (const char c : text)
-        if (std::isxdigit(static_cast<unsigned char>(c)))
-            hex += c;
-    if (hex.size() != 32)
-        return std::string(16, '\0');
-    constexpr int order[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
-    std::string bytes;
-    for (const int i : order)
-        bytes += static_cast<char>(
-            std::stoi(hex.substr(static_cast<std::size_t>(i) * 2, 2), nullptr, 16));
-    return bytes;
-}
-
-std::string VersionRecord(const DriverPackage& package)
-{
-    const std::chrono::year_month_day date{std::chrono::year(package.date.year),
-                                           std::chrono::month(package.date.month),
-                                           std::chrono::day(package.date.day)};
-    std::string record = LittleEndian(0x00FF090000000000, 8) + GuidBytes(package.classGuid);
-    if (date.ok() && package.date.year >= 1970) {
-        const auto since = std::chrono::sys_days(date).time_since_epoch();
-        record += FileTimeBytes(static_cast<std::uint64_t>(std::chrono::seconds(since).count()));
-    } else {
-        record += std::string(8, '\0');
-    }
-    for (auto part = package.version.rbegin(); part != package.version.rend(); ++part)
-        record += LittleEndian(*part, 2);
-    return record + std::string(8, '\0');
+    std::uint32_t number = 0;
+    for (std::size_t i = 0; i < 4 && value.data.size() >= 4; ++i)
+        number |= static_cast<std::uint32_t>(static_cast<unsigned char>(value.data[i])) << 8 * i;
+    return number;
 }
 
 } // namespace kestro::servicing

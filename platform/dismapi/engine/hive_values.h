@@ -1,32 +1,48 @@
 // hive_values.h - registry values as a hive stores them.
 #pragma once
 
-#include "driver_package.h"
-
-#include <hivex.h>
-
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kestro::servicing {
 
-// Each sets one value of a key and keeps the others; an empty name is the default value.
-void SetText(hive_h* hive, hive_node_h key, const std::string& name, const std::string& text);
-void SetTexts(hive_h* hive, hive_node_h key, const std::string& name,
-              const std::vector<std::string>& texts);
-void SetNumber(hive_h* hive, hive_node_h key, const std::string& name, std::uint32_t number);
-void SetBytes(hive_h* hive, hive_node_h key, const std::string& name, const std::string& bytes);
+namespace registry {
+inline constexpr std::uint32_t none = 0;
+inline constexpr std::uint32_t text = 1;
+inline constexpr std::uint32_t expandable = 2;
+inline constexpr std::uint32_t binary = 3;
+inline constexpr std::uint32_t number = 4;
+inline constexpr std::uint32_t texts = 7;
+inline constexpr std::uint32_t longNumber = 11;
+} // namespace registry
 
-std::string BytesOf(hive_h* hive, hive_node_h key, const std::string& name);
-// The first text of a REG_SZ or REG_MULTI_SZ value; empty if there is no such value.
-std::string TextOf(hive_h* hive, hive_node_h key, const std::string& name);
-// Removes one value of a key; true if it was there.
-bool RemoveValue(hive_h* hive, hive_node_h key, const std::string& name);
+struct HiveValue {
+    std::string name; // empty for the default value
+    std::uint32_t type = registry::none;
+    std::string data;
 
-// The `Version` value of a registered package: a header, the class, the date and the version.
-std::string VersionRecord(const DriverPackage& package);
-// 100 ns steps since 1601, little-endian, as FILETIME values are stored.
-std::string FileTimeBytes(std::uint64_t secondsSince1970);
+    bool operator==(const HiveValue&) const = default;
+};
+
+HiveValue TextValue(const std::string& name, const std::string& text);
+HiveValue ExpandableValue(const std::string& name, const std::string& text);
+HiveValue TextsValue(const std::string& name, const std::vector<std::string>& texts);
+HiveValue NumberValue(const std::string& name, std::uint32_t number);
+HiveValue LongNumberValue(const std::string& name, std::uint64_t number);
+HiveValue BytesValue(const std::string& name, const std::string& bytes);
+
+// What values of these types hold; empty or 0 for data that is cut off.
+std::string TextOf(const HiveValue& value);
+std::vector<std::string> TextsOf(const HiveValue& value);
+std::uint32_t NumberOf(const HiveValue& value);
+
+// Registry text is UTF-16. Throws for what is not UTF-8.
+std::string Utf16(std::string_view utf8);
+// Little-endian.
+std::string NumberBytes(std::uint64_t number, int bytes);
+// Now in 100 ns steps since 1601, as FILETIME values are stored.
+std::string FileTimeNow();
 
 } // namespace kestro::servicing

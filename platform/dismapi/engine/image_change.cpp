@@ -3,55 +3,290 @@
 
 #include "file_system.h"
 
+#include <algorithm>
+#include <fstream>
+
 namespace fs = std::filesystem;
 
 namespace kestro::servicing {
 
+namespace {
+
+constexpr char kJournal[] = "journal";    // the change is to be finished
+constexpr char kTakeBack[] = "take-back"; // the change is to be taken back
+
+bool IsThere(const fs::path& path)
+{
+    return fs::symlink_status(path).type() != fs::file_type::not_found;
+}
+
+bool IsBelow(const fs::path& path, const fs::path& folder)
+{
+    return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first ==
+           folder.end();
+}
+
+// A second name for the file: the first one can then be given to another file in one step.
+void KeepFile(const fs::path& file, const fs::path& as)
+{
+    std::error_code noLinks;
+    fs::create_hard_link(file, as, noLinks);
+    if (noLinks)
+        CopyFile(file, as);
+}
+
+} // namespace
+
+ImageChange::ImageChange(fs::path root, fs::path folder)
+    : root_(std::move(root)), folder_(std::move(folder))
+{
+    FinishInterrupted();
+}
+
 ImageChange::~ImageChange()
 {
-    for (auto undo = undo_.rbegin(); undo != undo_.rend(); ++undo)
-        (*undo)();
+    std::error_code ignored;
+    if (!fs::exists(folder_ / kJournal, ignored) && !fs::exists(folder_ / kTakeBack, ignored))
+        RemoveFolder();
 }
 
-void ImageChange::RemoveOnUndo(const fs::path& path)
+void ImageChange::MakeFolder()
 {
-    undo_.push_back([path] {
-        std::error_code ignored;
-        fs::remove(path, ignored);
-    });
+    for (fs::path part = folder_; !IsThere(part); part = part.parent_path())
+        made_.push_back(part);
+    fs::create_directories(folder_);
 }
 
-void ImageChange::MakeFolders(const fs::path& folder)
+fs::path ImageChange::NewPath()
 {
-    if (fs::is_directory(folder))
+    MakeFolder();
+    return folder_ / ("new" + std::to_string(next_++));
+}
+
+const ImageChange::Step* ImageChange::FindStep(const fs::path& target) const
+{
+    for (const auto& step : steps_)
+        if (step.target == target)
+            return &step;
+    return nullptr;
+}
+
+void ImageChange::Forget(const fs::path& target)
+{
+    for (const auto& step : steps_)
+        if (IsBelow(step.target, target))
+            fs::remove_all(StagedOf(step));
+    std::erase_if(steps_, [&](const Step& step) { return IsBelow(step.target, target); });
+}
+
+void ImageChange::Place(const fs::path& staged, const fs::path& target, Order order)
+{
+    Forget(target);
+    const std::string number = staged.filename().string().substr(3);
+    steps_.push_back({Step::Kind::Place, number, target, order});
+}
+
+void ImageChange::CopyTo(const fs::path& source, const fs::path& target, Order order)
+{
+    const fs::path staged = NewPath();
+    CopyFile(source, staged);
+    Place(staged, target, order);
+}
+
+void ImageChange::Remove(const fs::path& target, Order order)
+{
+    Forget(target);
+    if (IsThere(target))
+        steps_.push_back({Step::Kind::Remove, std::to_string(next_++), target, order});
+}
+
+fs::path ImageChange::Now(const fs::path& target) const
+{
+    for (fs::path part = target; part.has_relative_path() && part != root_;
+         part = part.parent_path())
+        if (const Step* step = FindStep(part)) {
+            if (step->kind == Step::Kind::Remove)
+                return {};
+            const fs::path staged = StagedOf(*step) / target.lexically_relative(part);
+            const fs::path now = part == target ? StagedOf(*step) : staged;
+            return IsThere(now) ? now : fs::path();
+        }
+    return IsThere(target) ? target : fs::path();
+}
+
+std::map<fs::path, fs::path> ImageChange::Placed() const
+{
+    std::map<fs::path, fs::path> placed;
+    for (const auto& step : steps_)
+        if (step.kind == Step::Kind::Place)
+            placed[step.target] = StagedOf(step);
+    return placed;
+}
+
+ImageChange::Steps ImageChange::StepsInOrder() const
+{
+    Steps steps = steps_;
+    std::stable_sort(steps.begin(), steps.end(),
+                     [](const Step& a, const Step& b) { return a.order < b.order; });
+    // Folders that are missing for what is placed, the outermost first.
+    std::vector<fs::path> missing;
+    for (const auto& step : steps)
+        for (fs::path folder = step.target.parent_path();
+             step.kind == Step::Kind::Place && folder != root_ && !IsThere(folder);
+             folder = folder.parent_path())
+            missing.push_back(folder);
+    std::sort(missing.begin(), missing.end());
+    missing.erase(std::unique(missing.begin(), missing.end()), missing.end());
+    Steps all;
+    for (const auto& folder : missing)
+        all.push_back({Step::Kind::MakeFolder, "0", folder, Order::Files});
+    all.insert(all.end(), steps.begin(), steps.end());
+    return all;
+}
+
+// One step a line: what to do, its number, the path below the image's root.
+std::string ImageChange::JournalText(const Steps& steps) const
+{
+    std::string text;
+    for (const auto& step : steps) {
+        const char* kind = step.kind == Step::Kind::Place    ? "place "
+                           : step.kind == Step::Kind::Remove ? "remove "
+                                                             : "folder ";
+        text += kind + step.number + " " + step.target.lexically_relative(root_).string() + "\n";
+    }
+    return text;
+}
+
+ImageChange::Steps ImageChange::ReadJournal(const fs::path& journal) const
+{
+    Steps steps;
+    std::ifstream in(journal);
+    std::string kind, number, path;
+    while (in >> kind >> number && in.get() && std::getline(in, path)) {
+        const bool leads = fs::path(path).is_absolute() || path.find("..") != std::string::npos ||
+                           number.find('/') != std::string::npos;
+        if (leads)
+            throw ServicingError(code::bad_format, journal.string() + " is damaged");
+        steps.push_back({kind == "place"    ? Step::Kind::Place
+                         : kind == "remove" ? Step::Kind::Remove
+                                            : Step::Kind::MakeFolder,
+                         number, root_ / path, Order::Files});
+    }
+    return steps;
+}
+
+// Each step may have been done already, or in part.
+void ImageChange::Do(const Step& step) const
+{
+    if (step.kind == Step::Kind::MakeFolder) {
+        fs::create_directory(step.target);
         return;
-    MakeFolders(folder.parent_path());
-    fs::create_directory(folder);
-    RemoveOnUndo(folder);
+    }
+    const fs::path old = OldOf(step);
+    if (step.kind == Step::Kind::Remove) {
+        if (!IsThere(old) && IsThere(step.target))
+            fs::rename(step.target, old);
+        return;
+    }
+    if (!IsThere(StagedOf(step)))
+        return;
+    if (IsThere(step.target) && !IsThere(old)) {
+        if (fs::is_directory(fs::symlink_status(step.target)))
+            fs::rename(step.target, old);
+        else
+            KeepFile(step.target, old);
+    }
+    fs::rename(StagedOf(step), step.target);
 }
 
-void ImageChange::Copy(const fs::path& from, const fs::path& to)
+void ImageChange::Undo(const Step& step) const
 {
-    RemoveOnUndo(to);
-    CopyFile(from, to);
+    if (step.kind == Step::Kind::MakeFolder) {
+        std::error_code notEmpty;
+        fs::remove(step.target, notEmpty);
+        return;
+    }
+    const fs::path old = OldOf(step);
+    const fs::path staged = StagedOf(step);
+    // What was placed goes back aside, a file without leaving its name empty.
+    if (step.kind == Step::Kind::Place && !IsThere(staged) && IsThere(step.target)) {
+        std::error_code failed;
+        if (fs::is_regular_file(old))
+            fs::create_hard_link(step.target, staged, failed);
+        if (!IsThere(staged))
+            fs::rename(step.target, staged);
+    }
+    if (!IsThere(old))
+        return;
+    // A second name of a file that was never replaced is of no use any more.
+    const bool isAway =
+        !IsThere(step.target) || (IsThere(staged) && fs::equivalent(step.target, staged));
+    if (isAway)
+        fs::rename(old, step.target);
+    else
+        fs::remove(old);
 }
 
-void ImageChange::Move(const fs::path& from, const fs::path& to)
+void ImageChange::TakeBack(const Steps& steps)
 {
-    fs::rename(from, to);
-    undo_.push_back([from, to] {
-        std::error_code ignored;
-        fs::rename(to, from, ignored);
-    });
+    for (auto step = steps.rbegin(); step != steps.rend(); ++step)
+        Undo(*step);
+    SyncFileSystem(folder_);
+    fs::remove(folder_ / kTakeBack);
+    RemoveFolder();
 }
 
-void ImageChange::Replace(const fs::path& live, const fs::path& replacement, const fs::path& backup)
+// With those above it that were made for it and hold nothing else.
+void ImageChange::RemoveFolder()
 {
-    fs::rename(replacement, live);
-    undo_.push_back([live, backup] {
-        std::error_code ignored;
-        fs::rename(backup, live, ignored);
-    });
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+    for (const auto& part : made_)
+        fs::remove(part, ignored);
+    made_.clear();
+}
+
+void ImageChange::Commit()
+{
+    if (steps_.empty()) {
+        RemoveFolder();
+        return;
+    }
+    const Steps steps = StepsInOrder();
+    // With the journal, everything staged is on disk.
+    MakeFolder();
+    SyncFileSystem(folder_);
+    WriteWholeFile(folder_ / kJournal, JournalText(steps));
+    steps_.clear();
+    try {
+        for (const auto& step : steps)
+            Do(step);
+        SyncFileSystem(folder_);
+    } catch (...) {
+        fs::rename(folder_ / kJournal, folder_ / kTakeBack);
+        TakeBack(steps);
+        throw;
+    }
+    // From here on the folder says nothing any more.
+    fs::remove(folder_ / kJournal);
+    RemoveFolder();
+}
+
+void ImageChange::FinishInterrupted()
+{
+    if (!fs::exists(folder_))
+        return;
+    if (fs::exists(folder_ / kTakeBack)) {
+        TakeBack(ReadJournal(folder_ / kTakeBack));
+        return;
+    }
+    if (fs::exists(folder_ / kJournal)) {
+        for (const auto& step : ReadJournal(folder_ / kJournal))
+            Do(step);
+        SyncFileSystem(folder_);
+        fs::remove(folder_ / kJournal);
+    }
+    fs::remove_all(folder_);
 }
 
 } // namespace kestro::servicing

@@ -22,6 +22,12 @@ struct ImageWindows {
     // By the class's GUID, in lower case: what its key's BootCritical value says, Unset without one.
     enum class BootCritical { Unset, No, Yes };
     std::map<std::string, BootCritical> classes; // empty if the image lists no classes
+
+    // Whether the packages of a class are needed before the system disk is there.
+    bool IsBootCritical(const std::string& classGuid) const;
 };
+
+// From the image's registry, or else from its kernel. Throws for a registry that cannot be read.
+ImageWindows ReadImageWindows(const std::filesystem::path& root);
 
 } // namespace kestro::servicing

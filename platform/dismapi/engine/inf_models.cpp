@@ -1,151 +1,147 @@
-// inf_models.cpp - which devices an INF is for, and which of its sections install them.
+// inf_models.cpp - which devices an INF is for on the image's Windows.
 #include "inf_models.h"
 
+#include "inf_configuration.h"
+#include "inf_decoration.h"
+
 #include <algorithm>
-#include <cstdlib>
-#include <optional>
-#include <tuple>
 
 namespace kestro::servicing {
+namespace {
 
-Decoration ParseDecoration(const std::string& text)
-{
-    std::vector<std::string> parts{""};
-    for (const char c : text) {
-        if (c == '.')
-            parts.emplace_back();
-        else
-            parts.back() += c;
-    }
-    const auto number = [&](std::size_t index) {
-        return index < parts.size()
-                   ? static_cast<unsigned>(std::strtoul(parts[index].c_str(), nullptr, 10))
-                   : 0u;
-    };
+// One of the models sections of a manufacturer.
+struct ModelsSection {
+    std::string name;
     Decoration decoration;
-    // What is no decoration that Windows knows fits nothing.
-    decoration.architecture =
-        LowerCase(parts[0]).starts_with("nt") ? LowerCase(parts[0].substr(2)) : std::string("?");
-    decoration.major = number(1);
-    decoration.minor = number(2);
-    decoration.build = number(5);
-    return decoration;
+};
+
+struct Manufacturer {
+    InfField name;
+    std::vector<ModelsSection> sections;
+};
+
+Manufacturer ManufacturerOf(const InfLine& line)
+{
+    Manufacturer manufacturer;
+    manufacturer.name = line.key;
+    manufacturer.sections.push_back({line.Value(0), *ParseDecoration("")});
+    for (std::size_t i = 1; i < line.values.size(); ++i)
+        if (const auto decoration = ParseDecoration(line.Value(i));
+            decoration && !line.Value(i).empty())
+            manufacturer.sections.push_back({line.Value(0) + "." + line.Value(i), *decoration});
+    return manufacturer;
 }
 
-static bool LessExact(const Decoration& left, const Decoration& right)
+// The text with its tokens in lower case, as the driver database has it.
+std::string WithLowerCaseTokens(const InfField& field)
 {
-    const auto rank = [](const Decoration& one) {
-        return std::tuple(!one.architecture.empty(), one.major, one.minor, one.build);
-    };
-    return rank(left) < rank(right);
+    std::string text = field.written;
+    for (auto open = text.find('%'); open != std::string::npos;) {
+        const auto close = text.find('%', open + 1);
+        if (close == std::string::npos)
+            break;
+        text.replace(open, close - open, LowerCase(text.substr(open, close - open)));
+        open = text.find('%', close + 1);
+    }
+    return text;
 }
 
-std::string SectionToInstall(const InfSections& inf, const std::string& section,
-                             const std::string& architecture)
-{
-    std::optional<Decoration> best;
-    std::string chosen = section;
-    const std::string prefix = LowerCase(section) + ".nt";
-    for (const auto& name : inf.Names()) {
-        if (!LowerCase(name).starts_with(prefix))
-            continue;
-        const std::string text = name.substr(section.size() + 1);
-        // "Install.NTamd64.Services" belongs to "Install.NTamd64" and is no variant of "Install".
-        const auto dot = text.find('.');
-        if (dot != std::string::npos &&
-            text.find_first_not_of("0123456789.", dot) != std::string::npos)
-            continue;
-        const Decoration decoration = ParseDecoration(text);
-        if (decoration.Fits(architecture) && (!best || LessExact(*best, decoration))) {
-            best = decoration;
-            chosen = name;
+class ModelsReader {
+  public:
+    ModelsReader(InfReader& reader, const ImageWindows& windows)
+        : reader_(reader), windows_(windows)
+    {
+    }
+
+    InfModels Read()
+    {
+        std::vector<Manufacturer> manufacturers;
+        for (const auto& placed : reader_.Section("Manufacturer"))
+            manufacturers.push_back(ManufacturerOf(placed.line));
+        for (const auto& manufacturer : manufacturers)
+            ReadFitting(manufacturer);
+        if (!result_.models.empty())
+            result_.fit = Fit::Applies;
+        else
+            for (const auto& manufacturer : manufacturers)
+                ReadOthers(manufacturer);
+        return std::move(result_);
+    }
+
+  private:
+    // An empty section that fits best says that there is nothing for this Windows.
+    void ReadFitting(const Manufacturer& manufacturer)
+    {
+        const ModelsSection* best = nullptr;
+        for (const auto& section : manufacturer.sections) {
+            if (!section.decoration.FitsArchitecture(windows_.architecture) ||
+                !section.decoration.FitsVersion(windows_))
+                continue;
+            if (!best || best->decoration.IsLessExactThan(section.decoration))
+                best = &section;
+        }
+        if (!best || !Add(manufacturer, *best, windows_.architecture))
+            return;
+        const std::uint32_t floor = best->decoration.Floor();
+        result_.osVersionFloor = chosen_ ? std::min(result_.osVersionFloor, floor) : floor;
+        chosen_ = true;
+    }
+
+    void ReadOthers(const Manufacturer& manufacturer)
+    {
+        for (const auto& section : manufacturer.sections) {
+            const auto& decoration = section.decoration;
+            const bool any = Add(manufacturer, section, ArchitectureOf(decoration));
+            const bool empty = !any && !decoration.undecorated && reader_.Inf().Has(section.name);
+            if (decoration.FitsArchitecture(windows_.architecture) && (any || empty))
+                result_.fit = Fit::OtherWindows;
+            else if (any && result_.fit == Fit::NothingToInstall)
+                result_.fit = Fit::OtherArchitecture;
         }
     }
-    return chosen;
-}
 
-// The service that the section makes the device's own, else the first that it adds.
-static std::string ServiceOf(const InfSections& inf, const std::string& installSection)
-{
-    constexpr unsigned long associated = 2;
-    std::string first;
-    for (const auto& line : inf.Section(installSection + ".Services")) {
-        if (!EqualNames(line.key, "AddService") || line.Value(0).empty())
-            continue;
-        if (std::strtoul(line.Value(1).c_str(), nullptr, 0) & associated)
-            return line.Value(0);
-        if (first.empty())
-            first = line.Value(0);
+    Architecture ArchitectureOf(const Decoration& decoration) const
+    {
+        for (const auto other : {Architecture::X86, Architecture::Arm, Architecture::Arm64})
+            if (decoration.architecture == ArchitectureName(other))
+                return other;
+        return decoration.architecture.empty() ? windows_.architecture : Architecture::Amd64;
     }
-    return first;
-}
 
-static void ReadModelsSection(const InfSections& inf, const std::string& section,
-                              const std::string& manufacturer, const std::string& decorated,
-                              const std::string& architecture, std::vector<DriverModel>& models)
-{
-    for (const auto& line : inf.Section(section)) {
-        DriverModel model;
-        model.architecture = decorated;
-        model.manufacturer = manufacturer;
-        model.description = line.key;
-        model.installSection = SectionToInstall(inf, line.Value(0), architecture);
-        model.hardwareId = line.Value(1);
-        for (std::size_t i = 2; i < line.values.size(); ++i)
-            if (!line.values[i].empty())
-                model.compatibleIds.push_back(line.values[i]);
-        model.service = ServiceOf(inf, model.installSection);
-        models.push_back(std::move(model));
-    }
-}
-
-// The models section of one [Manufacturer] line for the architecture; nothing if none fits.
-static std::optional<std::string> FittingSection(const InfSections& inf, const InfLine& line,
-                                                 const std::string& architecture,
-                                                 std::string& decorated)
-{
-    std::optional<Decoration> best;
-    std::optional<std::string> section;
-    for (std::size_t i = 1; i < line.values.size(); ++i) {
-        const Decoration decoration = ParseDecoration(line.values[i]);
-        const std::string name = line.Value(0) + "." + line.values[i];
-        if (decoration.Fits(architecture) && inf.Has(name) &&
-            (!best || LessExact(*best, decoration))) {
-            best = decoration;
-            section = name;
+    // True if the section has a model.
+    bool Add(const Manufacturer& manufacturer, const ModelsSection& section,
+             Architecture architecture)
+    {
+        const auto lines = reader_.Section(section.name);
+        const std::string maker = WithLowerCaseTokens(manufacturer.name);
+        for (const auto& [inf, line] : lines) {
+            DriverModel model;
+            model.architecture = section.decoration.architecture;
+            model.manufacturer = manufacturer.name.text;
+            model.manufacturerToken = maker;
+            model.description = line.Key();
+            model.descriptionToken = WithLowerCaseTokens(line.key);
+            model.installSection = SectionToInstall(reader_.Inf(), line.Value(0), architecture);
+            model.hardwareId = line.Value(1);
+            for (std::size_t i = 2; i < line.values.size(); ++i)
+                if (!line.Value(i).empty())
+                    model.compatibleIds.push_back(line.Value(i));
+            result_.models.push_back(std::move(model));
         }
+        return !lines.empty();
     }
-    decorated = best ? best->architecture : "";
-    if (!section && inf.Has(line.Value(0)))
-        section = line.Value(0);
-    return section;
-}
 
-static void ReadOtherModels(const InfSections& inf, const InfLine& line,
-                            std::vector<DriverModel>& models)
-{
-    for (std::size_t i = 1; i < line.values.size(); ++i) {
-        const std::string other = ParseDecoration(line.values[i]).architecture;
-        ReadModelsSection(inf, line.Value(0) + "." + line.values[i], line.key, other, other,
-                          models);
-    }
-}
+    InfReader& reader_;
+    const ImageWindows& windows_;
+    InfModels result_;
+    bool chosen_ = false;
+};
 
-std::vector<DriverModel> ReadModels(const InfSections& inf, const std::string& architecture,
-                                    bool& applies)
+} // namespace
+
+InfModels ReadModels(InfReader& reader, const ImageWindows& windows)
 {
-    std::vector<DriverModel> models;
-    const auto manufacturers = inf.Section("Manufacturer");
-    for (const auto& line : manufacturers) {
-        std::string decorated;
-        if (const auto section = FittingSection(inf, line, architecture, decorated))
-            ReadModelsSection(inf, *section, line.key, decorated, architecture, models);
-    }
-    applies = !models.empty();
-    if (!applies)
-        for (const auto& line : manufacturers)
-            ReadOtherModels(inf, line, models);
-    return models;
+    return ModelsReader(reader, windows).Read();
 }
 
 } // namespace kestro::servicing

@@ -1,107 +1,22 @@
 // inf_package.cpp - reads what the driver store needs out of an INF.
 #include "inf_package.h"
 
+#include "inf_configuration.h"
+#include "inf_copies.h"
 #include "inf_models.h"
+#include "inf_number.h"
+#include "inf_registry.h"
+#include "inf_source_files.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <set>
 
 namespace kestro::servicing {
 
-// A folder as INFs write it ("\x64", ".\amd64\") with '/' and without the parts that say nothing.
-static std::string Folder(const std::string& text)
-{
-    std::string folder;
-    std::string part;
-    for (const char c : text + "/") {
-        if (c != '\\' && c != '/') {
-            part += c;
-            continue;
-        }
-        if (!part.empty() && part != ".")
-            folder += (folder.empty() ? "" : "/") + part;
-        part.clear();
-    }
-    return folder;
-}
-
-static std::string Join(const std::string& left, const std::string& right)
-{
-    return left.empty() || right.empty() ? left + right : left + "/" + right;
-}
-
-// The lines of a section and of its variant for the architecture, the variant's first: it wins.
-static std::vector<InfLine> WithVariant(const InfSections& inf, const std::string& section,
-                                        const std::string& architecture)
-{
-    auto lines = inf.Section(section + "." + architecture);
-    const auto general = inf.Section(section);
-    lines.insert(lines.end(), general.begin(), general.end());
-    return lines;
-}
-
-static SourceFile SourceOf(const InfSections& inf, const InfLine& file,
-                           const std::string& architecture)
-{
-    for (const auto& disk : WithVariant(inf, "SourceDisksNames", architecture)) {
-        if (disk.key != file.Value(0))
-            continue;
-        const std::string cabinet = disk.Value(1);
-        if (LowerCase(cabinet).ends_with(".cab"))
-            return {Folder(disk.Value(3)), cabinet};
-        return {Join(Folder(disk.Value(3)), Folder(file.Value(1))), file.key};
-    }
-    return {Folder(file.Value(1)), file.key};
-}
-
-// Names of files that the package's CopyFiles directives take from its source.
-static std::vector<std::string> CopiedFiles(const InfSections& inf, const std::string& section)
-{
-    std::vector<std::string> files;
-    for (const auto& directive : inf.Section(section)) {
-        if (!EqualNames(directive.key, "CopyFiles"))
-            continue;
-        for (const auto& list : directive.values) {
-            if (list.starts_with("@")) {
-                files.push_back(list.substr(1));
-                continue;
-            }
-            for (const auto& line : inf.Section(list))
-                files.push_back(line.Value(1).empty() ? line.Value(0) : line.Value(1));
-        }
-    }
-    return files;
-}
-
-static void ReadFiles(const InfSections& inf, const std::string& architecture,
-                      DriverPackage& package)
-{
-    std::set<std::string> known;
-    for (const auto& line : WithVariant(inf, "SourceDisksFiles", architecture))
-        if (known.insert(LowerCase(line.key)).second)
-            package.files.push_back(SourceOf(inf, line, architecture));
-
-    // With a layout file, Windows itself brings what the INF does not list.
-    if (!inf.Value("Version", "LayoutFile").empty())
-        return;
-    std::set<std::string> sections;
-    for (const auto& model : package.models)
-        sections.insert(model.installSection);
-    for (const char* section : {"DefaultInstall", "ClassInstall32"})
-        sections.insert(SectionToInstall(inf, section, architecture));
-    for (const auto& section : sections)
-        for (const auto& part : {section, section + ".CoInstallers"})
-            for (const auto& name : CopiedFiles(inf, part))
-                if (!name.empty() && known.insert(LowerCase(name)).second)
-                    package.files.push_back({"", name});
-}
-
-static void ReadDriverVer(const InfSections& inf, DriverPackage& package)
+static void ReadDriverVer(const InfFile& inf, DriverPackage& package)
 {
     for (const auto& line : inf.Section("Version")) {
-        if (!EqualNames(line.key, "DriverVer"))
+        if (!EqualNames(line.Key(), "DriverVer"))
             continue;
         unsigned month = 0, day = 0, year = 0;
         if (std::sscanf(line.Value(0).c_str(), "%u/%u/%u", &month, &day, &year) == 3 &&
@@ -117,91 +32,151 @@ static void ReadDriverVer(const InfSections& inf, DriverPackage& package)
     }
 }
 
-static std::string Catalog(const InfSections& inf, const std::string& architecture)
+static std::string Catalog(const InfFile& inf, Architecture architecture)
 {
-    for (const auto& key : {"CatalogFile.NT" + architecture, std::string("CatalogFile.NT"),
-                            std::string("CatalogFile")})
+    for (const auto& key : {std::string("CatalogFile.NT") + ArchitectureName(architecture),
+                            std::string("CatalogFile.NT"), std::string("CatalogFile")})
         if (const auto name = inf.Value("Version", key); !name.empty())
             return name;
     return {};
 }
 
-// A new class describes itself: the default value of its key.
-static std::string ClassDescription(const InfSections& inf, const std::string& architecture)
+static void ReadVersion(const InfFile& inf, const ImageWindows& windows, DriverPackage& package)
 {
-    const auto section = SectionToInstall(inf, "ClassInstall32", architecture);
-    for (const auto& directive : inf.Section(section)) {
-        if (!EqualNames(directive.key, "AddReg"))
-            continue;
-        for (const auto& list : directive.values)
-            for (const auto& line : inf.Section(list))
-                if (EqualNames(line.Value(0), "HKR") && line.Value(1).empty() &&
-                    line.Value(2).empty() && !line.Value(4).empty())
-                    return line.Value(4);
-    }
-    return {};
-}
-
-// Classes that Windows needs before its system disk is there: disks, their controllers and the
-// buses that these hang on.
-static bool IsBootClass(const std::string& guid)
-{
-    for (const char* boot : {
-             "{4d36e967-e325-11ce-bfc1-08002be10318}", // DiskDrive
-             "{4d36e96a-e325-11ce-bfc1-08002be10318}", // HDC
-             "{4d36e97b-e325-11ce-bfc1-08002be10318}", // SCSIAdapter
-             "{4d36e97d-e325-11ce-bfc1-08002be10318}", // System
-             "{71a27cdd-812a-11d0-bec7-08002be2092f}", // Volume
-             "{a0a588a4-c46f-4b37-b7ea-c82fe89870c6}", // SDHost
-         })
-        if (EqualNames(guid, boot))
-            return true;
-    return false;
-}
-
-static bool StartsAtBoot(const InfSections& inf, const DriverPackage& package)
-{
-    std::set<std::string> sections;
-    for (const auto& model : package.models)
-        sections.insert(model.installSection);
-    for (const auto& section : sections)
-        for (const auto& line : inf.Section(section + ".Services")) {
-            const std::string start =
-                EqualNames(line.key, "AddService") ? inf.Value(line.Value(2), "StartType") : "";
-            if (!start.empty() && std::strtoul(start.c_str(), nullptr, 0) == 0)
-                return true;
-        }
-    return false;
-}
-
-DriverPackage ReadPackage(const InfSections& inf, Architecture architecture)
-{
-    const std::string name = ArchitectureName(architecture);
-    DriverPackage package;
     package.className = inf.Value("Version", "Class");
     package.classGuid = inf.Value("Version", "ClassGuid");
     package.provider = inf.Value("Version", "Provider");
-    package.catalog = Catalog(inf, name);
-    package.classDescription = ClassDescription(inf, name);
-    if (package.classDescription.empty())
-        package.classDescription = package.className;
+    package.catalog = Catalog(inf, windows.architecture);
+    package.pnpLockdown = InfNumber(inf.Value("Version", "PnpLockdown")) != 0;
+    package.extensionId = inf.Value("Version", "ExtensionId");
+    package.bootCritical = windows.IsBootCritical(package.classGuid);
     ReadDriverVer(inf, package);
-    package.models = ReadModels(inf, name, package.applies);
+}
+
+// A new class describes itself: the default value of its key.
+static void ReadClass(InfReader& reader, Architecture architecture, DriverPackage& package)
+{
+    const auto section =
+        reader.Section(SectionToInstall(reader.Inf(), "ClassInstall32", architecture));
+    package.classSettings = ReadSettings(reader, section);
+    package.classDescription = package.className;
+    for (const auto& [inf, line] : reader.Listed(section, "AddReg"))
+        if (EqualNames(line.Value(0), "HKR") && line.Value(1).empty() && line.Value(2).empty() &&
+            !line.Value(4).empty())
+            package.classDescription = line.Value(4);
+}
+
+// The device's own service, else the first that the section adds.
+static std::string ServiceOf(const Configuration& configuration)
+{
+    if (!configuration.service.empty() || configuration.services.empty())
+        return configuration.service;
+    return configuration.services.front().name;
+}
+
+static void ReadConfigurations(InfReader& reader, const InfSourceFiles& sources,
+                               DriverPackage& package)
+{
+    std::map<std::string, std::size_t> known;
+    for (auto& model : package.models) {
+        const auto [place, isNew] =
+            known.emplace(LowerCase(model.installSection), package.configurations.size());
+        if (isNew)
+            package.configurations.push_back(
+                ReadConfiguration(reader, model.installSection, sources));
+        const Configuration& configuration = package.configurations[place->second];
+        model.service = ServiceOf(configuration);
+        model.featureScore = configuration.featureScore;
+    }
+}
+
+static void ReadFiles(InfReader& reader, const InfSourceFiles& sources, Architecture architecture,
+                      DriverPackage& package)
+{
+    package.files = sources.All();
+    // With a layout file, Windows itself brings what the INF does not list.
+    if (!reader.Inf().Value("Version", "LayoutFile").empty())
+        return;
+    std::set<std::string> known;
+    const auto add = [&](const FileCopy& copy) {
+        if (copy.inf.empty() && !sources.Lists(copy.source.name) &&
+            known.insert(LowerCase(copy.source.name)).second)
+            package.files.push_back(copy.source);
+    };
+    for (const auto& configuration : package.configurations)
+        for (const auto& copy : configuration.copies)
+            add(copy);
+    for (const char* name : {"DefaultInstall", "ClassInstall32"}) {
+        const auto section = reader.Section(SectionToInstall(reader.Inf(), name, architecture));
+        for (const auto& copy : ReadCopies(reader, section, sources))
+            add(copy);
+    }
+}
+
+// The strings that the models' texts use.
+static void ReadModelStrings(const InfFile& inf, DriverPackage& package)
+{
+    std::set<std::string> texts;
+    for (const auto& model : package.models)
+        for (const auto& text : {model.manufacturerToken, model.descriptionToken})
+            if (text.find('%') != std::string::npos)
+                texts.insert(text);
+    for (const auto& text : texts)
+        for (auto open = text.find('%'); open != std::string::npos;) {
+            const auto close = text.find('%', open + 1);
+            if (close == std::string::npos)
+                break;
+            const auto string = inf.Strings().find(text.substr(open + 1, close - open - 1));
+            if (string != inf.Strings().end())
+                package.modelStrings.insert(*string);
+            open = text.find('%', close + 1);
+        }
+}
+
+DriverPackage ReadPackage(const InfFile& inf, const ImageWindows& windows, InfLibrary& library)
+{
+    DriverPackage package;
+    InfReader reader(inf, library);
+    const InfSourceFiles sources(inf, windows.architecture);
+    ReadVersion(inf, windows, package);
+    ReadClass(reader, windows.architecture, package);
+    auto models = ReadModels(reader, windows);
+    package.fit = models.fit;
+    package.osVersionFloor = models.osVersionFloor;
+    package.models = std::move(models.models);
     // Without devices an INF can still install something of its own accord.
-    const auto defaultInstall = SectionToInstall(inf, "DefaultInstall", name);
-    if (package.models.empty())
-        package.applies = inf.Has(defaultInstall);
-    ReadFiles(inf, name, package);
-    package.bootCritical = inf.Value("Version", "BootCritical") == "1" ||
-                           (IsBootClass(package.classGuid) && StartsAtBoot(inf, package));
+    if (package.models.empty() &&
+        inf.Has(SectionToInstall(inf, "DefaultInstall", windows.architecture)))
+        package.fit = Fit::Applies;
+    package.applies = package.fit == Fit::Applies;
+    ReadConfigurations(reader, sources, package);
+    ReadFiles(reader, sources, windows.architecture, package);
+    ReadModelStrings(inf, package);
+    if (!package.applies)
+        package.configurations.clear();
     for (const auto& line : inf.Section("ControlFlags"))
-        if (EqualNames(line.key, "ExcludeFromSelect"))
-            for (const auto& id : line.values)
+        if (EqualNames(line.Key(), "ExcludeFromSelect"))
+            for (const auto& [written, id] : line.values)
                 if (id != "*")
                     package.excludedIds.push_back(id);
-    for (const auto& line : inf.Section("Strings"))
-        if (!line.key.empty())
-            package.strings[line.key] = line.Value(0);
+    package.strings = inf.Strings();
+    return package;
+}
+
+const ImageWindows& PackageReader::Windows()
+{
+    if (!windows_)
+        windows_ = ReadImageWindows(root_);
+    return *windows_;
+}
+
+DriverPackage PackageReader::Read(const std::filesystem::path& inf)
+{
+    const ImageWindows& windows = Windows();
+    if (!library_)
+        library_.emplace(root_, windows.language);
+    DriverPackage package = ReadPackage(InfFile::Open(inf, windows.language), windows, *library_);
+    package.inf = inf;
     return package;
 }
 

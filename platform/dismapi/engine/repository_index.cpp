@@ -22,19 +22,16 @@ std::string InfNameOfFolder(const std::string& folder)
     return dot == std::string::npos ? "" : folder.substr(0, dot + 4);
 }
 
-RepositoryIndex::RepositoryIndex(const fs::path& repository)
+void RepositoryIndex::Add(const fs::path& readable, const fs::path& inImage)
 {
     std::error_code ignored;
-    for (fs::directory_iterator folder(repository, ignored), end; folder != end;
-         folder.increment(ignored)) {
-        const std::string name = InfNameOfFolder(folder->path().filename().string());
-        const auto inf = name.empty() ? std::nullopt : FindPath(folder->path(), name);
-        if (inf && fs::is_regular_file(*inf, ignored))
-            byContent_.emplace(HashOf(*inf), *inf);
-    }
+    const std::string name = InfNameOfFolder(inImage.filename().string());
+    const auto inf = name.empty() ? std::nullopt : FindPath(readable, name);
+    if (inf && fs::is_regular_file(*inf, ignored))
+        byContent_.emplace(HashOf(*inf), Copy{*inf, inImage / inf->filename()});
 }
 
-std::optional<fs::path> RepositoryIndex::CopyOf(const fs::path& inf) const
+std::optional<RepositoryIndex::Copy> RepositoryIndex::CopyOf(const fs::path& inf) const
 {
     const auto found = byContent_.find(HashOf(inf));
     return found == byContent_.end() ? std::nullopt : std::optional(found->second);

@@ -16,12 +16,16 @@ std::string InfNameOfFolder(const std::string& folder);
 // repository that would be there in every image.
 class RepositoryIndex {
   public:
-    explicit RepositoryIndex(const std::filesystem::path& repository);
+    struct Copy {
+        std::filesystem::path readable, inImage;
+    };
 
-    std::optional<std::filesystem::path> CopyOf(const std::filesystem::path& inf) const;
+    // A folder of the repository, where it can be read and where it is to be in the image.
+    void Add(const std::filesystem::path& readable, const std::filesystem::path& inImage);
+    std::optional<Copy> CopyOf(const std::filesystem::path& inf) const;
 
   private:
-    std::map<std::string, std::filesystem::path> byContent_;
+    std::map<std::string, Copy> byContent_;
 };
 
 } // namespace kestro::servicing

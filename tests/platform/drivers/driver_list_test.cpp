@@ -43,7 +43,7 @@ TEST_F(Listing, APackageOfSomebodyElse)
     const auto list = Store().List(false);
     ASSERT_EQ(Names(list), (std::vector<std::string>{"OEM42.inf"}));
     EXPECT_EQ(list[0].stored, folder / "X.INF");
-    Store().Remove("oem42.inf");
+    Remove("oem42.inf");
     EXPECT_FALSE(fs::exists(folder));
     EXPECT_FALSE(fs::exists(In("Windows/INF/OEM42.inf")));
 }

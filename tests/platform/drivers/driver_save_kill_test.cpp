@@ -21,7 +21,7 @@ class KilledSaves : public DriverCase {
         without_ = Saved();
         package_ = MakePackage("card");
         Mount();
-        ExpectWhole(Store().Add(package_, true), "card");
+        ExpectWhole(Add(package_), "card");
         with_ = Snapshot();
         Commit();
         EXPECT_TRUE(Saved() == with_);
@@ -59,7 +59,7 @@ class KilledSaves : public DriverCase {
     // The package, and nothing that was left of it.
     void AddAndExpectOnce() const
     {
-        EXPECT_EQ(Store().Add(package_, true).published, "oem0.inf");
+        EXPECT_EQ(Add(package_).published, "oem0.inf");
         Commit();
         EXPECT_TRUE(Saved() == with_);
     }
@@ -77,7 +77,7 @@ TEST_F(KilledSaves, HoldAPackageWholeOrNotAtAll)
         MountWithout();
         killed = RunAndKill(
             [&] {
-                Store().Add(package_, true);
+                Add(package_);
                 Images().Commit(Root(), {});
             },
             kills + 1);
@@ -98,7 +98,7 @@ TEST_F(KilledSaves, PassOnWhatIsLeftToTheNextMount)
     for (bool killed = true; killed; ++kills) {
         SCOPED_TRACE("killed before change " + std::to_string(kills + 1));
         MountWithout();
-        killed = RunAndKill([&] { Store().Add(package_, true); }, kills + 1);
+        killed = RunAndKill([&] { Add(package_); }, kills + 1);
         Commit();
         Files now = Saved();
         std::erase_if(now, [](const auto& file) {

@@ -1,42 +1,14 @@
-// inf_package_test.cpp - what the driver store takes out of an INF.
-#include "inf_models.h"
-#include "inf_package.h"
-
-#include <gtest/gtest.h>
+// inf_package_test.cpp - what the driver store takes out of an INF as a whole.
+#include "inf_case.h"
 
 namespace kestro::test {
 namespace {
 
-using servicing::Architecture;
-using servicing::InfLine;
+using Texts = std::vector<std::string>;
 
-class MemoryInf : public servicing::InfSections {
-  public:
-    using Content = std::vector<std::pair<std::string, std::vector<InfLine>>>;
-    explicit MemoryInf(Content content) : content_(std::move(content)) {}
-
-    std::vector<std::string> Names() const override
-    {
-        std::vector<std::string> names;
-        for (const auto& [name, lines] : content_)
-            names.push_back(name);
-        return names;
-    }
-    std::vector<InfLine> Section(const std::string& wanted) const override
-    {
-        for (const auto& [name, lines] : content_)
-            if (servicing::EqualNames(name, wanted))
-                return lines;
-        return {};
-    }
-
-  private:
-    Content content_;
-};
-
-std::vector<std::string> Paths(const servicing::DriverPackage& package)
+Texts Paths(const servicing::DriverPackage& package)
 {
-    std::vector<std::string> paths;
+    Texts paths;
     for (const auto& file : package.files)
         paths.push_back(file.Path());
     return paths;
@@ -44,158 +16,190 @@ std::vector<std::string> Paths(const servicing::DriverPackage& package)
 
 TEST(InfPackage, VersionSection)
 {
-    const MemoryInf inf({{"version",
-                          {{"CLASS", {"Net"}},
-                           {"ClassGuid", {"{4d36e972-e325-11ce-bfc1-08002be10318}"}},
-                           {"Provider", {"Maker"}},
-                           {"DriverVer", {"2/9/2024", "10.0.19041.65535"}},
-                           {"CatalogFile", {"any.cat"}},
-                           {"CatalogFile.NTamd64", {"amd64.cat"}}}}});
-    const auto package = ReadPackage(inf, Architecture::Amd64);
+    const std::string text = R"([VERSION]
+CLASS=Net
+ClassGuid={4d36e972-e325-11ce-bfc1-08002be10318}
+Provider=%Maker%
+DriverVer=2/9/2024, 10.0.19041.65535
+CatalogFile=any.cat
+CatalogFile.NTamd64=Amd64.cat
+PnpLockdown=1
+ExtensionId={f0000000-0000-4000-8000-000000000001}
+[Strings]
+Maker="Kestro Samples"
+)";
+    const auto package = Read(text);
     EXPECT_EQ(package.className, "Net");
-    EXPECT_EQ(package.provider, "Maker");
+    EXPECT_EQ(package.provider, "Kestro Samples");
     EXPECT_EQ(package.date.year, 2024);
     EXPECT_EQ(package.date.month, 2);
     EXPECT_EQ(package.date.day, 9);
     EXPECT_EQ(package.version, (std::array<std::uint16_t, 4>{10, 0, 19041, 65535}));
-    EXPECT_EQ(package.catalog, "amd64.cat");
-    EXPECT_EQ(ReadPackage(inf, Architecture::X86).catalog, "any.cat");
+    EXPECT_EQ(package.catalog, "Amd64.cat");
+    EXPECT_EQ(Read(text, Windows(10, 0, 19041, Architecture::X86)).catalog, "any.cat");
+    EXPECT_EQ(Read("[Version]\nCatalogFile.NT=nt.cat\nCatalogFile=any.cat\n").catalog, "nt.cat");
+    EXPECT_TRUE(package.pnpLockdown);
+    EXPECT_EQ(package.extensionId, "{f0000000-0000-4000-8000-000000000001}");
     EXPECT_FALSE(package.applies);
+    EXPECT_FALSE(Read("").pnpLockdown);
 }
 
 TEST(InfPackage, ADateThatIsNone)
 {
     for (const char* date : {"13/01/2024", "2024-01-01", "", "1/1/24x"}) {
-        const MemoryInf inf({{"Version", {{"DriverVer", {date, "1.2"}}}}});
-        const auto package = ReadPackage(inf, Architecture::Amd64);
+        const auto package = Read(std::string("[Version]\nDriverVer=") + date + ",1.2\n");
         EXPECT_EQ(package.date.year, 0) << date;
         EXPECT_EQ(package.version, (std::array<std::uint16_t, 4>{1, 2, 0, 0})) << date;
     }
 }
 
-MemoryInf::Content Models(const std::vector<std::string>& decorations)
+constexpr char kModels[] = R"([Manufacturer]
+%Vendor%=First,NTamd64
+"Plain Maker"=Second,NTamd64
+[First.NTamd64]
+%Card.Desc%=Card,PCI\A,PCI\B,,PCI\C
+"A %VENDOR% card"=card,PCI\D
+[Second.NTamd64]
+No token=Other,USB\E
+[Card.NTamd64]
+FeatureScore=40
+[Card.NTamd64.Services]
+AddService=ksfilter,,Service
+AddService=kscard,2,Service
+[Other]
+[Other.Services]
+AddService=ksother,,Service
+[ControlFlags]
+ExcludeFromSelect=*
+ExcludeFromSelect=PCI\B,PCI\D
+[Strings]
+VENDOR=Kestro Samples
+Card.desc=Sample card
+Unused=nothing
+)";
+
+TEST(InfPackage, Models)
 {
-    std::vector<std::string> manufacturer{"Devices"};
-    manufacturer.insert(manufacturer.end(), decorations.begin(), decorations.end());
-    MemoryInf::Content content{{"Manufacturer", {{"Maker", manufacturer}}}};
-    for (const auto& decoration : decorations)
-        content.push_back(
-            {"Devices." + decoration, {{"Card " + decoration, {"Install", "PCI\\" + decoration}}}});
-    return content;
+    const auto models = Read(kModels).models;
+    ASSERT_EQ(models.size(), 3u);
+    EXPECT_EQ(models[0].architecture, "amd64");
+    EXPECT_EQ(models[0].manufacturer, "Kestro Samples");
+    EXPECT_EQ(models[0].description, "Sample card");
+    EXPECT_EQ(models[0].manufacturerToken, "%vendor%");
+    EXPECT_EQ(models[0].descriptionToken, "%card.desc%");
+    EXPECT_EQ(models[0].hardwareId, "PCI\\A");
+    EXPECT_EQ(models[0].compatibleIds, (Texts{"PCI\\B", "PCI\\C"}));
+    EXPECT_EQ(models[0].installSection, "Card.NTamd64");
+    EXPECT_EQ(models[0].service, "kscard");
+    EXPECT_EQ(models[0].featureScore, 0x40);
+    EXPECT_EQ(models[1].descriptionToken, "A %vendor% card");
+    EXPECT_EQ(models[2].manufacturerToken, "Plain Maker");
+    EXPECT_EQ(models[2].descriptionToken, "No token");
+    EXPECT_EQ(models[2].service, "ksother");
+    EXPECT_EQ(models[2].featureScore, 0xFF);
 }
 
-std::string Chosen(const std::vector<std::string>& decorations, Architecture architecture)
+TEST(InfPackage, WhatTheModelsHaveInCommon)
 {
-    const auto package = ReadPackage(MemoryInf(Models(decorations)), architecture);
-    return package.applies ? package.models.at(0).hardwareId : "nothing";
+    const auto package = Read(kModels);
+    ASSERT_EQ(package.configurations.size(), 2u);
+    EXPECT_EQ(package.configurations[0].section, "Card.NTamd64");
+    EXPECT_EQ(package.configurations[1].section, "Other");
+    EXPECT_EQ(package.configurations[1].service, "");
+    EXPECT_EQ(package.modelStrings,
+              (std::map<std::string, std::string>{{"vendor", "Kestro Samples"},
+                                                  {"card.desc", "Sample card"}}));
+    EXPECT_EQ(package.excludedIds, (Texts{"PCI\\B", "PCI\\D"}));
 }
 
-TEST(InfPackage, TheModelsForTheArchitecture)
+TEST(InfPackage, DevicesForOthersAreShownAndNotInstalled)
 {
-    EXPECT_EQ(Chosen({"NTx86", "NTamd64"}, Architecture::Amd64), "PCI\\NTamd64");
-    EXPECT_EQ(Chosen({"NTx86", "NTamd64"}, Architecture::X86), "PCI\\NTx86");
-    EXPECT_EQ(Chosen({"NTx86", "NTamd64"}, Architecture::Arm64), "nothing");
-    EXPECT_EQ(Chosen({"NT", "NTamd64"}, Architecture::Amd64), "PCI\\NTamd64");
-    EXPECT_EQ(Chosen({"NTamd64.6.1", "NTamd64.10.0...16299", "NTamd64.10.0"}, Architecture::Amd64),
-              "PCI\\NTamd64.10.0...16299");
-    EXPECT_EQ(Chosen({"NT$ARCH$"}, Architecture::Amd64), "nothing");
-    EXPECT_EQ(Chosen({"NTARM"}, Architecture::Amd64), "nothing");
-}
-
-TEST(InfPackage, AnUndecoratedSectionIsForEveryArchitecture)
-{
-    const MemoryInf inf({{"Manufacturer", {{"Maker", {"Devices"}}}},
-                         {"Devices", {{"Card", {"Install", "PCI\\A", "PCI\\B", "PCI\\C"}}}}});
-    const auto package = ReadPackage(inf, Architecture::Arm64);
-    ASSERT_TRUE(package.applies);
-    EXPECT_EQ(package.models[0].manufacturer, "Maker");
-    EXPECT_EQ(package.models[0].description, "Card");
-    EXPECT_EQ(package.models[0].compatibleIds, (std::vector<std::string>{"PCI\\B", "PCI\\C"}));
-}
-
-TEST(InfPackage, TheSectionToInstall)
-{
-    const MemoryInf inf({{"Install", {}},
-                         {"Install.NT", {}},
-                         {"Install.NTamd64", {}},
-                         {"Install.NTamd64.Services", {}},
-                         {"Other.NTx86", {}}});
-    EXPECT_EQ(SectionToInstall(inf, "Install", "amd64"), "Install.NTamd64");
-    EXPECT_EQ(SectionToInstall(inf, "Install", "x86"), "Install.NT");
-    EXPECT_EQ(SectionToInstall(inf, "Other", "amd64"), "Other");
+    const auto package = Read(kModels, Windows(10, 0, 19041, Architecture::Arm64));
+    EXPECT_EQ(package.fit, Fit::OtherArchitecture);
+    ASSERT_EQ(package.models.size(), 3u);
+    EXPECT_EQ(package.models[0].installSection, "Card.NTamd64");
+    EXPECT_EQ(package.models[0].service, "kscard");
+    EXPECT_TRUE(package.configurations.empty());
 }
 
 TEST(InfPackage, FilesAndTheirFolders)
 {
-    const MemoryInf inf(
-        {{"SourceDisksNames", {{"1", {"Disk", "", "", "\\common"}}}},
-         {"SourceDisksNames.amd64", {{"2", {"Disk", "", "", ".\\x64\\"}}}},
-         {"SourceDisksFiles", {{"a.sys", {"1", "sub"}}, {"b.sys", {"1"}}, {"c.sys", {"9"}}}},
-         {"SourceDisksFiles.amd64", {{"A.SYS", {"2"}}, {"d.dll", {"2", "deep\\er"}}}}});
-    EXPECT_EQ(
-        Paths(ReadPackage(inf, Architecture::Amd64)),
-        (std::vector<std::string>{"x64/A.SYS", "x64/deep/er/d.dll", "common/b.sys", "c.sys"}));
-    EXPECT_EQ(Paths(ReadPackage(inf, Architecture::X86)),
-              (std::vector<std::string>{"common/sub/a.sys", "common/b.sys", "c.sys"}));
+    const std::string text = R"([SourceDisksNames]
+1=Disk,,,\common
+[SourceDisksNames.amd64]
+2=Disk,,,".\x64\"
+[SourceDisksFiles]
+a.sys=1,sub
+b.sys=1
+c.sys=9
+[SourceDisksFiles.amd64]
+A.SYS=2
+d.dll=2,deep\er
+)";
+    EXPECT_EQ(Paths(Read(text)),
+              (Texts{"x64/A.SYS", "x64/deep/er/d.dll", "common/b.sys", "c.sys"}));
+    EXPECT_EQ(Paths(Read(text, Windows(10, 0, 19041, Architecture::X86))),
+              (Texts{"common/sub/a.sys", "common/b.sys", "c.sys"}));
 }
 
-MemoryInf::Content Copying(const std::string& layout)
+TEST(InfPackage, AFileThatIsListedWithoutItsDisk)
 {
-    auto content = Models({"NTamd64"});
-    content.insert(content.end(),
-                   {{"Version", {{"LayoutFile", {layout}}}},
-                    {"Install", {{"CopyFiles", {"Files", "@direct.dll"}}}},
-                    {"Files", {{"", {"installed.sys", "source.sys"}}, {"", {"plain.sys"}}}},
-                    {"Install.CoInstallers", {{"CopyFiles", {"@helper.dll"}}}}});
-    return content;
+    EXPECT_EQ(Paths(Read("[SourceDisksFiles]\na.sys\n")), Texts{"a.sys"});
+}
+
+TEST(InfPackage, FilesInACabinet)
+{
+    EXPECT_EQ(Paths(Read("[SourceDisksNames]\n1=Disk,all.cab,,x64\n[SourceDisksFiles]\na.sys=1\n")),
+              Texts{"x64/all.cab"});
+}
+
+std::string Copying(const std::string& layout)
+{
+    return "[Version]\nLayoutFile=" + layout +
+           "\n[Manufacturer]\nM=Models,NTamd64\n[Models.NTamd64]\nA=Install,<a>\n"
+           "[Install]\nCopyFiles=Files,@direct.dll\n[Files]\ninstalled.sys,source.sys\nplain.sys\n"
+           "[Install.CoInstallers]\nCopyFiles=@helper.dll\n"
+           "[ClassInstall32]\nCopyFiles=@class.dll,@PLAIN.sys\n";
 }
 
 TEST(InfPackage, FilesThatAreCopiedWithoutBeingListed)
 {
-    EXPECT_EQ(Paths(ReadPackage(MemoryInf(Copying("")), Architecture::Amd64)),
-              (std::vector<std::string>{"source.sys", "plain.sys", "direct.dll", "helper.dll"}));
-    EXPECT_EQ(Paths(ReadPackage(MemoryInf(Copying("layout.inf")), Architecture::Amd64)),
-              std::vector<std::string>());
+    EXPECT_EQ(Paths(Read(Copying(""))),
+              (Texts{"source.sys", "plain.sys", "direct.dll", "helper.dll", "class.dll"}));
+    EXPECT_EQ(Paths(Read(Copying("layout.inf"))), Texts());
 }
 
-MemoryInf::Content Service(const std::string& guid, const std::string& start)
+TEST(InfPackage, ANewClass)
 {
-    auto content = Models({"NTamd64"});
-    content.insert(content.end(), {{"Version", {{"ClassGuid", {guid}}}},
-                                   {"Install", {}},
-                                   {"Install.Services",
-                                    {{"AddService", {"first", "", "ServiceInstall"}},
-                                     {"AddService", {"own", "0x00000002", "ServiceInstall"}}}},
-                                   {"ServiceInstall", {{"StartType", {start}}}}});
-    return content;
-}
-
-TEST(InfPackage, TheServiceOfADevice)
-{
-    const auto package = ReadPackage(MemoryInf(Service("", "3")), Architecture::Amd64);
-    EXPECT_EQ(package.models.at(0).service, "own");
+    const auto package = Read("[Version]\nClass=Health\n[ClassInstall32]\nAddReg=Class\n[Class]\n"
+                              "HKR,,Icon,,-20\nHKR,,,0,%Name%\n[Strings]\nName=Health devices\n");
+    EXPECT_EQ(package.classDescription, "Health devices");
+    ASSERT_EQ(package.classSettings.size(), 2u);
+    EXPECT_EQ(package.classSettings[0].name, "Icon");
+    EXPECT_EQ(Read("[Version]\nClass=Net\n").classDescription, "Net");
 }
 
 TEST(InfPackage, WhatTheBootNeeds)
 {
-    const auto bootCritical = [](const std::string& guid, const std::string& start) {
-        return ReadPackage(MemoryInf(Service(guid, start)), Architecture::Amd64).bootCritical;
+    const auto critical = [](const char* guid, const ImageWindows& windows) {
+        return Read(std::string("[Version]\nClassGuid=") + guid + "\n", windows).bootCritical;
     };
-    const std::string controller = "{4D36E97B-E325-11CE-BFC1-08002BE10318}";
-    EXPECT_TRUE(bootCritical(controller, "0"));
-    EXPECT_TRUE(bootCritical(controller, "0x0"));
-    EXPECT_FALSE(bootCritical(controller, "3"));
-    EXPECT_FALSE(bootCritical("{4d36e972-e325-11ce-bfc1-08002be10318}", "0"));
-}
+    const char* const controller = "{4D36E97B-E325-11CE-BFC1-08002BE10318}";
+    const char* const net = "{4d36e972-e325-11ce-bfc1-08002be10318}";
+    // Without classes in the image a list decides.
+    EXPECT_TRUE(critical(controller, kWindows10));
+    EXPECT_FALSE(critical(net, kWindows10));
 
-TEST(InfPackage, ANewClassDescribesItself)
-{
-    const MemoryInf inf(
-        {{"Version", {{"Class", {"PHDC"}}}},
-         {"ClassInstall32", {{"AddReg", {"Registry"}}}},
-         {"Registry",
-          {{"", {"HKR", "", "Icon", "", "-20"}}, {"", {"HKR", "", "", "0", "Health devices"}}}}});
-    EXPECT_EQ(ReadPackage(inf, Architecture::Amd64).classDescription, "Health devices");
+    ImageWindows windows = kWindows10;
+    windows.classes = {
+        {"{4d36e97b-e325-11ce-bfc1-08002be10318}", ImageWindows::BootCritical::No},
+        {net, ImageWindows::BootCritical::Yes},
+        {"{4d36e97d-e325-11ce-bfc1-08002be10318}", ImageWindows::BootCritical::Unset}};
+    EXPECT_FALSE(critical(controller, windows));
+    EXPECT_TRUE(critical(net, windows));
+    EXPECT_TRUE(critical("{4d36e97d-e325-11ce-bfc1-08002be10318}", windows));
+    // A class that the image does not know, though the list does.
+    EXPECT_FALSE(critical("{4d36e967-e325-11ce-bfc1-08002be10318}", windows));
 }
 
 } // namespace

@@ -1,0 +1,187 @@
+// driver_database.cpp - writes the database of driver packages in an offline image's registry.
+#include "driver_database.h"
+
+#include "driver_values.h"
+#include "driver_version.h"
+
+#include <algorithm>
+
+namespace kestro::servicing {
+
+// Everything below DriverDatabase that a package has, from the top down.
+void DriverDatabase::Register(const DriverEntry& entry)
+{
+    const std::string version = VersionRecord(*entry.package, entry.windows->architecture);
+    if (IsStale(entry, version))
+        Unregister(entry.published);
+
+    Values inf{TextsValue("", {entry.folder}), TextValue("Active", entry.folder)};
+    if (part_ == Part::System)
+        inf.push_back(TextsValue("Configurations", SectionsOf(*entry.package)));
+    hive_.Set(hive_.Make(hive_.Make(kDatabaseKey), "DriverInfFiles\\" + entry.published), inf);
+
+    WritePackage(entry, version);
+    WriteDeviceIds(entry);
+}
+
+void DriverDatabase::WritePackage(const DriverEntry& entry, const std::string& version)
+{
+    const DriverPackage& package = *entry.package;
+    const Key key = hive_.Make(std::string(kDatabaseKey) + "\\DriverPackages\\" + entry.folder);
+    Values values{
+        TextValue("", entry.published),
+        TextValue("InfName", entry.storedInf),
+        TextValue("Catalog", package.catalog),
+        TextValue("Provider", package.provider),
+        TextValue("SignerName", SignerNameOf(entry)),
+        NumberValue("SignerScore", entry.signerScore),
+        NumberValue("StatusFlags", StatusFlagsOf(entry)),
+        BytesValue("Version", version),
+    };
+    // What is known of the first import stays.
+    if (!hive_.Value(key, "OemPath"))
+        values.push_back(TextValue("OemPath", package.origin));
+    if (!hive_.Value(key, "ImportDate"))
+        values.push_back(BytesValue("ImportDate", FileTimeNow()));
+    if (HasFileSize(*entry.windows))
+        values.push_back(LongNumberValue("FileSize", entry.size));
+    if (entry.catalogAttributes)
+        values.push_back(NumberValue("CatalogAttributes", *entry.catalogAttributes));
+    if (package.osVersionFloor != 0)
+        values.push_back(NumberValue("OsVersionFloor", package.osVersionFloor));
+    if (HasLockLevel(entry))
+        values.push_back(NumberValue("LockLevel", 2));
+    hive_.Set(key, values);
+
+    if (HasSubmissionId(entry))
+        hive_.Set(hive_.Make(key, "Properties\\{4da162c1-5eb1-4140-a444-5064c9814e76}\\0009"),
+                  {PropertyText(entry.submissionId)});
+    if (part_ == Part::Drivers)
+        return;
+    WriteConfigurations(key, entry);
+    WriteDescriptors(key, entry);
+    Values strings;
+    for (const auto& [token, meaning] : package.modelStrings)
+        strings.push_back(TextValue(token, meaning));
+    hive_.Set(hive_.Make(key, "Strings"), strings);
+}
+
+void DriverDatabase::WriteConfigurations(Key package, const DriverEntry& entry)
+{
+    for (const auto& configuration : entry.package->configurations) {
+        const Key key =
+            hive_.MakeChild(hive_.Make(package, "Configurations"), configuration.section);
+        Values values{NumberValue("ConfigFlags", ConfigFlagsOf(configuration)),
+                      NumberValue("ConfigScope", ConfigScopeOf(configuration, *entry.windows))};
+        if (!configuration.service.empty())
+            values.push_back(TextValue("Service", configuration.service));
+        const auto others = Win32ServicesOf(configuration, *entry.windows);
+        if (!others.empty())
+            values.push_back(TextsValue("Win32Services", others));
+        hive_.Set(key, values);
+
+        if (HasDeviceSettings(*entry.windows) && !configuration.deviceSettings.empty())
+            WriteSettings(hive_.Make(key, "Device"), configuration.deviceSettings);
+        for (const auto& service : configuration.services)
+            if (!service.settings.empty())
+                WriteSettings(hive_.MakeChild(hive_.Make(key, "Services"), service.name),
+                              service.settings);
+    }
+}
+
+// What an AddReg section writes below HKR.
+void DriverDatabase::WriteSettings(Key key, const std::vector<RegistrySetting>& settings)
+{
+    using Action = RegistrySetting::Action;
+    for (const auto& setting : settings) {
+        const bool makes = setting.action == Action::Set || setting.action == Action::SetIfAbsent ||
+                           setting.action == Action::Append || setting.action == Action::MakeKey;
+        if (setting.root != "HKR" || !makes)
+            continue;
+        const Key at = hive_.Make(key, setting.key);
+        if (setting.action != Action::MakeKey)
+            hive_.Set(at, {{setting.name, setting.type, setting.data}});
+    }
+}
+
+static std::vector<std::string> IdsOf(const DriverModel& model)
+{
+    std::vector<std::string> ids{model.hardwareId};
+    ids.insert(ids.end(), model.compatibleIds.begin(), model.compatibleIds.end());
+    std::erase(ids, "");
+    return ids;
+}
+
+void DriverDatabase::WriteDescriptors(Key package, const DriverEntry& entry)
+{
+    for (const auto& model : entry.package->models)
+        for (const auto& id : IdsOf(model))
+            hive_.Set(hive_.Make(package, "Descriptors\\" + id),
+                      {TextValue("Configuration", model.installSection),
+                       TextValue("Description", model.descriptionToken),
+                       TextValue("Manufacturer", model.manufacturerToken)});
+}
+
+void DriverDatabase::WriteDeviceIds(const DriverEntry& entry)
+{
+    const Key ids = hive_.Make(std::string(kDatabaseKey) + "\\DeviceIds");
+    std::set<std::string> written;
+    for (const auto& model : entry.package->models) {
+        char place = '\1'; // among the ids of its line
+        for (const auto& id : IdsOf(model)) {
+            // The same id of a later line is no better.
+            if (written.insert(LowerCase(id)).second)
+                hive_.Set(hive_.Make(ids, id),
+                          {BytesValue(entry.published,
+                                      {place, static_cast<char>(model.featureScore), '\0', '\0'})});
+            place = '\2';
+        }
+    }
+    hive_.Set(hive_.MakeChild(ids, LowerCase(entry.package->classGuid)),
+              {{entry.published, registry::none, ""}});
+}
+
+// --- away ----------------------------------------------------------------------------------------
+
+// Registered with what is not so any more, or never was: by another version of this database's writer.
+bool DriverDatabase::IsStale(const DriverEntry& entry, const std::string& version) const
+{
+    const auto folder = FolderOf(entry.published);
+    if (!folder)
+        return false;
+    const auto there = hive_.Value(Find("DriverPackages\\" + *folder), "Version");
+    return !EqualNames(*folder, entry.folder) || !there || there->data != version;
+}
+
+bool DriverDatabase::Unregister(const std::string& published)
+{
+    bool found = false;
+    for (const Key package : hive_.Children(Find("DriverPackages")))
+        if (const auto name = hive_.Value(package, "");
+            name && EqualNames(TextOf(*name), published)) {
+            hive_.Remove(package);
+            found = true;
+        }
+    if (const Key inf = Find("DriverInfFiles\\" + published)) {
+        hive_.Remove(inf);
+        found = true;
+    }
+    if (const Key ids = Find("DeviceIds"))
+        found = RemoveDeviceIds(ids, published) || found;
+    return found;
+}
+
+// Removes the package's values in and below a key, and the keys that are empty without them.
+bool DriverDatabase::RemoveDeviceIds(Key key, const std::string& published)
+{
+    bool changed = hive_.RemoveValue(key, published);
+    for (const Key child : hive_.Children(key))
+        if (RemoveDeviceIds(child, published)) {
+            changed = true;
+            if (hive_.IsEmpty(child))
+                hive_.Remove(child);
+        }
+    return changed;
+}
+
+} // namespace kestro::servicing

@@ -1,0 +1,189 @@
+// driver_reflection.cpp - installs a package's services and files in an offline image's registry.
+#include "driver_reflection.h"
+
+#include "reflected_path.h"
+#include "registry_settings.h"
+#include "service_tags.h"
+
+#include <algorithm>
+#include <set>
+
+namespace kestro::servicing {
+
+namespace {
+
+constexpr std::uint32_t kWin32 = 0x30;
+
+// Windows 10 and later have the framework themselves.
+bool IsFrameworkInstaller(const std::string& name, const ImageWindows& windows)
+{
+    return windows.major >= 10 && LowerCase(name).starts_with("wdfcoinstaller");
+}
+
+// "@oem0.inf,%Name%;The name": Windows reads the text anew in the user's language.
+std::string IndirectText(const TokenText& text, const std::string& published)
+{
+    return text.IsToken() ? "@" + published + "," + text.written + ";" + text.meaning
+                          : text.meaning;
+}
+
+std::string KeyOfService(const std::string& service)
+{
+    return "Services\\" + service;
+}
+
+} // namespace
+
+void AddOwner(HiveFile& hive, HiveFile::Key key, const std::string& published)
+{
+    const auto there = hive.Value(key, "Owners");
+    std::vector<std::string> owners = there ? TextsOf(*there) : std::vector<std::string>();
+    if (std::none_of(owners.begin(), owners.end(),
+                     [&](const std::string& owner) { return EqualNames(owner, published); }))
+        owners.push_back(published);
+    hive.Set(key, {TextsValue("Owners", owners)});
+}
+
+std::vector<ReflectedFile> DriverReflection::FilesOf(const DriverEntry& entry)
+{
+    constexpr std::uint32_t staysInStore = 13;
+    std::vector<ReflectedFile> files;
+    std::set<std::string> known;
+    for (const auto& configuration : entry.package->configurations)
+        for (const auto& copy : configuration.copies) {
+            const std::string folder = PathOnDrive(copy.destination, entry.folder);
+            if (!copy.inf.empty() || folder.empty() || copy.target.empty() ||
+                copy.destination.directory == staysInStore ||
+                IsFrameworkInstaller(copy.target, *entry.windows))
+                continue;
+            const std::string path = folder + "\\" + copy.target;
+            if (known.insert(LowerCase(path)).second)
+                files.push_back({copy.source, path});
+        }
+    return files;
+}
+
+HiveFile::Key DriverReflection::MakeInSet(const std::string& path)
+{
+    return hives_.System()->Make(hives_.ControlSet() + "\\" + path);
+}
+
+void DriverReflection::Write(const DriverEntry& entry)
+{
+    for (const auto& configuration : entry.package->configurations) {
+        // What an included INF of Windows installs is there.
+        for (const auto& service : configuration.services)
+            if (service.inf.empty())
+                WriteService(entry, service);
+        for (const auto& framework : configuration.kmdfServices)
+            hives_.System()->Set(MakeInSet(KeyOfService(framework.service) + "\\Parameters\\Wdf"),
+                                 {TextValue("KmdfLibraryVersion", framework.libraryVersion)});
+    }
+    if (hives_.Software())
+        for (const auto& file : FilesOf(entry))
+            WriteLockdown(entry, file);
+}
+
+void DriverReflection::WriteService(const DriverEntry& entry, const ServiceInstall& service)
+{
+    HiveFile& system = *hives_.System();
+    const Key key = MakeInSet(KeyOfService(service.name));
+    std::vector<HiveValue> values{
+        NumberValue("Type", service.type),
+        NumberValue("Start", service.start),
+        NumberValue("ErrorControl", service.errorControl),
+        ExpandableValue("ImagePath", ImagePathOf(service, entry.folder)),
+    };
+    if (!service.displayName.meaning.empty())
+        values.push_back(
+            TextValue("DisplayName", IndirectText(service.displayName, entry.published)));
+    if (!service.description.meaning.empty())
+        values.push_back(
+            TextValue("Description", IndirectText(service.description, entry.published)));
+    if (!service.loadOrderGroup.empty())
+        values.push_back(TextValue("Group", service.loadOrderGroup));
+    if (!service.dependsOnServices.empty())
+        values.push_back(TextsValue("DependOnService", service.dependsOnServices));
+    if (!service.dependsOnGroups.empty())
+        values.push_back(TextsValue("DependOnGroup", service.dependsOnGroups));
+    if (!service.startName.empty() || (service.type & kWin32) != 0)
+        values.push_back(
+            TextValue("ObjectName", service.startName.empty() ? "LocalSystem" : service.startName));
+    system.Set(key, values);
+    AddOwner(system, key, entry.published);
+    if (IsKernelDriver(service) && !service.loadOrderGroup.empty())
+        WriteTag(key, service);
+    // With another start in it, a driver of the boot would not be loaded.
+    if (const Key override = system.Child(key, "StartOverride"))
+        system.Remove(override);
+    Apply(key, service.settings);
+    for (const auto& log : service.eventLogs)
+        WriteEventLog(log);
+}
+
+void DriverReflection::WriteTag(Key key, const ServiceInstall& service)
+{
+    constexpr std::uint32_t toFront = 1;
+    ServiceTags tags(*hives_.System(), hives_.ControlSet());
+    tags.Give(key, service.loadOrderGroup, (service.flags & toFront) != 0);
+}
+
+void DriverReflection::WriteEventLog(const EventLog& log)
+{
+    Apply(MakeInSet("Services\\EventLog\\" + log.type + "\\" + log.name), log.settings);
+}
+
+void DriverReflection::WriteLockdown(const DriverEntry& entry, const ReflectedFile& file)
+{
+    HiveFile& software = *hives_.Software();
+    const Key key = software.MakeChild(software.Make(kLockdownKey), WithSystemRoot(file.path, '/'));
+    const std::string source = PathOnDrive({13, ""}, entry.folder) + "\\" + file.source.Path();
+    constexpr std::uint32_t locked = 4, loose = 5;
+    software.Set(key, {ExpandableValue("Source", WithSystemRoot(source, '\\')),
+                       NumberValue("Class", entry.package->pnpLockdown ? locked : loose)});
+    AddOwner(software, key, entry.published);
+}
+
+void DriverReflection::WriteCriticalDevices(const DriverEntry& entry)
+{
+    const DriverPackage& package = *entry.package;
+    for (const auto& model : package.models) {
+        std::vector<std::string> ids = model.compatibleIds;
+        ids.insert(ids.begin(), model.hardwareId);
+        for (auto id : ids) {
+            if (id.empty() || model.service.empty())
+                continue;
+            std::replace(id.begin(), id.end(), '\\', '#');
+            hives_.System()->Set(MakeInSet("Control\\CriticalDeviceDatabase\\" + id),
+                                 {TextValue("Service", model.service),
+                                  TextValue("ClassGUID", LowerCase(package.classGuid))});
+        }
+    }
+}
+
+void DriverReflection::WriteNewClass(const DriverPackage& package)
+{
+    if (!hives_.System() || package.classSettings.empty() ||
+        hives_.System()->Find(hives_.ControlSet() + "\\Control\\Class\\" + package.classGuid))
+        return;
+    const Key key = MakeInSet("Control\\Class\\" + LowerCase(package.classGuid));
+    hives_.System()->Set(key, {TextValue("Class", package.className)});
+    Apply(key, package.classSettings);
+}
+
+void DriverReflection::Apply(Key hkr, const std::vector<RegistrySetting>& settings)
+{
+    HiveFile& system = *hives_.System();
+    constexpr char currentSet[] = "system\\currentcontrolset\\";
+    for (const auto& setting : settings) {
+        if (setting.root == "HKR")
+            ApplySetting(system, hkr, setting);
+        else if (setting.root == "HKLM" && LowerCase(setting.key).starts_with(currentSet)) {
+            RegistrySetting inSet = setting;
+            inSet.key = setting.key.substr(sizeof currentSet - 1);
+            ApplySetting(system, system.Make(hives_.ControlSet()), inSet);
+        }
+    }
+}
+
+} // namespace kestro::servicing

@@ -1,0 +1,26 @@
+// reflected_path.h - where an INF's directories are in an installed Windows.
+#pragma once
+
+#include "driver_install.h"
+
+#include <string>
+
+namespace kestro::servicing {
+
+// A path below the system drive, '\' between its parts: "Windows\System32\drivers\x.sys". Empty for a
+// directory whose place an offline image does not tell. `folder` is the package's in the repository.
+std::string PathOnDrive(const DirectoryPath& place, const std::string& folder);
+
+// The same as texts of the registry name it: "%SystemRoot%\System32\x.exe".
+std::string WithSystemRoot(const std::string& pathOnDrive, char separator);
+
+// As a service's ImagePath names its program, by how early the service starts and what it is.
+std::string ImagePathOf(const ServiceInstall& service, const std::string& folder);
+
+constexpr bool IsKernelDriver(const ServiceInstall& service)
+{
+    constexpr std::uint32_t drivers = 0x0F; // kernel, file system, adapter, recogniser
+    return (service.type & drivers) != 0;
+}
+
+} // namespace kestro::servicing
