@@ -217,7 +217,11 @@ void ImageStore::SaveTakenOff(MountEntry& entry, const CommitOptions& options,
     try {
         Save(entry, options, MountStatus::Unmounting, progress);
     } catch (...) {
-        lazy.PutOn();
+        try {
+            lazy.PutOn();
+        } catch (const ServicingError& error) {
+            log_.Warning(std::string(error.what()) + "; the next call puts the mount back");
+        }
         throw;
     }
 }
