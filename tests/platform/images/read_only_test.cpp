@@ -147,6 +147,7 @@ TEST_F(ReadOnly, RecordsStopEveryCallAndLoseNothing)
 
 TEST_F(ReadOnly, RecordsDuringASaveTakeItBack)
 {
+    SKIP_IF_LAZY("the read-only folder would hide what the save has mounted in it");
     MountAndChange();
     {
         std::optional<ReadOnlyFolder> locked;
