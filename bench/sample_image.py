@@ -10,17 +10,19 @@ import sys
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.realpath(__file__)))
 HOST = os.path.join(SOURCE, "build", "release", "bin", "kestro.exe")
+MAKE_SAMPLES = os.path.join(SOURCE, "build", "platform", "tests", "samples", "make_samples")
 
 # The end-to-end tests' own hive and driver packages.
 os.environ.setdefault("KESTRO_SOURCE", SOURCE)
 os.environ.setdefault("KESTRO_HOST", HOST)
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.join(SOURCE, "tests", "end_to_end"))
-from driver_package import make_packages, minimal_hive, payload  # noqa: E402
+from driver_package import minimal_hive, payload  # noqa: E402
 
-INF = "ftdibus.inf"
+INF = "kestroport.inf"
+CATALOG = "kestroserial.cat"
 CATALOGS = "Windows/System32/CatRoot/{F750E6C3-38EE-11D1-85E5-00C04FC295EE}"
-REPOSITORY = "Windows/System32/DriverStore/FileRepository/ftdibus.inf_amd64_0123456789abcdef"
+REPOSITORY = "Windows/System32/DriverStore/FileRepository/kestroport.inf_amd64_0123456789abcdef"
 COMPRESSIONS = ("LZX", "XPRESS")
 
 # (share of the files, smallest, largest size in bytes)
@@ -108,17 +110,15 @@ def capture_images(folder, files):
 
 
 def make_package(folder):
-    """A driver package whose files have a usual size."""
-    make_packages(folder)
-    content = random.Random(7)
-    for path in payload(os.path.join(folder, INF)):
-        with open(os.path.join(folder, path), "wb") as file:
-            file.write(content.randbytes(60_000) + bytes(60_000))
+    """Driver packages whose files have a usual size."""
+    made = folder + ".made"
+    subprocess.run([MAKE_SAMPLES, made, "120000"], check=True)
+    os.rename(os.path.join(made, "signed"), folder)
+    shutil.rmtree(made)
 
 
 def package_files(package):
     """(file in the package, where it belongs in the tree), as one would copy them by hand."""
-    catalog = INF.replace(".inf", ".cat")
-    files = [(INF, "Windows/INF/oem0.inf"), (catalog, CATALOGS + "/oem0.cat")]
+    files = [(INF, "Windows/INF/oem0.inf"), (CATALOG, CATALOGS + "/oem0.cat")]
     return files + [(path, REPOSITORY + "/" + path)
-                    for path in (INF, catalog, *payload(os.path.join(package, INF)))]
+                    for path in (INF, CATALOG, *payload(os.path.join(package, INF)))]

@@ -21,11 +21,15 @@ for target in "${targets[@]}"; do
     mkdir -p "$out/corpus/$target" "$out/crashes/$target"
     rm -f "$out/crashes/$target"/*
     log="$out/$target.log"
+    inputs=()
+    for folder in "fuzz/corpus/$target" "$out/samples/seeds/$target"; do
+        [ ! -d "$folder" ] || inputs+=("$folder")
+    done
     echo "fuzzing $target for $seconds s" >&2
     "$program" -max_total_time="$seconds" -max_len=65536 -timeout=5 -rss_limit_mb=512 \
         -malloc_limit_mb=256 -print_final_stats=1 -close_fd_mask=1 \
         -artifact_prefix="$out/crashes/$target/" \
-        "$out/corpus/$target" "fuzz/corpus/$target" >"$log" 2>&1
+        "$out/corpus/$target" "${inputs[@]}" >"$log" 2>&1
     status=$?
     executions="$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")"
     edges="$(sed -n 's/.* cov: \([0-9]*\) .*/\1/p' "$log" | tail -1)"

@@ -25,16 +25,13 @@ class OperationsIn : public testing::TestWithParam<Form> {
         folder_ = fs::temp_directory_path() /
                   (L"kestro-companion-" + std::to_wstring(GetCurrentProcessId()));
         fs::create_directories(folder_ / L"image/Windows/INF");
-        fs::create_directories(folder_ / L"package");
-        for (const wchar_t* name : {L"tidepoolhid.inf", L"tidepoolhid.cat"})
-            fs::copy_file(fs::path(KESTRO_FIXTURES) / L"drivers/tidepool" / name,
-                          folder_ / L"package" / name);
+        fs::copy(KESTRO_SAMPLES, folder_ / L"package", fs::copy_options::recursive);
     }
     void TearDown() override { fs::remove_all(folder_); }
 
     Operations Kestro() const { return Operations(TheLibrary(), GetParam()); }
     std::wstring Image() const { return folder_ / L"image"; }
-    std::wstring Inf() const { return folder_ / L"package/tidepoolhid.inf"; }
+    std::wstring Inf() const { return folder_ / L"package/kestrohid.inf"; }
     Files NewFiles()
     {
         return {folder_ / L"dism.log", folder_ / (L"result" + std::to_wstring(++files_) + L".ini")};
@@ -55,7 +52,7 @@ TEST_P(OperationsIn, APackageFromInToOut)
     EXPECT_TRUE(listing.succeeded);
     ASSERT_EQ(listing.packages.size(), 1u);
     EXPECT_EQ(listing.packages[0].publishedName, "oem0.inf");
-    EXPECT_TRUE(listing.packages[0].originalFileName.ends_with("\\tidepoolhid.inf"));
+    EXPECT_TRUE(listing.packages[0].originalFileName.ends_with("\\kestrohid.inf"));
 
     EXPECT_TRUE(kestro.RemoveDriver(Image(), L"oem0.inf", NewFiles()).succeeded);
     EXPECT_TRUE(kestro.GetDrivers(Image(), NewFiles()).packages.empty());

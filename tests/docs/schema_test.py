@@ -28,7 +28,7 @@ def validator(name, part=None):
 OUTPUT = validator("output")
 LIST = validator("operations")
 
-HID = r"D:\drivers\tidepoolhid.inf"
+HID = r"D:\drivers\kestrohid.inf"
 DISK, MISSING = r"\\?\PhysicalDrive1", r"\\?\PhysicalDrive9"
 COMMANDS = {"mount", "unmount", "driver add", "driver remove", "driver list", "driver info",
             "disk clean", "disk online", "disk offline", "inf install", "selftest", "result"}
@@ -41,7 +41,7 @@ OPERATIONS = [
     ["result", r"D:\missing.ini"],
     ["driver", "add", r"D:\mount", HID],
     ["driver", "add", r"D:\mount", r"D:\drivers", r"D:\unsigned"],
-    ["driver", "add", r"D:\mount", r"D:\unsigned\tidepoolhid.inf"],
+    ["driver", "add", r"D:\mount", r"D:\unsigned\kestrohid.inf"],
     ["driver", "add", r"D:\nowhere", r"D:\drivers"],
     ["driver", "list", r"D:\mount"],
     ["driver", "list", r"D:\nowhere"],

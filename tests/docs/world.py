@@ -104,7 +104,7 @@ class World:
 
     def prepare_added(self):
         """The mounted image has one driver package, oem0.inf."""
-        self.must_run("driver", "add", r"D:\mount", r"D:\drivers\tidepoolhid.inf")
+        self.must_run("driver", "add", r"D:\mount", r"D:\drivers\kestrohid.inf")
 
     def prepare_disks(self):
         """One partitioned disk, \\\\?\\PhysicalDrive1; D:\\disks\\one.img and two.img behind it."""

@@ -1,56 +1,30 @@
-"""Driver packages for the tests: the makers' INFs and catalogs, with a placeholder for every file that
-an INF names, and a hive for the image."""
+"""Driver packages for the tests, which the build makes, and a hive for the image."""
 
 import os
-import re
 import shutil
 import struct
 
 from kestro_case import SOURCE
 
-FIXTURES = os.path.join(SOURCE, "tests", "fixtures", "drivers")
-INFS = ("ftdibus.inf", "ftdiport.inf", "phdc.inf", "tidepoolhid.inf", "tidepoolvcp.inf", "webusb.inf")
-
-
-def _entries(path):
-    """(section, key, values) of every line with a key; names in lower case."""
-    section = ""
-    with open(path, encoding="latin-1") as file:
-        for line in file:
-            line = line.split(";")[0].strip()
-            header = re.fullmatch(r"\[(.*)\]", line)
-            if header:
-                section = header[1].lower()
-            elif "=" in line:
-                key, value = line.split("=", 1)
-                yield section, key.strip(), [part.strip().strip('"') for part in value.split(",")]
-
-
-def _folder(text):
-    return text.replace("\\", "/").strip("/")
+SAMPLES = os.path.join(SOURCE, "build", "platform", "samples", "drivers")
+INFS = ("kestrobus.inf", "kestrodisplay.inf", "kestrohealth.inf", "kestrohid.inf", "kestroport.inf",
+        "kestrostor.inf")
 
 
 def payload(inf):
-    """Paths of the files that the INF names, below its folder."""
-    entries = list(_entries(inf))
-    disks = {key: _folder(values[3]) if len(values) > 3 else ""
-             for section, key, values in entries if section.startswith("sourcedisksnames")}
-    for section, key, values in entries:
-        if section.startswith("sourcedisksfiles"):
-            folder = _folder(values[1]) if len(values) > 1 else ""
-            yield os.path.join(disks.get(values[0], ""), folder, key)
+    """Paths of the files that the INF names for amd64, below its folder."""
+    with open(inf, "rb") as file:
+        text = file.read().replace(b"\0", b"").lower()  # one of them is UTF-16
+    for folder in ("amd64", "firmware"):
+        for name in sorted(os.listdir(os.path.join(os.path.dirname(inf), folder))):
+            if name.encode() in text:
+                yield os.path.join(folder, name)
 
 
-def make_packages(destination, maker="tidepool"):
-    """Copies a maker's packages and returns the INFs' paths in the order of their names."""
-    shutil.copytree(os.path.join(FIXTURES, maker), destination)
-    infs = sorted(name for name in os.listdir(destination) if name.lower().endswith(".inf"))
-    for name in infs:
-        for path in payload(os.path.join(destination, name)):
-            file = os.path.join(destination, path)
-            os.makedirs(os.path.dirname(file), exist_ok=True)
-            with open(file, "w") as stream:
-                stream.write("placeholder for %s\n" % path)
+def make_packages(destination, which="signed"):
+    """Copies the packages and returns the INFs' paths in the order of their names."""
+    shutil.copytree(os.path.join(SAMPLES, which), destination)
+    infs = sorted(name for name in os.listdir(destination) if name.endswith(".inf"))
     return [os.path.join(destination, name) for name in infs]
 
 

@@ -1,5 +1,5 @@
 """Servicing an image's drivers through kestro.exe, Kestro.dll and the embedded platform, with the
-makers' packages; wimlib-imagex and hivexsh look at what came of it."""
+sample packages; wimlib-imagex and hivexsh look at what came of it."""
 
 import json
 import os
@@ -15,7 +15,7 @@ HIVE = "/Windows/System32/config/DRIVERS"
 
 
 class DriverCase(KestroCase):
-    """Each test has a mounted image, and the makers' packages beside it."""
+    """Each test has a mounted image, and the sample packages beside it."""
 
     def setUp(self):
         super().setUp()
@@ -57,13 +57,10 @@ class DriverCase(KestroCase):
         original = self.read("packages", inf)
         self.assertEqual(self.file_in(self.image, "/Windows/INF/" + published), original)
         self.assertEqual(self.file_in(self.image, folder + "/" + inf), original)
-        inside = [path.lower() for path in self.paths_in(self.image)]
-        wanted = {path for path in payload(source) if "86" not in path}
-        if "amd64" in " ".join(wanted):
-            wanted = {path for path in wanted if not path.startswith("i386")}
-        for path in wanted:
-            self.assertIn((folder + "/" + path).lower(), inside)
-        self.assertIn((CATALOGS + published.replace(".inf", ".cat")).lower(), inside)
+        for path in payload(source):
+            self.assertEqual(self.file_in(self.image, folder + "/" + path),
+                             self.read("packages", path))
+        self.assertIn(CATALOGS + published.replace(".inf", ".cat"), self.paths_in(self.image))
         self.assertIn(published, self.hive("cd DriverInfFiles", "ls"))
         self.assertIn('"Active"="%s"' % os.path.basename(folder),
                       self.hive("cd DriverInfFiles\\" + published, "lsval"))
@@ -93,7 +90,7 @@ class RealPackages(DriverCase):
         for index in (0, 2, 3, 5):
             self.check_in_image("oem%d.inf" % index, INFS[index])
         inside = "\n".join(self.paths_in(self.image)).lower()
-        for gone in ("ftdiport", "tidepoolvcp", "oem1.inf", "oem4.inf", "oem1.cat", "oem4.cat",
+        for gone in ("kestrodisplay", "kestroport", "oem1.inf", "oem4.inf", "oem1.cat", "oem4.cat",
                      "kestro-change"):
             self.assertNotIn(gone, inside)
         self.assertEqual(self.hive("cd DriverInfFiles", "ls"),
@@ -150,21 +147,33 @@ class Refusals(DriverCase):
         return [int(line) & 0xFFFFFFFF for line in log if line.lstrip("-").isdigit()]
 
     def test_another_architecture(self):
-        infs = make_packages(self.path("arm"), "raspberrypi")
+        infs = make_packages(self.path("arm"), "unsigned")
         for inf in infs:
             self.assertEqual(self.refused(inf), [0x80070032])
         self.assertEqual(set(self.refused(*infs)), {0x80070032})
 
     def test_unsigned(self):
-        os.remove(self.path("packages/ftdibus.cat"))
-        self.assertEqual(self.refused(self.packages[0]), [0x800F0247])
+        os.remove(self.path("packages/kestroserial.cat"))
+        self.assertEqual(self.refused(self.packages[0]), [0x800F022F])
 
     def test_a_changed_inf(self):
-        self.write("packages/ftdibus.inf", self.read("packages/ftdibus.inf") + b"; changed\r\n")
+        self.write("packages/kestrobus.inf", self.read("packages/kestrobus.inf") + b"; changed\r\n")
         self.assertEqual(self.refused(self.packages[0]), [0x800F024B])
 
+    def test_a_changed_driver(self):
+        driver = self.read("packages/amd64/kestrobus.sys")
+        self.write("packages/amd64/kestrobus.sys", driver[:-1] + b"!")
+        log = self.path("platform.log")
+        self.assertEqual(self.refused(self.packages[0], "--log", log), [0x800F024B])
+        self.assertIn(b"does not list amd64/kestrobus.sys as it is", self.read(log))
+
+    def test_a_changed_catalog(self):
+        catalog = self.read("packages/kestroserial.cat")
+        self.write("packages/kestroserial.cat", catalog.replace(b"\xff", b"\xfe", 1))
+        self.assertIn(self.refused(self.packages[0]), ([0x80096010], [0x800F0247]))
+
     def test_a_file_of_the_package_is_missing(self):
-        os.remove(self.path("packages/amd64/ftdibus.sys"))
+        os.remove(self.path("packages/amd64/kestrobus.sys"))
         self.assertEqual(self.refused(self.packages[0]), [0x80070002])
 
     def test_what_is_no_inf(self):
@@ -173,7 +182,7 @@ class Refusals(DriverCase):
         self.assertEqual([code & 0xFFFF0000 for code in codes], [0x800F0000])
 
     def test_a_list_goes_on_after_a_package_that_fails(self):
-        os.remove(self.path("packages/amd64/ftdibus.sys"))
+        os.remove(self.path("packages/amd64/kestrobus.sys"))
         report = self.driver("add", *self.packages, exit_code=1)
         self.assertEqual(len(report["DISM_ADDDRIVER_ERRORS"]), 1)
         self.assertEqual(set(report["DISM_ADDDRIVER"].values()), {"OK"})

@@ -54,7 +54,7 @@ class HostilePaths : public HostileCase {
     }
 
     std::filesystem::path mount_;
-    const std::wstring wim_ = KESTRO_FIXTURES L"/wims/longpaths.wim";
+    const std::wstring wim_ = KESTRO_SAMPLES L"/long-path.wim";
 };
 
 using Text = const wchar_t*;

@@ -27,6 +27,9 @@ tar xzf "$packages"/kestro-*-wine.tar.gz
 windows=$(echo "$work"/kestro-*-windows-x64)
 wine=$(echo "$work"/kestro-*-wine)
 
+quietly python3 -B "$root/tests/package/nuget_check.py" "$packages"/Kestro.*.nupkg "$windows"
+step "the NuGet package is laid out as NuGet takes it"
+
 quietly "$wine/set-up"
 step "set-up makes a prefix in which the library works"
 quietly "$wine/bin/kestro-wine" --start

@@ -181,30 +181,31 @@ void Write(const fs::path& path, const std::string& content)
 
 // --- packages --------------------------------------------------------------------------------------
 
-std::string ContentOf(const Payload& file)
+std::string ContentOf(const Payload& file, std::size_t size)
 {
     std::string content;
-    for (int line = 0; line < 100; ++line)
+    for (int line = 0; content.size() < size; ++line)
         content += std::string(file.path) + " of the Kestro Samples, line " + std::to_string(line) +
                    ".\r\n";
     return content;
 }
 
-ListedFile WriteFile(const fs::path& folder, const Payload& file)
+ListedFile WriteFile(const fs::path& folder, const Payload& file, std::size_t size)
 {
+    const std::string content = ContentOf(file, size);
     const std::string name = fs::path(file.path).filename();
     if (file.machine == 0) {
-        Write(folder / file.path, ContentOf(file));
-        return Listing(name, ContentOf(file));
+        Write(folder / file.path, content);
+        return Listing(name, content);
     }
-    SampleImage image(file.machine, ContentOf(file));
+    SampleImage image(file.machine, content);
     if (file.isSigned)
         image.Sign(MakerSigner());
     Write(folder / file.path, image.Bytes());
     return Listing(name, image);
 }
 
-void WritePackage(const fs::path& folder, const Package& package)
+void WritePackage(const fs::path& folder, const Package& package, std::size_t size)
 {
     SampleCatalog catalog;
     catalog.members = package.members;
@@ -215,17 +216,17 @@ void WritePackage(const fs::path& folder, const Package& package)
         catalog.files.push_back(Listing(inf, text));
     }
     for (const Payload& file : package.files)
-        catalog.files.push_back(WriteFile(folder, file));
+        catalog.files.push_back(WriteFile(folder, file, size));
     if (const SampleSigner* signer = package.signer())
         Write(folder / package.catalog, catalog.SignedBy(*signer));
 }
 
 } // namespace
 
-void WriteSamplePackages(const fs::path& folder)
+void WriteSamplePackages(const fs::path& folder, std::size_t sizeOfFiles)
 {
     for (const Package& package : Packages())
-        WritePackage(folder / (package.catalog ? "signed" : "unsigned"), package);
+        WritePackage(folder / (package.catalog ? "signed" : "unsigned"), package, sizeOfFiles);
 }
 
 } // namespace kestro::samples

@@ -1,10 +1,12 @@
 // sample_signer.cpp - keys and certificates that catalogs and drivers of the tests are signed with.
 #include "sample_signer.h"
 
-#include <openssl/bn.h>
-#include <openssl/core_names.h>
+#include "der.h"
+#include "sample_image.h"
+#include "sample_key.h"
+
+#include <openssl/cms.h>
 #include <openssl/objects.h>
-#include <openssl/param_build.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509v3.h>
 #include <stdexcept>
@@ -20,8 +22,6 @@ struct Freed {
         Free(object);
     }
 };
-using Number = std::unique_ptr<BIGNUM, Freed<BN_free>>;
-using NumberContext = std::unique_ptr<BN_CTX, Freed<BN_CTX_free>>;
 using Message = std::unique_ptr<PKCS7, Freed<PKCS7_free>>;
 
 void Require(bool worked, const char* what)
@@ -32,60 +32,7 @@ void Require(bool worked, const char* what)
 
 std::string Hash(const std::string& text)
 {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned length = 0;
-    EVP_Digest(text.data(), text.size(), digest, &length, EVP_sha256(), nullptr);
-    return {digest, digest + length};
-}
-
-// --- keys ------------------------------------------------------------------------------------------
-
-constexpr unsigned long kExponent = 65537;
-
-// The first prime of 1024 bits after a number that follows from the text and fits an RSA key.
-Number PrimeFor(const std::string& text, BN_CTX* context)
-{
-    std::string bytes;
-    for (int i = 0; i < 4; ++i)
-        bytes += Hash(text + " " + std::to_string(i));
-    Number prime(BN_bin2bn(reinterpret_cast<const unsigned char*>(bytes.data()),
-                           static_cast<int>(bytes.size()), nullptr));
-    // Both top bits: the product of two such numbers has twice their bits.
-    for (const int bit : {0, 1022, 1023})
-        BN_set_bit(prime.get(), bit);
-    while (BN_mod_word(prime.get(), kExponent) == 1 ||
-           BN_check_prime(prime.get(), context, nullptr) != 1)
-        BN_add_word(prime.get(), 2);
-    return prime;
-}
-
-std::shared_ptr<EVP_PKEY> KeyFor(const std::string& name)
-{
-    const NumberContext context(BN_CTX_new());
-    const Number p = PrimeFor(name + " p", context.get()), q = PrimeFor(name + " q", context.get());
-    const Number n(BN_new()), e(BN_new()), phi(BN_new()), p1(BN_dup(p.get())), q1(BN_dup(q.get()));
-    BN_sub_word(p1.get(), 1);
-    BN_sub_word(q1.get(), 1);
-    BN_mul(n.get(), p.get(), q.get(), context.get());
-    BN_mul(phi.get(), p1.get(), q1.get(), context.get());
-    BN_set_word(e.get(), kExponent);
-    const Number d(BN_mod_inverse(nullptr, e.get(), phi.get(), context.get()));
-    Require(d != nullptr, "a key");
-
-    OSSL_PARAM_BLD* builder = OSSL_PARAM_BLD_new();
-    OSSL_PARAM_BLD_push_BN(builder, OSSL_PKEY_PARAM_RSA_N, n.get());
-    OSSL_PARAM_BLD_push_BN(builder, OSSL_PKEY_PARAM_RSA_E, e.get());
-    OSSL_PARAM_BLD_push_BN(builder, OSSL_PKEY_PARAM_RSA_D, d.get());
-    OSSL_PARAM* parameters = OSSL_PARAM_BLD_to_param(builder);
-    EVP_PKEY_CTX* maker = EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr);
-    EVP_PKEY* key = nullptr;
-    const bool made = EVP_PKEY_fromdata_init(maker) == 1 &&
-                      EVP_PKEY_fromdata(maker, &key, EVP_PKEY_KEYPAIR, parameters) == 1;
-    EVP_PKEY_CTX_free(maker);
-    OSSL_PARAM_free(parameters);
-    OSSL_PARAM_BLD_free(builder);
-    Require(made, "a key");
-    return {key, &EVP_PKEY_free};
+    return HashOf(text, EVP_sha256());
 }
 
 // --- certificates ----------------------------------------------------------------------------------
@@ -185,6 +132,49 @@ Message SignedMessage(const SampleSigner& by, const char* contentType, const std
     return message;
 }
 
+std::string CounterSignature(const SampleSigner& clock, const std::string& signature,
+                             const std::string& time)
+{
+    const std::unique_ptr<PKCS7_SIGNER_INFO, Freed<PKCS7_SIGNER_INFO_free>> stamp(
+        PKCS7_SIGNER_INFO_new());
+    PKCS7_SIGNER_INFO_set(stamp.get(), clock.Certificate(), clock.Key(), EVP_sha256());
+    AddSignedAttributes(stamp.get(), OBJ_nid2obj(NID_pkcs7_data), signature, time);
+    unsigned char* bytes = nullptr;
+    const int length = ASN1_item_i2d(reinterpret_cast<ASN1_VALUE*>(stamp.get()), &bytes,
+                                     ASN1_ITEM_rptr(PKCS7_SIGNER_INFO));
+    std::string encoded(bytes, bytes + length);
+    OPENSSL_free(bytes);
+    return encoded;
+}
+
+std::string TimeStampToken(const SampleSigner& clock, const std::string& hash,
+                           const std::string& time)
+{
+    const std::string sha256 = DerSequence({DerObject("2.16.840.1.101.3.4.2.1"), Der(0x05, "")});
+    const std::string said =
+        DerSequence({Der(0x02, "\1"), DerObject("1.3.6.1.4.1.601.10.3.1"),
+                     DerSequence({sha256, DerOctets(hash)}), Der(0x02, "\7"), Der(0x18, time)});
+    const std::unique_ptr<BIO, Freed<BIO_free>> content(
+        BIO_new_mem_buf(said.data(), static_cast<int>(said.size())));
+    const std::unique_ptr<CMS_ContentInfo, Freed<CMS_ContentInfo_free>> token(
+        CMS_sign(clock.Certificate(), clock.Key(), nullptr, nullptr, CMS_BINARY | CMS_PARTIAL));
+    Require(token && CMS_set1_eContentType(token.get(), OBJ_nid2obj(NID_id_smime_ct_TSTInfo)) &&
+                CMS_final(token.get(), content.get(), nullptr, CMS_BINARY),
+            "a time stamp");
+    unsigned char* bytes = nullptr;
+    const int length = i2d_CMS_ContentInfo(token.get(), &bytes);
+    std::string encoded(bytes, bytes + length);
+    OPENSSL_free(bytes);
+    return encoded;
+}
+
+// The attribute under which Microsoft keeps such a token. OpenSSL has no number for it.
+int StampKind()
+{
+    static const int kind = OBJ_create("1.3.6.1.4.1.311.3.3.1", "msTimeStamp", "time stamp");
+    return kind;
+}
+
 std::string Encoded(const PKCS7& message)
 {
     unsigned char* bytes = nullptr;
@@ -209,24 +199,22 @@ std::string SampleSigner::Sign(const char* contentType, const std::string& seque
 }
 
 std::string SampleSigner::SignAt(const char* contentType, const std::string& sequence,
-                                 const SampleSigner& clock, const std::string& time) const
+                                 const SampleSigner& clock, const std::string& time,
+                                 Stamp stamp) const
 {
     const Message message = SignedMessage(*this, contentType, sequence);
     PKCS7_SIGNER_INFO* signer = sk_PKCS7_SIGNER_INFO_value(PKCS7_get_signer_info(message.get()), 0);
-    PKCS7_SIGNER_INFO* stamp = PKCS7_SIGNER_INFO_new();
-    PKCS7_SIGNER_INFO_set(stamp, clock.Certificate(), clock.Key(), EVP_sha256());
-    AddSignedAttributes(
-        stamp, OBJ_nid2obj(NID_pkcs7_data),
-        {signer->enc_digest->data, signer->enc_digest->data + signer->enc_digest->length}, time);
-    PKCS7_add_certificate(message.get(), clock.Certificate());
-    unsigned char* bytes = nullptr;
-    const int length = ASN1_item_i2d(reinterpret_cast<ASN1_VALUE*>(stamp), &bytes,
-                                     ASN1_ITEM_rptr(PKCS7_SIGNER_INFO));
+    const std::string signature(signer->enc_digest->data,
+                                signer->enc_digest->data + signer->enc_digest->length);
+    const bool today = stamp == Stamp::Rfc3161;
+    const std::string value = today ? TimeStampToken(clock, Hash(signature), time)
+                                    : CounterSignature(clock, signature, time);
+    if (!today)
+        PKCS7_add_certificate(message.get(), clock.Certificate());
     ASN1_STRING* text = ASN1_STRING_new();
-    ASN1_STRING_set(text, bytes, length);
-    OPENSSL_free(bytes);
-    PKCS7_SIGNER_INFO_free(stamp);
-    PKCS7_add_attribute(signer, NID_pkcs9_countersignature, V_ASN1_SEQUENCE, text);
+    ASN1_STRING_set(text, value.data(), static_cast<int>(value.size()));
+    PKCS7_add_attribute(signer, today ? StampKind() : NID_pkcs9_countersignature, V_ASN1_SEQUENCE,
+                        text);
     return Encoded(*message);
 }
 

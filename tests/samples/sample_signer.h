@@ -28,9 +28,10 @@ class SampleSigner {
 
     // A signed message over a content that is a SEQUENCE, as bytes.
     std::string Sign(const char* contentType, const std::string& sequence) const;
-    // The same with a counter-signature that tells the time of signing.
+    // The same with a stamp that tells the time of signing, as it is made today or was made before.
+    enum class Stamp { Rfc3161, CounterSignature };
     std::string SignAt(const char* contentType, const std::string& sequence,
-                       const SampleSigner& clock, const std::string& time) const;
+                       const SampleSigner& clock, const std::string& time, Stamp stamp) const;
 
   private:
     const SampleSigner* issuer_;

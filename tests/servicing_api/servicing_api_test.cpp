@@ -52,24 +52,15 @@ class ServicingApi : public testing::Test {
         opened_.push_back(session);
         return session;
     }
-    // One of the makers' packages, with placeholders for the drivers.
-    fs::path Package(const std::wstring& inf, const std::vector<std::wstring>& files) const
+    fs::path Package(const wchar_t* inf) const
     {
-        const fs::path package = folder_ / L"package";
-        fs::create_directories(package / L"x64");
-        for (const auto& entry : fs::directory_iterator(KESTRO_FIXTURES L"/drivers/tidepool"))
-            fs::copy_file(entry.path(), package / entry.path().filename(),
-                          fs::copy_options::skip_existing);
-        for (const auto& file : files)
-            std::ofstream(package / file) << "placeholder";
-        return package / inf;
+        const fs::path packages = folder_ / L"packages";
+        fs::copy(KESTRO_SAMPLES, packages,
+                 fs::copy_options::recursive | fs::copy_options::skip_existing);
+        return packages / inf;
     }
-    fs::path HidPackage() const { return Package(L"tidepoolhid.inf", {}); }
-    fs::path HealthPackage() const
-    {
-        return Package(L"phdc.inf",
-                       {L"x64/WinUSBCoInstaller2.dll", L"x64/WdfCoInstaller01009.dll"});
-    }
+    fs::path HidPackage() const { return Package(L"kestrohid.inf"); }
+    fs::path HealthPackage() const { return Package(L"kestrohealth.inf"); }
 
     fs::path folder_;
     std::vector<DismSession> opened_;
@@ -180,12 +171,12 @@ TEST_F(ServicingApi, RecordsOfAPackage)
     EXPECT_STREQ(package.PublishedName, L"oem0.inf");
     EXPECT_TRUE(fs::exists(package.OriginalFileName));
     EXPECT_FALSE(package.InBox);
-    EXPECT_STREQ(package.CatalogFile, L"tidepoolhid.cat");
+    EXPECT_STREQ(package.CatalogFile, L"kestrohid.cat");
     EXPECT_STREQ(package.ClassName, L"HIDClass");
     EXPECT_STREQ(package.ClassGuid, L"{745a17a0-74d3-11d0-b6fe-00a0c90f57da}");
     EXPECT_FALSE(package.BootCritical);
     EXPECT_EQ(package.DriverSignature, DismDriverSignatureSigned);
-    EXPECT_STREQ(package.ProviderName, L"Tidepool");
+    EXPECT_STREQ(package.ProviderName, L"Kestro Samples");
     EXPECT_EQ(package.Date.wYear, 2016);
     EXPECT_EQ(package.Date.wMonth, 4);
     EXPECT_EQ(package.Date.wDay, 21);

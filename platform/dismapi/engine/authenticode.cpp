@@ -94,7 +94,8 @@ void HashableFile::AddTo(EVP_MD_CTX& digest, std::uint64_t from, std::uint64_t t
 std::string HashableFile::Digest(const EVP_MD* algorithm) const
 {
     const DigestState state(EVP_MD_CTX_new());
-    EVP_DigestInit_ex(state.get(), algorithm, nullptr);
+    if (EVP_DigestInit_ex(state.get(), algorithm, nullptr) != 1)
+        return {};
     std::uint64_t done = 0;
     const auto addUpTo = [&](std::uint64_t end, std::uint64_t next) {
         AddTo(*state, done, end);

@@ -17,7 +17,7 @@ class HashableFile {
     explicit HashableFile(const std::filesystem::path& file); // throws ServicingError
 
     bool IsImage() const { return image_.has_value(); }
-    // Empty for an image whose certificates do not lie in the file.
+    // Empty for an image whose certificates do not lie in the file, and with an algorithm that is not to be had.
     std::string Digest(const EVP_MD* algorithm) const;
     // The messages among an image's certificates.
     std::vector<std::string> Signatures() const;

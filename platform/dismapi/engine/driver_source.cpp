@@ -102,8 +102,7 @@ CatalogVerdict DriverSource::CheckSignature(const ImageWindows& windows, bool fo
     if (verdict.state == CatalogState::Signed || forceUnsigned)
         return verdict;
     const std::string name = package_.inf.filename().string();
-    const Code code =
-        verdict.state == CatalogState::Missing ? code::package_unsigned : CodeOf(verdict.state);
+    const Code code = CodeOf(verdict.state);
     if (package_.catalog.empty())
         throw ServicingError(code, name + " is unsigned: it names no catalog");
     throw ServicingError(code, name + " is unsigned: its catalog " + package_.catalog + " " +

@@ -29,7 +29,7 @@ class Claims {
         if (fstat(image, &status) != 0)
             throw SystemError("cannot look at " + path);
         size_ = static_cast<std::uint64_t>(status.st_size);
-        Require(!header_.IsEmpty(), "is no image file");
+        Require(!header_.IsEmpty() && header_.IsOfImageFile(), "is no image file");
         if (header_.Parts() != 1)
             throw ServicingError(code::not_supported, path + " is a part of a split image file");
         chunks_ = ChunksOf(header_);

@@ -43,6 +43,7 @@ class WimHeader {
     const std::string& Bytes() const { return bytes_; }
     bool IsEmpty() const { return bytes_.size() != kSize; }
     bool IsPipable() const { return bytes_.starts_with("WLPWM"); }
+    bool IsOfImageFile() const { return bytes_.starts_with("MSWIM") || IsPipable(); }
     bool MayBeSolid() const { return Number(12, 4) != 0x10D00; }
     unsigned ImageCount() const { return static_cast<unsigned>(Number(44, 4)); }
     unsigned Parts() const { return static_cast<unsigned>(Number(42, 2)); }

@@ -80,50 +80,5 @@ TEST_F(Listing, FindIgnoresCase)
     EXPECT_FALSE(Store().Find("oem00.inf"));
 }
 
-TEST_F(Listing, ASignatureIsSeenOnlyWithTheRightInf)
-{
-    const fs::path packages = fs::path(KESTRO_FIXTURES) / "drivers/tidepool";
-    int isSigned = 0;
-    for (const auto& [inf, catalog] :
-         std::map<std::string, std::string>{{"ftdibus", "ftdibus"},
-                                            {"ftdiport", "ftdiport"},
-                                            {"phdc", "phdc_driver"},
-                                            {"tidepoolhid", "tidepoolhid"},
-                                            {"tidepoolvcp", "tidepoolvcp"}}) {
-        const auto verdict = servicing::CheckCatalog(packages / (catalog + ".cat"),
-                                                     {{packages / (inf + ".inf"), inf}});
-        EXPECT_EQ(verdict.state, servicing::CatalogState::Signed) << inf;
-        EXPECT_EQ(verdict.signer, "Microsoft Windows Hardware Compatibility Publisher") << inf;
-        EXPECT_EQ(verdict.signerScore, servicing::score::whql) << inf;
-        EXPECT_EQ(verdict.attributes, 0x80000002u) << inf;
-        EXPECT_EQ(verdict.submissionId, "61305200_14038729103736281_1152921505698318380") << inf;
-        isSigned += verdict.state == servicing::CatalogState::Signed;
-    }
-    EXPECT_EQ(isSigned, 5);
-    EXPECT_EQ(
-        servicing::CheckCatalog(packages / "ftdibus.cat", {{packages / "phdc.inf", "phdc.inf"}})
-            .state,
-        servicing::CatalogState::FileNotListed);
-    EXPECT_EQ(
-        servicing::CheckCatalog(packages / "none.cat", {{packages / "phdc.inf", "phdc.inf"}}).state,
-        servicing::CatalogState::Missing);
-}
-
-TEST_F(Listing, AChangedCatalogIsNotSigned)
-{
-    const fs::path packages = fs::path(KESTRO_FIXTURES) / "drivers/tidepool";
-    const std::string good = ReadFile(packages / "ftdibus.cat");
-    for (std::size_t at = 60; at < 1000; at += 97) {
-        std::string bad = good;
-        bad[at] = static_cast<char>(bad[at] ^ 1);
-        WriteFile(folder_ / "bad.cat", bad);
-        EXPECT_NE(servicing::CheckCatalog(folder_ / "bad.cat",
-                                          {{packages / "ftdibus.inf", "ftdibus.inf"}})
-                      .state,
-                  servicing::CatalogState::Signed)
-            << at;
-    }
-}
-
 } // namespace
 } // namespace kestro::test

@@ -372,7 +372,7 @@ TEST_F(Registries, APackageThatIsRefusedTakesNoOtherWithIt)
     servicing::DriverStore store(Root());
     store.Add(MakePackage("card"), true);
     DriverPackage refused = MakePackage("refused");
-    EXPECT_CODE(store.Add(refused, false), code::package_unsigned);
+    EXPECT_CODE(store.Add(refused, false), code::catalog_missing);
     refused.files.push_back({"", "missing.sys"});
     EXPECT_CODE(store.Add(refused, true), code::file_not_found);
     store.Save();

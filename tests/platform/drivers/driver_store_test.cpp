@@ -1,6 +1,7 @@
 // driver_store_test.cpp - adding packages to an offline tree and removing them, natively.
 #include "driver_case.h"
 #include "mount_point.h"
+#include "sample_catalog.h"
 
 namespace code = kestro::servicing::code;
 
@@ -118,9 +119,9 @@ class RefusedDrivers : public DriverCase {
 TEST_F(RefusedDrivers, Unsigned)
 {
     auto package = MakePackage("card");
-    ExpectRefused(package, code::package_unsigned, false);
+    ExpectRefused(package, code::catalog_missing, false);
     package.catalog = "card.cat";
-    ExpectRefused(package, code::package_unsigned, false);
+    ExpectRefused(package, code::catalog_missing, false);
     WriteFile(folder_ / "source/card/card.cat", "no catalog");
     ExpectRefused(package, code::package_unsigned, false);
 }
@@ -129,10 +130,25 @@ TEST_F(RefusedDrivers, SignedForAnotherInf)
 {
     auto package = MakePackage("card");
     package.catalog = "card.cat";
-    fs::copy(fs::path(KESTRO_FIXTURES) / "drivers/tidepool/ftdibus.cat",
-             folder_ / "source/card/card.cat");
+    samples::SampleCatalog catalog;
+    catalog.files = {samples::Listing("card.inf", "the INF of another card")};
+    WriteFile(folder_ / "source/card/card.cat", catalog.SignedBy(samples::MakerSigner()));
     ExpectRefused(package, code::file_not_in_catalog, false);
     EXPECT_FALSE(Add(package).alreadyThere);
+}
+
+TEST_F(RefusedDrivers, SignedWithoutOneOfItsFiles)
+{
+    auto package = MakePackage("card");
+    package.catalog = "card.cat";
+    samples::SampleCatalog catalog;
+    catalog.files = {samples::Listing("card.inf", "the INF of card"),
+                     samples::Listing("card.sys", "the driver of card")};
+    WriteFile(folder_ / "source/card/card.cat", catalog.SignedBy(samples::MakerSigner()));
+    ExpectRefused(package, code::file_not_in_catalog, false);
+    catalog.files.push_back(samples::Listing("Helper.dll", "the helper of card"));
+    WriteFile(folder_ / "source/card/card.cat", catalog.SignedBy(samples::MakerSigner()));
+    EXPECT_FALSE(Store().Add(package, false).alreadyThere);
 }
 
 TEST_F(RefusedDrivers, AFileIsMissing)

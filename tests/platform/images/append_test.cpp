@@ -111,6 +111,34 @@ TEST_F(Append, TheOtherImagesOfTheFileStayAsTheyAre)
     EXPECT_EQ(FileInImage("/Windows/notes.txt", 1), std::string(5000, 'n'));
 }
 
+TEST_F(Append, FilesNobodyTouchedStayWhatTheyAre)
+{
+    for (const char* name : {"first", "second", "third"})
+        fs::create_hard_link(folder_ / "tree/Windows/System32/kernel.bin", folder_ / "tree" / name);
+    Capture("--compress=XPRESS");
+    const auto details = [&] {
+        std::string all;
+        for (const char* path : {"/first", "/third", "/Windows/System32/kernel.bin"})
+            all += Shell("wimlib-imagex dir --detailed --path=" + std::string(path) + " " +
+                         Image().string() +
+                         " 1 | grep -v 'Link Group ID'"); // libwim numbers the groups anew
+        return all;
+    };
+    const std::string before = details();
+    ASSERT_NE(before.find("Link Count          = 4"), std::string::npos);
+    Mount();
+    WriteFile(folder_ / "mount/Windows/System32/hosts", "changed");
+    WriteFile(folder_ / "mount/Windows/new.txt", "new");
+    Commit();
+    EXPECT_EQ(details(), before);
+    // One name of a group that changes leaves the others to each other.
+    Mount();
+    fs::remove(folder_ / "mount/second");
+    Commit();
+    ExpectValidImage();
+    EXPECT_EQ(FileInImage("/third"), Noise(1, 100'000));
+}
+
 TEST_F(Append, WhatAKilledAppendLeftIsWrittenOver)
 {
     const std::string clean = ReadFile(Image());

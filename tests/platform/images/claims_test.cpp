@@ -194,8 +194,7 @@ TEST_F(Trees, ADirectoryInItself)
 
 TEST_F(Claims, ThirteenGigabytes)
 {
-    const fs::path file =
-        fs::path(KESTRO_FIXTURES) / "../../../shared/wims/claims-13-gigabytes.wim";
+    const fs::path file = fs::path(KESTRO_PUBLISHED) / "claims-13-gigabytes.wim";
     if (!fs::exists(file))
         GTEST_SKIP() << "skipped: " << file << " is not here";
     ExpectRefused(ReadFile(file));
