@@ -1,6 +1,7 @@
 // call.cpp - how the host makes a call.
 #include "call.h"
 
+#include "interrupt.h"
 #include "usage_error.h"
 
 #include <cstdio>
@@ -25,6 +26,27 @@ std::wstring TemporaryResult()
     if (GetTempFileNameW(folder.c_str(), L"kes", 0, path) == 0)
         throw UsageError("no temporary result file can be made in " + detail::Utf8(folder));
     return path;
+}
+
+// Whether the file can be written is seen before the call: afterwards nobody could tell what became of it.
+void RequireWritable(const std::wstring& path)
+{
+    void* const file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                   nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        throw UsageError("the result file " + detail::Utf8(path) + " cannot be written (error " +
+                         std::to_string(GetLastError()) + ")");
+    CloseHandle(file);
+}
+
+void RequireAnsi(const std::wstring& path, Form form)
+{
+    bool lossy = false;
+    detail::Narrow(path, &lossy);
+    if (lossy && form == Form::Narrow)
+        throw UsageError(
+            "the result file's path does not fit the ANSI code page: " + detail::Utf8(path) +
+            "; name another one with --result, or use --wide where there is a W form");
 }
 
 // While this lives, what goes to standard output is dropped: the library prints there what its ResultFile
@@ -61,6 +83,12 @@ ResultPath::ResultPath(const std::wstring& named, int number, Form form) : tempo
 {
     if (temporary_) {
         path_ = TemporaryResult();
+        try {
+            RequireAnsi(path_, form);
+        } catch (...) {
+            DeleteFileW(path_.c_str());
+            throw;
+        }
         return;
     }
     std::filesystem::path path = std::filesystem::absolute(named);
@@ -76,10 +104,8 @@ ResultPath::ResultPath(const std::wstring& named, int number, Form form) : tempo
     if (!std::filesystem::is_directory(path.parent_path(), error))
         throw UsageError("there is no folder " + detail::Utf8(path.parent_path().wstring()) +
                          " for the result file");
-    bool lossy = false;
-    detail::Narrow(path_, &lossy);
-    if (lossy && form == Form::Narrow)
-        throw UsageError("the result file's path does not fit the ANSI code page; use --wide");
+    RequireAnsi(path_, form);
+    RequireWritable(path_);
 }
 
 ResultPath::~ResultPath()
@@ -94,6 +120,9 @@ Runner FollowingRunner(Follower follower)
                                             const std::wstring& result) {
         int shown = 1; // a call's first line is number 2
         const auto start = Clock::now();
+        const auto since = [&] {
+            return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+        };
         const auto follow = [&] {
             const auto report = ReadResultFile(result);
             if (!report)
@@ -101,17 +130,19 @@ Runner FollowingRunner(Follower follower)
             for (const LogLine& line : report->log)
                 if (line.number > shown) {
                     shown = line.number;
-                    follower(line, std::chrono::duration_cast<std::chrono::milliseconds>(
-                                       Clock::now() - start));
+                    follower(&line, since());
                 }
         };
 
+        const InterruptGuard guard;
         const DivertedOutput diverted;
         std::packaged_task<void()> task(call);
         std::future<void> done = task.get_future();
         std::thread worker(std::move(task));
-        while (done.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready)
+        while (done.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
             follow();
+            follower(nullptr, since());
+        }
         worker.join();
         follow();
         done.get(); // an exception that left the library

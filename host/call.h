@@ -27,9 +27,10 @@ class ResultPath {
     bool temporary_;
 };
 
-// Told each new log line once, with the time since the call began.
-using Follower = std::function<void(const LogLine& line, std::chrono::milliseconds since)>;
+// Told each new log line once, and now and then that the call still runs (null), with the time since it began.
+using Follower = std::function<void(const LogLine* line, std::chrono::milliseconds since)>;
 
+// A request to end does not cut the call off; it is left to the caller to look for one afterwards.
 Runner FollowingRunner(Follower follower);
 
 } // namespace kestro::host

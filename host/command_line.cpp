@@ -32,9 +32,13 @@ std::string NoCommand(const std::string& word, const std::string& name)
 struct Arguments {
     std::string image, directory, name, file;
     std::vector<std::string> infs, words;
-    bool commit = false, discard = false, watch = false;
+    bool commit = false, discard = false, watch = false, clean = false;
+    MountFlags mount;
+    ListFlags list;
+    InjectFlags inject;
+    std::string scratch;
     unsigned idleSeconds = 0;
-    CleanFlags clean;
+    CleanFlags diskClean;
     std::string result, log, library;
 };
 
@@ -54,10 +58,14 @@ class CommandLine {
         app_.add_flag("--wide", parsed_.options.wide, "call the W form of the functions");
         app_.add_flag("--json", parsed_.options.json, "print one JSON document");
         app_.footer("Exit codes: 0 success, 1 failed, 2 bad arguments, 3 no such disk,\n"
-                    "            4 Kestro.dll or something that it needs cannot be loaded\n"
+                    "            4 Kestro.dll or something that it needs cannot be loaded,\n"
+                    "            5 interrupted\n"
                     "kestro help COMMAND tells more about a command.");
+        AddInjectCommand();
         AddImageCommands();
+        AddMountCommands();
         AddDriverCommands();
+        AddDriverListCommands();
         AddDiskCommands();
         AddSystemCommands();
         AddOtherCommands();
@@ -93,8 +101,11 @@ class CommandLine {
         });
     }
 
+    void AddInjectCommand();
     void AddImageCommands();
+    void AddMountCommands();
     void AddDriverCommands();
+    void AddDriverListCommands();
     void AddDiskCommands();
     void AddSystemCommands();
     void AddOtherCommands();
@@ -108,15 +119,57 @@ class CommandLine {
     Parsed parsed_;
 };
 
+void CommandLine::AddInjectCommand()
+{
+    Arguments& to = *arguments_;
+    auto* const inject = app_.add_subcommand(
+        "inject", "Put driver packages into an image file: mount, add, save, unmount");
+    inject->add_option("IMAGE", to.image, "the image file")->required();
+    inject->add_option("INF", to.infs, "INF files, and directories to search for them")->required();
+    inject->add_option("--index", to.inject.index,
+                       "the image's number or name, or all (default: the first)");
+    inject->add_flag("--dry-run", to.inject.dryRun, "only say what would be done");
+    inject->add_option("--scratch", to.scratch,
+                       "an existing directory to mount in (default: the temporary folder)");
+    inject->footer("Example: kestro inject D:\\boot.wim D:\\drivers --index 2");
+    Choose(inject, [](const Context& context, const Arguments& a) {
+        InjectFlags flags = a.inject;
+        flags.scratch = Wide(a.scratch);
+        return InjectCommand(context, Wide(a.image), Wide(a.infs), flags);
+    });
+}
+
 void CommandLine::AddImageCommands()
 {
     Arguments& to = *arguments_;
-    auto* const mount = app_.add_subcommand("mount", "Mount the first image of an image file");
+    auto* const image = app_.add_subcommand("image", "Look at image files");
+    image->require_subcommand(1);
+    auto* const list = image->add_subcommand("list", "List the images of a file");
+    list->add_option("FILE", to.image, "the image file")->required();
+    list->footer("Example: kestro image list D:\\install.wim");
+    Choose(list, [](const Context& context, const Arguments& a) {
+        return ImageListCommand(context, Wide(a.image));
+    });
+}
+
+void CommandLine::AddMountCommands()
+{
+    Arguments& to = *arguments_;
+    auto* const mount = app_.add_subcommand("mount", "Mount an image of an image file");
     mount->add_option("IMAGE", to.image, "the image file")->required();
     mount->add_option("DIR", to.directory, "an existing, empty directory")->required();
+    mount->add_option("--index", to.mount.index, "the image's number or name (default: the first)");
+    mount->add_flag("--read-only", to.mount.readOnly, "changes cannot be saved");
     mount->footer("Example: kestro mount D:\\install.wim D:\\mount");
     Choose(mount, [](const Context& context, const Arguments& a) {
-        return MountCommand(context, Wide(a.image), Wide(a.directory));
+        return MountCommand(context, Wide(a.image), Wide(a.directory), a.mount);
+    });
+
+    auto* const mounts = app_.add_subcommand("mounts", "List what is mounted");
+    mounts->add_flag("--clean", to.clean, "first clear away what is broken");
+    mounts->footer("Example: kestro mounts --clean");
+    Choose(mounts, [](const Context& context, const Arguments& a) {
+        return MountsCommand(context, a.clean);
     });
 
     auto* const unmount = app_.add_subcommand("unmount", "Unmount a directory");
@@ -154,13 +207,6 @@ void CommandLine::AddDriverCommands()
         return DriverRemoveCommand(context, Wide(a.image), Wide(a.name));
     });
 
-    auto* const list = driver->add_subcommand("list", "List the third-party driver packages");
-    list->add_option("IMAGE", to.image, "root directory of the image")->required();
-    list->footer("Example: kestro driver list D:\\mount --json");
-    Choose(list, [](const Context& context, const Arguments& a) {
-        return DriverListCommand(context, Wide(a.image));
-    });
-
     auto* const info = driver->add_subcommand("info", "Describe a driver package and its devices");
     info->add_option("IMAGE", to.image, "root directory of the image")->required();
     info->add_option("DRIVER", to.name, "a published name, or the path of an INF")->required();
@@ -170,22 +216,55 @@ void CommandLine::AddDriverCommands()
     });
 }
 
+void CommandLine::AddDriverListCommands()
+{
+    Arguments& to = *arguments_;
+    CLI::App* const driver = app_.get_subcommand("driver");
+    auto* const list = driver->add_subcommand("list", "List the third-party driver packages");
+    list->add_option("IMAGE", to.image, "root directory of the image")->required();
+    list->add_flag("--all", to.list.all, "also those that came with Windows");
+    list->add_flag("--long", to.list.details, "class, provider, date, version, signature of each");
+    list->footer("Example: kestro driver list D:\\mount --long");
+    Choose(list, [](const Context& context, const Arguments& a) {
+        return DriverListCommand(context, Wide(a.image), a.list);
+    });
+
+    auto* const out = driver->add_subcommand("export", "Copy driver packages out of an image");
+    out->add_option("IMAGE", to.image, "root directory of the image")->required();
+    out->add_option("NAME", to.words, "published names, or all; then the directory to copy into")
+        ->required()
+        ->expected(2, -1);
+    out->footer("The last word is the directory. Each package gets a folder there, as its maker "
+                "published it.\n"
+                "Example: kestro driver export D:\\mount oem0.inf D:\\exported");
+    Choose(out, [](const Context& context, const Arguments& a) {
+        std::vector<std::wstring> names = Wide(a.words);
+        const std::wstring directory = names.back();
+        names.pop_back();
+        return DriverExportCommand(context, Wide(a.image), names, directory);
+    });
+}
+
 void CommandLine::AddDiskCommands()
 {
     Arguments& to = *arguments_;
     auto* const disk =
-        app_.add_subcommand("disk", "Clean a disk, bring it online or take it offline");
+        app_.add_subcommand("disk", "List disks, clean one, bring it online or take it offline");
     disk->require_subcommand(1);
+
+    auto* const list = disk->add_subcommand("list", "List the disks that the disk service knows");
+    list->footer("Example: kestro disk list");
+    Choose(list, [](const Context& context, const Arguments&) { return DiskListCommand(context); });
 
     auto* const clean = disk->add_subcommand("clean", "Take everything off a disk");
     clean->add_option("NAME", to.name, "the disk's name (\\\\?\\PhysicalDrive1)")->required();
-    clean->add_flag("--force", to.clean.what.force, "also a disk with data volumes");
-    clean->add_flag("--force-oem", to.clean.what.forceOem, "also a disk with an OEM partition");
-    clean->add_flag("--full", to.clean.what.full, "overwrite every sector");
-    clean->add_flag("--yes", to.clean.yes, "really do it; without this nothing is done");
+    clean->add_flag("--force", to.diskClean.what.force, "also a disk with data volumes");
+    clean->add_flag("--force-oem", to.diskClean.what.forceOem, "also a disk with an OEM partition");
+    clean->add_flag("--full", to.diskClean.what.full, "overwrite every sector");
+    clean->add_flag("--yes", to.diskClean.yes, "really do it; without this nothing is done");
     clean->footer("Example: kestro disk clean \\\\?\\PhysicalDrive1 --force --yes");
     Choose(clean, [](const Context& context, const Arguments& a) {
-        return DiskCleanCommand(context, Wide(a.name), a.clean);
+        return DiskCleanCommand(context, Wide(a.name), a.diskClean);
     });
 
     for (const bool online : {true, false}) {

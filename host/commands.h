@@ -12,8 +12,9 @@ enum ExitCode {
     kExitSuccess = 0,
     kExitFailed = 1,
     kExitUsage = 2,
-    kExitNotFound = 3,  // no disk of that name
-    kExitNoLibrary = 4, // Kestro.dll or what it needs cannot be loaded
+    kExitNotFound = 3,    // no disk of that name
+    kExitNoLibrary = 4,   // Kestro.dll or what it needs cannot be loaded
+    kExitInterrupted = 5, // ended by the user; nothing is half done
 };
 
 struct Options {
@@ -32,14 +33,39 @@ struct Context {
     Output* out = nullptr;
 };
 
-int MountCommand(const Context& context, const std::wstring& image, const std::wstring& directory);
+struct MountFlags {
+    std::string index; // a number or a name; empty: the first image
+    bool readOnly = false;
+};
+int MountCommand(const Context& context, const std::wstring& image, const std::wstring& directory,
+                 const MountFlags& flags);
 int UnmountCommand(const Context& context, const std::wstring& directory, bool commit);
+
+int ImageListCommand(const Context& context, const std::wstring& image);
+
+// With clean, what is broken is cleared away first.
+int MountsCommand(const Context& context, bool clean);
+
+struct InjectFlags {
+    std::string index; // a number, a name or "all"; empty: the first image
+    bool dryRun = false;
+    std::wstring scratch; // where the images are mounted; empty: the temporary folder
+};
+int InjectCommand(const Context& context, const std::wstring& image,
+                  const std::vector<std::wstring>& infs, const InjectFlags& flags);
 
 int DriverAddCommand(const Context& context, const std::wstring& image,
                      const std::vector<std::wstring>& infs);
 int DriverRemoveCommand(const Context& context, const std::wstring& image,
                         const std::wstring& name);
-int DriverListCommand(const Context& context, const std::wstring& image);
+struct ListFlags {
+    bool all = false;     // also what came with Windows
+    bool details = false; // everything that is known of each
+};
+int DriverListCommand(const Context& context, const std::wstring& image, const ListFlags& flags);
+// Published names, or "all" for every third-party package.
+int DriverExportCommand(const Context& context, const std::wstring& image,
+                        const std::vector<std::wstring>& names, const std::wstring& directory);
 int DriverInfoCommand(const Context& context, const std::wstring& image,
                       const std::wstring& driver);
 
@@ -48,6 +74,7 @@ struct CleanFlags {
     bool yes = false;
 };
 int DiskCleanCommand(const Context& context, const std::wstring& name, const CleanFlags& flags);
+int DiskListCommand(const Context& context);
 int DiskOnlineCommand(const Context& context, const std::wstring& name, bool online);
 
 int InfInstallCommand(const Context& context, const std::wstring& inf);

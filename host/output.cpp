@@ -1,8 +1,10 @@
 // output.cpp - what the host shows.
 #include "output.h"
 
+#include "interrupt.h"
 #include "result_codes.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include <io.h>
@@ -37,19 +39,54 @@ std::string Seconds(std::chrono::milliseconds time)
 
 } // namespace
 
+void Output::Live(const std::string& text) const
+{
+    DWORD mode = 0;
+    if (json_ || !GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode))
+        return;
+    Clear();
+    Put(stderr, STD_ERROR_HANDLE, text);
+    live_ = text.size();
+}
+
+void Output::Clear() const
+{
+    if (live_ != 0)
+        Put(stderr, STD_ERROR_HANDLE, "\r" + std::string(std::exchange(live_, 0), ' ') + "\r");
+}
+
+Watch Output::LiveWatch() const
+{
+    const auto start = std::chrono::steady_clock::now();
+    return {[this, start](std::uint32_t current, std::uint32_t total) {
+                if (total == 0)
+                    return;
+                char percent[16];
+                std::snprintf(percent, sizeof percent, "  %3u %%",
+                              static_cast<unsigned>(std::uint64_t{current} * 100 / total));
+                Live(Seconds(std::chrono::duration_cast<std::chrono::milliseconds>(
+                         std::chrono::steady_clock::now() - start)) +
+                     percent);
+            },
+            InterruptEvent()};
+}
+
 void Output::Line(const std::string& text) const
 {
+    Clear();
     if (!json_)
         Put(stdout, STD_OUTPUT_HANDLE, text + "\n");
 }
 
 void Output::Error(const std::string& text) const
 {
+    Clear();
     Put(stderr, STD_ERROR_HANDLE, "kestro: " + text + "\n");
 }
 
 void Output::Text(const std::string& text, bool asError) const
 {
+    Clear();
     if (asError)
         Put(stderr, STD_ERROR_HANDLE, text);
     else
@@ -58,14 +95,18 @@ void Output::Text(const std::string& text, bool asError) const
 
 void Output::Progress(const std::string& text) const
 {
+    Clear();
     if (!json_)
         Put(stderr, STD_ERROR_HANDLE, text + "\n");
 }
 
 Follower Output::LogFollower() const
 {
-    return [this](const LogLine& line, std::chrono::milliseconds since) {
-        Progress(Seconds(since) + "  " + line.text);
+    return [this](const LogLine* line, std::chrono::milliseconds since) {
+        if (line != nullptr)
+            Progress(Seconds(since) + "  " + line->text);
+        else
+            Live(Seconds(since));
     };
 }
 
@@ -99,6 +140,7 @@ void Output::Failed(const std::string& what, std::int32_t code,
 
 void Output::Document(const json& document)
 {
+    Clear();
     if (gathered_.is_array()) {
         gathered_.push_back(document);
         return;

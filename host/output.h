@@ -20,6 +20,10 @@ class Output {
     // Headlines and log lines while work goes on. Silent with --json.
     void Progress(const std::string& text) const;
     Follower LogFollower() const;
+    // One line of a terminal that is written over again and again while work goes on; nowhere else.
+    void Live(const std::string& text) const;
+    // Shows how far a call has come, and lets a request to end cancel it.
+    Watch LiveWatch() const;
     // The steps with their outcomes, and what failed.
     void Steps(const Report& report) const;
     void Failed(const std::string& what, std::int32_t code,
@@ -34,8 +38,11 @@ class Output {
     nlohmann::json Gathered() { return std::exchange(gathered_, nlohmann::json()); }
 
   private:
+    void Clear() const;
+
     bool json_;
-    nlohmann::json gathered_; // an array while documents are gathered
+    mutable std::size_t live_ = 0; // how long the line is that is written over
+    nlohmann::json gathered_;      // an array while documents are gathered
 };
 
 nlohmann::json ToJson(const Report& report);

@@ -1,6 +1,7 @@
 // run_command.cpp - a list of operations from a JSON file. Everything in the list is checked before the first
 // operation runs.
 #include "command_line.h"
+#include "interrupt.h"
 #include "usage_error.h"
 
 #include "session.h"
@@ -132,7 +133,7 @@ int RunCommand(const Context& context, const std::wstring& file)
         if (exitCode == kExitSuccess)
             continue;
         ++failed;
-        if (list.stopOnFailure)
+        if (list.stopOnFailure || Interrupted())
             break;
     }
     if (out.Json())

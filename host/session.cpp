@@ -1,6 +1,8 @@
 // session.cpp - what every command starts from.
 #include "session.h"
 
+#include "direct_command.h"
+
 #include <filesystem>
 #include <map>
 
@@ -19,7 +21,7 @@ std::wstring LibraryPath(const Options& options)
 }
 
 // A library stays loaded for the whole run: Wine cannot load a native half like DismApi.dll's twice.
-const Library& Loaded(const std::wstring& path)
+const Library& Loaded(std::wstring path)
 {
     static std::map<std::wstring, Library> libraries;
     return libraries.try_emplace(path, path).first->second;
@@ -36,9 +38,7 @@ Session::Session(const Context& context, std::string command)
     : context_(context), command_(std::move(command)),
       library_(Loaded(LibraryPath(context.options))),
       operations_(library_, context.options.GetForm(), FollowingRunner(context.out->LogFollower())),
-      logFile_(context.options.log.empty()
-                   ? (fs::temp_directory_path() / L"kestro-dism.log").wstring()
-                   : FullPath(context.options.log))
+      logFile_(LogFileOf(context.options))
 {
 }
 
@@ -47,6 +47,7 @@ nlohmann::json Session::Document(const Outcome& outcome) const
     nlohmann::json document = {{"command", command_},
                                {"form", context_.options.wide ? "wide" : "narrow"},
                                {"succeeded", outcome.succeeded},
+                               {"certain", outcome.certain},
                                {"returned", outcome.returned},
                                {"elapsed_ms", outcome.elapsed.count()}};
     document.update(ToJson(outcome.report));
@@ -76,8 +77,16 @@ int Session::Finish(const Outcome& outcome, const std::string& done,
     if (outcome.failure) {
         Out().Failed(outcome.failure->function, outcome.failure->hresult, outcome.lastError);
         Out().Progress("The platform's own log: " + detail::Utf8(logFile_));
+    } else if (!outcome.reported) {
+        Out().Error(command_ + (outcome.certain
+                                    ? " failed, and the result file cannot be read"
+                                    : " failed, as far as anybody can tell: the result file cannot "
+                                      "be read"));
     } else {
-        Out().Error(command_ + " failed, and the result file does not say why");
+        Out().Error(command_ +
+                    (outcome.certain
+                         ? " failed, and the result file does not say why"
+                         : " failed, as far as anybody can tell: the result file says neither"));
     }
     return kExitFailed;
 }

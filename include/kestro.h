@@ -26,7 +26,7 @@
  *   every host has to know:
  *
  *                                     narrow form          W form
- *     return value on success         0                    1
+ *     return value on success         0                    1    (GetDriverInfoW: 0, as on failure)
  *     return value on failure         1                    0
  *     a step's outcome in the file    [STEP] Result=OK     [STEP] OK=OK
  *                                     [STEP] Result=ERR    [STEP] ERR=ERR
@@ -42,7 +42,8 @@
  *   functions overlap. Strings stay the caller's. No exception leaves a function whose description
  *   does not name one.
  *
- *   A failing call prints one line to standard output: "Return code is: " and the HRESULT in hex.
+ *   A failing call of an image or driver function prints one line to standard output: "Return code is: "
+ *   and the HRESULT in hex. The six disk and device functions do not.
  */
 #ifndef KESTRO_H
 #define KESTRO_H
@@ -313,7 +314,7 @@ KESTRO_API int32_t KESTRO_CALL OfflineDisk(const wchar_t* diskName) KESTRO_NOEXC
 
 /*
  * InfInstall - installs a driver package on the running system, unforced and without asking whether a
- * restart is needed.
+ * restart is needed: the system may put up its own restart dialog, and the call then waits for the answer.
  *
  *   infPath        full path of the package's INF file
  *

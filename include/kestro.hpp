@@ -13,9 +13,10 @@
 #ifndef KESTRO_HPP
 #define KESTRO_HPP
 
-#include "kestro/details.hpp"
+#include "kestro/disk_service.hpp"
 #include "kestro/library.hpp"
 #include "kestro/operations.hpp"
 #include "kestro/report.hpp"
+#include "kestro/servicing.hpp"
 
 #endif

@@ -8,7 +8,7 @@
 
 #include <comdef.h>
 
-namespace kestro {
+namespace kestro::library {
 
 void AnsiName::FreeString::operator()(wchar_t* copy) const
 {
@@ -37,4 +37,4 @@ AnsiName::AnsiName(const wchar_t* name) : copy_(SysAllocString(name))
         _com_issue_error(HRESULT_FROM_WIN32(GetLastError()));
 }
 
-} // namespace kestro
+} // namespace kestro::library

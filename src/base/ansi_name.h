@@ -3,7 +3,7 @@
 
 #include <memory>
 
-namespace kestro {
+namespace kestro::library {
 
 // A copy of a wide name and its text in the ANSI code page. Characters outside that code page
 // appear as the platform renders them. Constructing one throws the COM support's exception
@@ -25,4 +25,4 @@ class AnsiName {
     std::unique_ptr<char[]> text_;
 };
 
-} // namespace kestro
+} // namespace kestro::library

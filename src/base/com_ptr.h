@@ -3,7 +3,7 @@
 
 #include <utility>
 
-namespace kestro {
+namespace kestro::library {
 
 // Owns one reference, given back at the end of the scope.
 template <class T>
@@ -64,4 +64,4 @@ class ComSlot {
     T* object_ = nullptr;
 };
 
-} // namespace kestro
+} // namespace kestro::library

@@ -6,7 +6,7 @@
 
 #include <windows.h>
 
-namespace kestro {
+namespace kestro::library {
 
 std::wstring ToWide(const char* text)
 {
@@ -26,4 +26,4 @@ std::wstring ToWide(const char* text)
     return wide;
 }
 
-} // namespace kestro
+} // namespace kestro::library

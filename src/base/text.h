@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace kestro {
+namespace kestro::library {
 
 // The platform cannot convert a text.
 struct ConversionFailed {};
@@ -12,4 +12,4 @@ struct ConversionFailed {};
 // ConversionFailed, and std::bad_alloc when memory runs out.
 std::wstring ToWide(const char* text);
 
-} // namespace kestro
+} // namespace kestro::library

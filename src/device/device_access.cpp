@@ -5,7 +5,7 @@
 
 #include <newdev.h>
 
-namespace kestro {
+namespace kestro::library {
 namespace {
 
 void* HandleOrNull(HANDLE handle)
@@ -34,4 +34,4 @@ void* OpenDriveForWriting(const wchar_t* path)
                                     FILE_FLAG_WRITE_THROUGH | FILE_FLAG_NO_BUFFERING, nullptr));
 }
 
-} // namespace kestro
+} // namespace kestro::library

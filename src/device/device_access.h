@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-namespace kestro {
+namespace kestro::library {
 
 // Each is one platform call, so a failed call's last-error code reaches the host untouched.
 
@@ -14,4 +14,4 @@ std::int32_t InstallInf(const wchar_t* infPath);
 void* OpenFileForReading(const wchar_t* path);
 void* OpenDriveForWriting(const wchar_t* path);
 
-} // namespace kestro
+} // namespace kestro::library

@@ -4,7 +4,7 @@
 #include <cwchar>
 #include <optional>
 
-namespace kestro {
+namespace kestro::library {
 namespace {
 
 // What a call on an object that the service never handed out comes to.
@@ -262,4 +262,4 @@ std::int32_t RunDiskCall(DiskCall& call, const wchar_t* diskName)
     return DiskSearch(call, diskName).Run();
 }
 
-} // namespace kestro
+} // namespace kestro::library

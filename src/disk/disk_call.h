@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-namespace kestro {
+namespace kestro::library {
 
 // The calls that can fail before there is a disk to act on, in the order in which they are made.
 enum class DiskStep {
@@ -52,4 +52,4 @@ class DiskCall {
 // consumes one of the thread's own initialisations.
 std::int32_t RunDiskCall(DiskCall& call, const wchar_t* diskName);
 
-} // namespace kestro
+} // namespace kestro::library

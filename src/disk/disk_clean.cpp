@@ -6,7 +6,7 @@
 #include "report/decimal_text.h"
 #include "report/operation_log.h"
 
-namespace kestro {
+namespace kestro::library {
 namespace {
 
 using Exit = DiskEnding::Exit;
@@ -148,4 +148,4 @@ std::int32_t CleanDiskNamed(const wchar_t* diskName, std::uint8_t force, std::ui
     return RunDiskCall(call, diskName);
 }
 
-} // namespace kestro
+} // namespace kestro::library

@@ -4,7 +4,7 @@
 
 #include "disk/disk_call.h"
 
-namespace kestro {
+namespace kestro::library {
 namespace {
 
 using Exit = DiskEnding::Exit;
@@ -51,4 +51,4 @@ HRESULT TakeDiskOffline(const wchar_t* diskName)
     return RunDiskCall(call, diskName);
 }
 
-} // namespace kestro
+} // namespace kestro::library

@@ -3,9 +3,9 @@
 
 #include "disk/vds.h"
 
-namespace kestro {
+namespace kestro::library {
 
 HRESULT BringDiskOnline(const wchar_t* diskName);
 HRESULT TakeDiskOffline(const wchar_t* diskName);
 
-} // namespace kestro
+} // namespace kestro::library

@@ -10,7 +10,7 @@
 
 #include "vds_interfaces.h"
 
-namespace kestro {
+namespace kestro::library {
 
 inline constexpr CLSID CLSID_VdsLoader = {
     0x9c38ed61, 0xd565, 0x4728, {0xae, 0xee, 0xc8, 0x09, 0x52, 0xf0, 0xec, 0xde}};
@@ -40,4 +40,4 @@ static_assert(offsetof(VDS_PACK_PROP, ulFlags) == 28);
 static_assert(sizeof(VDS_ASYNC_OUTPUT) == 32);
 static_assert(offsetof(VDS_ASYNC_OUTPUT, ullOutput) == 8);
 
-} // namespace kestro
+} // namespace kestro::library

@@ -15,7 +15,7 @@
 
 #include "kestro.h"
 
-using namespace kestro;
+using namespace kestro::library;
 
 uint8_t KESTRO_CALL MountWimImage(const wchar_t* ImageFilePath, const wchar_t* MountPath,
                                   const wchar_t* LogFilePath, const char* resultFile) noexcept

@@ -4,7 +4,7 @@
 #include "base/ansi_name.h"
 #include "image/servicing_session.h"
 
-namespace kestro {
+namespace kestro::library {
 namespace {
 
 constexpr Step kAddDriverStep = {"DISM_ADDDRIVER", "DismAddDriver Failed. Following error code."};
@@ -86,4 +86,4 @@ Outcome AddImageDriverList(StepReporter& report, const wchar_t* ImagePath,
     return session.End();
 }
 
-} // namespace kestro
+} // namespace kestro::library

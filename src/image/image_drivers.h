@@ -3,7 +3,7 @@
 
 #include "report/step_reporter.h"
 
-namespace kestro {
+namespace kestro::library {
 
 // DriverPath is the path of one INF. An unsigned package is not forced in.
 Outcome AddImageDriver(StepReporter& report, const wchar_t* ImagePath, const wchar_t* DriverPath,
@@ -20,4 +20,4 @@ inline constexpr int kDriverListLength = 8;
 Outcome AddImageDriverList(StepReporter& report, const wchar_t* ImagePath,
                            const wchar_t* const* DriverPaths, const wchar_t* LogFilePath);
 
-} // namespace kestro
+} // namespace kestro::library

@@ -4,7 +4,7 @@
 #include "image/servicing_steps.h"
 #include "report/decimal_text.h"
 
-namespace kestro {
+namespace kestro::library {
 namespace {
 
 constexpr Step kMountStep = {"DISM_MOUNT", "DismMountImage Failed. Following error code."};
@@ -111,4 +111,4 @@ Outcome UnmountImage(StepReporter& report, const wchar_t* MountPath, std::uint32
     return {Outcome::Exit::Success, result};
 }
 
-} // namespace kestro
+} // namespace kestro::library

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-namespace kestro {
+namespace kestro::library {
 
 // Mounts the file's first image, read-write.
 Outcome MountImage(StepReporter& report, const wchar_t* ImageFilePath, const wchar_t* MountPath,
@@ -15,4 +15,4 @@ Outcome MountImage(StepReporter& report, const wchar_t* ImageFilePath, const wch
 Outcome UnmountImage(StepReporter& report, const wchar_t* MountPath, std::uint32_t Flags,
                      const wchar_t* LogFilePath);
 
-} // namespace kestro
+} // namespace kestro::library

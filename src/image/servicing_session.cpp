@@ -3,7 +3,7 @@
 
 #include "image/servicing_steps.h"
 
-namespace kestro {
+namespace kestro::library {
 namespace {
 
 constexpr Step kOpenSessionStep = {"DISM_OPENSESSION",
@@ -69,4 +69,4 @@ Outcome ServicingSession::CleanUp(HRESULT result)
     return {Outcome::Exit::Failure, result};
 }
 
-} // namespace kestro
+} // namespace kestro::library

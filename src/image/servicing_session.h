@@ -8,7 +8,7 @@
 
 #include <dismapi.h>
 
-namespace kestro {
+namespace kestro::library {
 
 // An operation calls the steps in order and leaves by End, or by Exit as soon as a step says false.
 // Nothing is released behind the operation's back: clean-up is a fixed sequence that hosts read in
@@ -43,4 +43,4 @@ class ServicingSession {
     HRESULT failure_ = S_OK;
 };
 
-} // namespace kestro
+} // namespace kestro::library

@@ -9,7 +9,7 @@
 
 #include <dismapi.h>
 
-namespace kestro {
+namespace kestro::library {
 
 inline constexpr Step kInitializeStep = {"DISM_INITIALIZE",
                                          "DismInitialize Failed. Following error code."};
@@ -28,4 +28,4 @@ inline void TraceReturnCode(HRESULT result)
     TracePrintW(L"Return code is: %x\n", static_cast<unsigned>(result));
 }
 
-} // namespace kestro
+} // namespace kestro::library

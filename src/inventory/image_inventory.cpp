@@ -10,7 +10,7 @@
 
 #include <comdef.h>
 
-namespace kestro {
+namespace kestro::library {
 namespace {
 
 constexpr Step kGetDriversStep = {"DISM_GETDRIVERS",
@@ -95,4 +95,4 @@ Outcome QueryImageDriver(StepReporter& report, const wchar_t* ImagePath, const w
     return session.CleanUp(result);
 }
 
-} // namespace kestro
+} // namespace kestro::library

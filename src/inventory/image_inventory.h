@@ -3,7 +3,7 @@
 
 #include "report/step_reporter.h"
 
-namespace kestro {
+namespace kestro::library {
 
 // Lists the out-of-box packages on the console and in the log. Throws what AnsiName throws; the
 // session then stays open.
@@ -23,4 +23,4 @@ inline std::uint8_t QueryReturn(const Outcome& outcome, std::uint8_t formReturn)
                                                   : formReturn;
 }
 
-} // namespace kestro
+} // namespace kestro::library

@@ -7,7 +7,7 @@
 #include <stdio.h>
 #include <wchar.h>
 
-namespace kestro {
+namespace kestro::library {
 
 void TracePrint(const char* format, ...)
 {
@@ -27,4 +27,4 @@ void TracePrintW(const wchar_t* format, ...)
     fflush(stdout);
 }
 
-} // namespace kestro
+} // namespace kestro::library

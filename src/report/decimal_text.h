@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-namespace kestro {
+namespace kestro::library {
 
 // Base ten, no padding, no plus sign: 0x80070002 reads "-2147024894".
 inline std::string ToDecimalText(std::int32_t value)
@@ -12,4 +12,4 @@ inline std::string ToDecimalText(std::int32_t value)
     return std::to_string(value);
 }
 
-} // namespace kestro
+} // namespace kestro::library

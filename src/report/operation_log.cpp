@@ -13,7 +13,7 @@
 
 #include <windows.h>
 
-namespace kestro {
+namespace kestro::library {
 namespace {
 
 // A short text of fixed capacity, ample for six numbers and their separators.
@@ -175,4 +175,4 @@ void OperationLogW::WriteStepW(const char* section, const char* key, const char*
     WriteLastWriteW();
 }
 
-} // namespace kestro
+} // namespace kestro::library

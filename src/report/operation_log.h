@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-namespace kestro {
+namespace kestro::library {
 
 // One call's log on the caller's ResultFile, whose path is borrowed. A narrow call has only the
 // narrow path, a wide call only the wide one.
@@ -48,4 +48,4 @@ class OperationLogW {
     LogRecord record_;
 };
 
-} // namespace kestro
+} // namespace kestro::library

@@ -3,7 +3,7 @@
 
 #include "report/decimal_text.h"
 
-namespace kestro {
+namespace kestro::library {
 
 void StepReporter::LogNumber(std::int32_t number)
 {
@@ -61,4 +61,4 @@ void WideReporter::Write(const char* section, const char* key, const char* value
     log_.WriteStepW(section, key, value);
 }
 
-} // namespace kestro
+} // namespace kestro::library

@@ -9,7 +9,7 @@
 
 #include <windows.h>
 
-namespace kestro {
+namespace kestro::library {
 
 // The status text of a call, which only the write test lets a host see.
 inline constexpr char kStatusText[] = "C";
@@ -85,4 +85,4 @@ inline std::uint8_t WideReturn(const Outcome& outcome)
     return outcome.exit == Outcome::Exit::Success || SUCCEEDED(outcome.result);
 }
 
-} // namespace kestro
+} // namespace kestro::library

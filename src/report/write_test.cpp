@@ -6,7 +6,7 @@
 
 #include <windows.h>
 
-namespace kestro {
+namespace kestro::library {
 
 // Profile names compare without case: STATUS and the stamp's Status are one section of the file.
 
@@ -31,4 +31,4 @@ void WriteTestKeysW(const wchar_t* resultFile) noexcept
     log.AppendLineW(L"This is a test created by Kestro.dll");
 }
 
-} // namespace kestro
+} // namespace kestro::library

@@ -69,45 +69,42 @@ TEST_P(OperationsIn, AFailureTellsItsStepAndCode)
     EXPECT_TRUE(outcome.lastError);
 }
 
-TEST_P(OperationsIn, AQueryLeavesASessionThatCloses)
+TEST_P(OperationsIn, ADetailsQueryIsWhatTheExportIs)
 {
     const Operations kestro = Kestro();
-    ASSERT_TRUE(kestro.AddDriver(Image(), Inf(), NewFiles()).succeeded);
-    {
-        const DriverDetails details = kestro.GetDriverInfo(Image(), L"oem0.inf", NewFiles());
-        ASSERT_TRUE(details.succeeded);
-        ASSERT_TRUE(details.package);
-        EXPECT_EQ(details.package->className, "HIDClass");
-        EXPECT_EQ(details.package->version, "1.3.0.0");
-        EXPECT_EQ(details.package->date, "2016-04-21");
-        EXPECT_EQ(details.package->signature, PackageDetails::Signature::Signed);
-        ASSERT_FALSE(details.devices.empty());
-        EXPECT_TRUE(details.devices[0].hardwareId.starts_with("USB\\VID_"));
-        EXPECT_TRUE(details.session);
-        // Nothing else works while it is open.
-        const Outcome meanwhile = kestro.RemoveDriver(Image(), L"oem0.inf", NewFiles());
-        EXPECT_FALSE(meanwhile.succeeded);
-        EXPECT_EQ(meanwhile.step, "DISM_INITIALIZE");
-    }
-    EXPECT_TRUE(kestro.RemoveDriver(Image(), L"oem0.inf", NewFiles()).succeeded);
-}
+    const Outcome unknown = kestro.GetDriverInfo(Image(), L"oem0.inf", NewFiles());
+    EXPECT_FALSE(unknown.succeeded);
+    EXPECT_FALSE(unknown.certain); // a failed query is told on standard output alone
 
-TEST_P(OperationsIn, AFailedQueryIsToldFromOneThatWorked)
-{
-    const DriverDetails details = Kestro().GetDriverInfo(Image(), L"oem0.inf", NewFiles());
-    EXPECT_FALSE(details.succeeded);
-    ASSERT_TRUE(details.failure);
-    EXPECT_EQ(details.failure->function, "DismGetDriverInfo");
-    EXPECT_EQ(static_cast<std::uint32_t>(details.failure->hresult), 0x80070002u);
-    EXPECT_FALSE(details.session);
-
-    const DriverDetails elsewhere =
-        Kestro().GetDriverInfo(folder_ / L"none", L"oem0.inf", NewFiles());
+    const Outcome elsewhere = kestro.GetDriverInfo(folder_ / L"none", L"oem0.inf", NewFiles());
+    EXPECT_FALSE(elsewhere.succeeded);
+    EXPECT_TRUE(elsewhere.certain);
     ASSERT_TRUE(elsewhere.failure);
     EXPECT_EQ(elsewhere.failure->function, "DismOpenSession");
     EXPECT_EQ(elsewhere.step, "DISM_OPENSESSION");
     // Both closed what they opened.
-    EXPECT_TRUE(Kestro().GetDrivers(Image(), NewFiles()).succeeded);
+    EXPECT_TRUE(kestro.GetDrivers(Image(), NewFiles()).succeeded);
+}
+
+TEST_P(OperationsIn, APathThatTheCodePageCannotHoldIsRefusedBeforeTheCall)
+{
+    const std::wstring hidden = folder_ / L"\u4e2d\u6587.ini";
+    bool called = false;
+    const Operations kestro(TheLibrary(), GetParam(), [&](const auto& call, const auto&) {
+        called = true;
+        call();
+    });
+    const Outcome outcome = kestro.GetDrivers(Image(), {folder_ / L"dism.log", hidden});
+    const bool narrow = GetParam() == Form::Narrow;
+    EXPECT_EQ(outcome.succeeded, !narrow);
+    EXPECT_EQ(called, !narrow);
+    if (narrow) {
+        ASSERT_TRUE(outcome.failure);
+        EXPECT_EQ(outcome.failure->hresult, HRESULT_FROM_WIN32(ERROR_NO_UNICODE_TRANSLATION));
+    }
+    called = false;
+    EXPECT_FALSE(kestro.CleanDisk(L"\\\\?\\NoSuchDisk", {}, hidden).succeeded);
+    EXPECT_FALSE(called);
 }
 
 TEST_P(OperationsIn, AListOfAnyLength)
@@ -147,17 +144,39 @@ TEST_P(OperationsIn, FilesAndDisksOfTheSystem)
     EXPECT_FALSE(clean.failure);
 }
 
-// A disk call may consume an initialisation of COM, but never one that the thread made itself.
+// A disk call may consume an initialisation of COM, but never one that the thread made itself, whatever way
+// out it takes.
 TEST_P(OperationsIn, TheThreadsOwnComStays)
 {
-    ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
-    Kestro().OnlineDisk(L"\\\\?\\NoSuchDisk");
-    Kestro().CleanDisk(L"\\\\?\\NoSuchDisk", {}, folder_ / L"clean.ini");
-    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_FALSE);
-    CoUninitialize();
-    CoUninitialize();
-    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
-    CoUninitialize();
+    for (const DWORD apartment : {COINIT_MULTITHREADED, COINIT_APARTMENTTHREADED}) {
+        ASSERT_EQ(CoInitializeEx(nullptr, apartment), S_OK);
+        const auto expectInitialised = [&] {
+            EXPECT_EQ(CoInitializeEx(nullptr, apartment), S_FALSE);
+            CoUninitialize();
+        };
+        Kestro().OnlineDisk(L"\\\\?\\NoSuchDisk");
+        expectInitialised();
+        Kestro().CleanDisk(L"\\\\?\\NoSuchDisk", {}, folder_ / L"clean.ini");
+        expectInitialised();
+        Kestro().CleanDisk(L"\\\\?\\NoSuchDisk", {}, folder_ / L"no such folder/clean.ini");
+        expectInitialised();
+        CoUninitialize();
+        // And nothing is left behind.
+        EXPECT_EQ(CoInitializeEx(nullptr, apartment), S_OK);
+        CoUninitialize();
+    }
+}
+
+TEST_P(OperationsIn, AFailureWhoseReportCannotBeWrittenIsNoSuccess)
+{
+    const Files files{folder_ / L"dism.log", folder_ / L"no such folder/result.ini"};
+    EXPECT_FALSE(Kestro().Mount(folder_ / L"none.wim", Image(), files).succeeded);
+    DriverBatch batch;
+    batch.Add(folder_ / L"none.inf");
+    const DriverListOutcome list = Kestro().AddDrivers(Image(), batch, files);
+    ASSERT_EQ(list.packages.size(), 1u);
+    EXPECT_FALSE(list.packages[0].added);
+    EXPECT_FALSE(list.packages[0].certain);
 }
 
 TEST_P(OperationsIn, WriteTestReadsBack)

@@ -30,10 +30,22 @@ LIST = validator("operations")
 
 HID = r"D:\drivers\kestrohid.inf"
 DISK, MISSING = r"\\?\PhysicalDrive1", r"\\?\PhysicalDrive9"
-COMMANDS = {"mount", "unmount", "driver add", "driver remove", "driver list", "driver info",
-            "disk clean", "disk online", "disk offline", "inf install", "selftest", "result"}
+COMMANDS = {"inject", "image list", "mount", "unmount", "mounts", "driver add", "driver remove",
+            "driver list", "driver info", "driver export", "disk list", "disk clean", "disk online", "disk offline", "inf install", "selftest", "result"}
+
+# They only say how things are.
+NEVER_FAIL = {"mounts", "disk-list"}
 
 OPERATIONS = [
+    ["image", "list", r"D:\install.wim"],
+    ["image", "list", r"D:\missing.wim"],
+    ["inject", r"D:\install.wim", HID, "--dry-run"],
+    ["inject", r"D:\install.wim", r"D:\unsigned"],
+    ["inject", r"D:\missing.wim", HID],
+    ["mount", r"D:\install.wim", r"D:\mount", "--read-only"],
+    ["mount", r"D:\install.wim", r"D:\mount", "--read-only"],
+    ["mounts"],
+    ["unmount", r"D:\mount", "--discard"],
     ["mount", r"D:\install.wim", r"D:\mount", "--result", r"D:\mount.ini"],
     ["mount", r"D:\missing.wim", r"D:\mount", "--wide", "--result", r"D:\failed.ini"],
     ["result", r"D:\mount.ini"],
@@ -45,6 +57,11 @@ OPERATIONS = [
     ["driver", "add", r"D:\nowhere", r"D:\drivers"],
     ["driver", "list", r"D:\mount"],
     ["driver", "list", r"D:\nowhere"],
+    ["driver", "list", r"D:\mount", "--all", "--long"],
+    ["driver", "list", r"D:\nowhere", "--long"],
+    ["driver", "export", r"D:\mount", "oem0.inf", r"D:\exported"],
+    ["driver", "export", r"D:\nowhere", "all", r"D:\exported"],
+    ["driver", "export", r"D:\mount", "oem99.inf", r"D:\exported"],
     ["driver", "info", r"D:\mount", "oem0.inf"],
     ["driver", "info", r"D:\mount", HID],
     ["driver", "info", r"D:\mount", "oem99.inf"],
@@ -52,6 +69,7 @@ OPERATIONS = [
     ["driver", "remove", r"D:\mount", "oem0.inf", "--wide"],
     ["unmount", r"D:\mount", "--discard"],
     ["unmount", r"D:\mount", "--commit"],
+    ["disk", "list"],
     ["disk", "clean", DISK, "--yes"],
     ["disk", "clean", DISK],
     ["disk", "offline", DISK],
@@ -101,7 +119,8 @@ class Output(unittest.TestCase):
         for document in self.documents:
             with self.subTest(command=document["command"]):
                 self.assertIn((kind(document), True), seen, self.errors)
-                self.assertIn((kind(document), False), seen, self.errors)
+                if kind(document) not in NEVER_FAIL:
+                    self.assertIn((kind(document), False), seen, self.errors)
 
     def test_what_the_exit_code_says_of_the_document(self):
         codes = set()
@@ -120,8 +139,8 @@ class Output(unittest.TestCase):
     def test_a_document_that_kestro_does_not_print_is_not_valid(self):
         kinds = {}
         for document in self.documents:
-            kinds[kind(document), document["succeeded"], "calls" in document] = document
-        for (part_name, _, _), document in kinds.items():
+            kinds[kind(document), document["succeeded"], "calls" in document, "form" in document] = document
+        for (part_name, *_), document in kinds.items():
             part = validator("output", part_name)
             part.validate(document)
             for change, changed in changes(document):
@@ -132,7 +151,8 @@ class Output(unittest.TestCase):
 def kind(document):
     """The schema's name for it."""
     command = document["command"]
-    return "disk" if command.startswith("disk") else command.replace(" ", "-")
+    one = command in ("disk clean", "disk online", "disk offline")
+    return "disk" if one else command.replace(" ", "-")
 
 
 def changes(document):

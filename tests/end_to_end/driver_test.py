@@ -138,6 +138,71 @@ class RealPackages(DriverCase):
         self.assertEqual(self.listed(), {})
 
 
+class Details(DriverCase):
+    """What the servicing API is asked itself for."""
+
+    def document(self, *arguments, exit_code=0):
+        self.assertEqual(self.exit_code("driver", *arguments, "--json"), exit_code, self.output + self.errors)
+        return json.loads(self.output)
+
+    def test_a_long_list_of_everything(self):
+        self.driver("add", *self.packages)
+        listed = self.document("list", self.mounted, "--all", "--long")["packages"]
+        names = ["oem%d.inf" % i for i in range(len(INFS))]
+        self.assertEqual([package["published_name"] for package in listed], [*names, "usb.inf"])
+        self.assertEqual([package["in_box"] for package in listed], [False] * len(names) + [True])
+        hid = next(package for package in listed if package["original_file"].endswith("\\tidepoolhid.inf"))
+        for key, value in {"class": "HIDClass", "provider": "Tidepool", "date": "2016-04-21",
+                           "version": "1.3.0.0", "signature": "signed", "boot_critical": False,
+                           "class_guid": "{745a17a0-74d3-11d0-b6fe-00a0c90f57da}",
+                           "catalog": "tidepoolhid.cat"}.items():
+            self.assertEqual(hid[key], value, key)
+        self.assertEqual(self.exit_code("driver", "list", self.mounted, "--long"), 0, self.errors)
+        lines = self.output.splitlines()
+        self.assertRegex(lines[0], "^NAME +CLASS +PROVIDER +DATE +VERSION +BOOT +SIGNATURE +FILE$")
+        self.assertEqual(len(lines), len(names) + 2)
+        column = lines[0].index("PROVIDER")
+        for line in lines[1:-1]:
+            self.assertEqual((line[column - 1], line[column] != " "), (" ", True), line)
+
+    def test_numbers_are_sorted_by_value(self):
+        for number in (10, 9, 2):
+            self.write("mount/Windows/INF/oem%d.inf" % number, self.read("packages/tidepoolhid.inf"))
+        listed = self.document("list", self.mounted, "--long")["packages"]
+        self.assertEqual([package["published_name"] for package in listed],
+                         ["oem2.inf", "oem9.inf", "oem10.inf"])
+
+    def test_a_package_comes_out_as_it_went_in(self):
+        self.driver("add", *self.packages)
+        exported = self.document("export", self.mounted, "all", self.path("out"))["packages"]
+        self.assertEqual([package["exported"] for package in exported], [True] * len(INFS))
+        for inf in INFS:
+            folder = os.path.join("out", inf[:-len(".inf")])
+            self.assertEqual(self.read(folder, inf), self.read("packages", inf))
+            for path in payload(self.path("packages", inf)):
+                copied = self.path(folder, path)
+                if os.path.exists(copied):  # the other architecture's stay behind
+                    self.assertEqual(self.read(folder, path), self.read("packages", path))
+            self.assertEqual([name for name in os.listdir(self.path("out")) if "unfinished" in name], [])
+        # What came out goes in again.
+        self.write("offline/Windows/System32/config/DRIVERS", minimal_hive())
+        os.makedirs(self.path("offline/Windows/INF"))
+        self.kestro("driver", "add", self.path("offline"), self.path("out"))
+        self.assertEqual(len(self.document("list", self.path("offline"))["packages"]), len(INFS))
+
+    def test_an_export_overwrites_nothing(self):
+        self.driver("add", self.packages[0])
+        self.write("out/%s/mine.txt" % INFS[0][:-len(".inf")], "mine")
+        self.assertEqual(self.exit_code("driver", "export", self.mounted, "oem0.inf", self.path("out")), 2)
+        self.assertIn("exists already", self.errors)
+        self.assertEqual(os.listdir(self.path("out", INFS[0][:-len(".inf")])), ["mine.txt"])
+        for name in ("oem7.inf", "usb.inf"):
+            self.assertEqual(self.exit_code("driver", "export", self.mounted, name, self.path("other")), 2)
+            self.assertFalse(os.path.exists(self.path("other")))
+        self.assertEqual(self.document("export", self.path("none"), "all", self.path("other"), exit_code=1)
+                         ["failure"]["function"], "DismOpenSession")
+
+
 class Refusals(DriverCase):
     def refused(self, *arguments):
         before = sha256(self.image)

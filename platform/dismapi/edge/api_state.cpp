@@ -68,13 +68,21 @@ const std::string& LastError()
     return t_lastError;
 }
 
-Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData)
+Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData, HANDLE cancelEvent)
 {
-    if (callback == nullptr)
+    if (callback == nullptr && cancelEvent == nullptr)
         return {};
+    if (cancelEvent != nullptr) {
+        const DWORD state = WaitForSingleObject(cancelEvent, 0);
+        if (state == WAIT_FAILED)
+            Refuse(code::invalid_parameter, "the cancel event is no event");
+        if (state == WAIT_OBJECT_0)
+            Refuse(code::cancelled, "the caller has ended the call before it began");
+    }
     return [=](unsigned current, unsigned total) {
-        callback(current, total, userData);
-        return true;
+        if (callback != nullptr)
+            callback(current, total, userData);
+        return cancelEvent == nullptr || WaitForSingleObject(cancelEvent, 0) != WAIT_OBJECT_0;
     };
 }
 
@@ -93,6 +101,15 @@ MountWay MountWayOf(DWORD flags)
     return MountWay::Any;
 }
 
+std::string MountDirectory(PCWSTR mountPath)
+{
+    if (mountPath == nullptr || mountPath[0] == 0)
+        Refuse(code::invalid_parameter, "the mount directory is missing");
+    if (auto path = FindHostPath(mountPath))
+        return *path;
+    Refuse(code::directory_missing, "there is no directory " + Utf8(mountPath));
+}
+
 CommitOptions CommitOptionsOf(DWORD flags)
 {
     constexpr DWORD known = DISM_COMMIT_GENERATE_INTEGRITY | DISM_COMMIT_APPEND;
@@ -103,12 +120,6 @@ CommitOptions CommitOptionsOf(DWORD flags)
     CommitOptions options;
     options.integrity = (flags & DISM_COMMIT_GENERATE_INTEGRITY) != 0;
     return options;
-}
-
-void RefuseCancelEvent(HANDLE cancelEvent)
-{
-    if (cancelEvent != nullptr)
-        Refuse(code::not_supported, "cancelling by an event is not supported");
 }
 
 } // namespace kestro::servicing

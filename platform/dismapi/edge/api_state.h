@@ -53,17 +53,18 @@ const std::string& LastError();
     throw ServicingError(code, reason);
 }
 
-// A progress callback as the engine calls it; empty when there is none.
-Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData);
+// A caller's progress callback and cancel event as the engine asks them; empty when there is neither. An event
+// that is set already ends the call before it has begun, and what is no event is refused.
+Progress ProgressOf(DISM_PROGRESS_CALLBACK callback, void* userData, HANDLE cancelEvent);
 
 // How an image that is mounted with these flags comes into its directory, by KESTRO_MOUNT in the
 // program's environment: "lazy", "extract" or neither. Who asks for a quick mount gets no slow one.
 MountWay MountWayOf(DWORD flags);
 
+// The directory to mount into, to unmount or to mount again; one whose parent is missing is missing too.
+std::string MountDirectory(PCWSTR mountPath);
+
 // What a commit's flags ask for. Flags that ask for nothing known, or for a discard, are refused.
 CommitOptions CommitOptionsOf(DWORD flags);
-
-// Cancelling is not supported: a call that asks for it is refused instead of never being cancelled.
-void RefuseCancelEvent(HANDLE cancelEvent);
 
 } // namespace kestro::servicing

@@ -4,6 +4,7 @@
 #include "driver_store.h"
 #include "file_system.h"
 #include "inf_package.h"
+#include "record_block.h"
 
 #include <filesystem>
 
@@ -163,7 +164,7 @@ extern "C" HRESULT WINAPI DismGetDriverInfo(DismSession session, PCWSTR driverPa
 extern "C" HRESULT WINAPI DismDelete(void* structure)
 {
     return Serve("DismDelete", [&](ApiState&) -> HRESULT {
-        if (!DeleteRecords(structure))
+        if (!TakeBack(structure))
             Refuse(code::invalid_parameter, "this is no memory that the API handed out");
         return S_OK;
     });

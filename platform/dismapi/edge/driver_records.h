@@ -19,13 +19,8 @@ struct PackageInfo {
     DriverPackage package;
 };
 
-// Each result is one block of memory, records first and their texts behind them, which the caller
-// gives back with DismDelete. No text is null.
+// No text is null. The caller gives each result back with DismDelete.
 DismDriverPackage* MakePackageRecords(const std::vector<PackageInfo>& packages);
 DismDriver* MakeDriverRecords(const DriverPackage& package, Architecture architecture);
-DismString* MakeString(const std::string& text);
-
-// False for memory that did not come from here or was given back already.
-bool DeleteRecords(void* records);
 
 } // namespace kestro::servicing

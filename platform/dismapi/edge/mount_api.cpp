@@ -1,20 +1,11 @@
 // mount_api.cpp - initialising and shutting down, mounting and unmounting.
 #include "api_state.h"
 #include "file_system.h"
+#include "termination.h"
 
 using namespace kestro::servicing;
 
 namespace {
-
-// The directory to mount into or to unmount; one whose parent is missing is missing too.
-std::string MountDirectory(PCWSTR mountPath)
-{
-    if (mountPath == nullptr || mountPath[0] == 0)
-        Refuse(code::invalid_parameter, "the mount directory is missing");
-    if (auto path = FindHostPath(mountPath))
-        return *path;
-    Refuse(code::directory_missing, "there is no directory " + Utf8(mountPath));
-}
 
 MountRequest RequestOf(PCWSTR imageFile, PCWSTR mountPath, UINT index, PCWSTR name,
                        DismImageIdentifier identifier, DWORD flags)
@@ -57,6 +48,7 @@ extern "C" HRESULT WINAPI DismInitialize(DismLogLevel level, PCWSTR logFile, PCW
         const auto path =
             logFile != nullptr && logFile[0] != 0 ? FindHostPath(logFile) : DefaultLogFile();
         state.log = PlatformLog(path.value_or(""), static_cast<LogLevel>(level));
+        PassOnTermination();
         state.initialized = true;
         state.log.Info("the embedded servicing API is initialised");
         return S_OK;
@@ -81,9 +73,8 @@ extern "C" HRESULT WINAPI DismMountImage(PCWSTR imageFile, PCWSTR mountPath, UIN
                                          PVOID userData)
 {
     return ServeInitialized("DismMountImage", [&](ApiState& state) -> HRESULT {
-        RefuseCancelEvent(cancelEvent);
         state.Images().Mount(RequestOf(imageFile, mountPath, index, name, identifier, flags),
-                             ProgressOf(progress, userData));
+                             ProgressOf(progress, userData, cancelEvent));
         return S_OK;
     });
 }
@@ -92,7 +83,6 @@ extern "C" HRESULT WINAPI DismUnmountImage(PCWSTR mountPath, DWORD flags, HANDLE
                                            DISM_PROGRESS_CALLBACK progress, PVOID userData)
 {
     return ServeInitialized("DismUnmountImage", [&](ApiState& state) -> HRESULT {
-        RefuseCancelEvent(cancelEvent);
         const std::string directory = MountDirectory(mountPath);
         for (const auto& [handle, session] : state.sessions)
             if (session.root == directory)
@@ -102,7 +92,7 @@ extern "C" HRESULT WINAPI DismUnmountImage(PCWSTR mountPath, DWORD flags, HANDLE
             state.Images().Discard(directory);
         else
             state.Images().CommitAndUnmount(directory, CommitOptionsOf(flags),
-                                            ProgressOf(progress, userData));
+                                            ProgressOf(progress, userData, cancelEvent));
         return S_OK;
     });
 }

@@ -62,12 +62,12 @@ extern "C" HRESULT WINAPI DismCommitImage(DismSession session, DWORD flags, HAND
                                           DISM_PROGRESS_CALLBACK progress, PVOID userData)
 {
     return ServeInitialized("DismCommitImage", [&](ApiState& state) -> HRESULT {
-        RefuseCancelEvent(cancelEvent);
         const Session& open = state.Find(session);
         const CommitOptions options = CommitOptionsOf(flags);
+        const Progress watch = ProgressOf(progress, userData, cancelEvent);
         open.drivers->Save();
         // Changes to a directory that is no mount are saved already.
-        if (!state.Images().Commit(open.root, options, ProgressOf(progress, userData)))
+        if (!state.Images().Commit(open.root, options, watch))
             state.log.Info(open.root + " is no mounted image; there is nothing to save");
         return S_OK;
     });

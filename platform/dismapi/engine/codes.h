@@ -31,7 +31,7 @@ inline constexpr Code disk_full = CodeOf(0x80070070);
 inline constexpr Code invalid_name = CodeOf(0x8007007B);
 inline constexpr Code unexpected = CodeOf(0x8000FFFF);
 
-inline constexpr Code cancelled = CodeOf(0x800704C7);
+inline constexpr Code cancelled = CodeOf(0x800704D3);
 inline constexpr Code bad_hive = CodeOf(0x800703F1);
 
 // SetupAPI's.
@@ -56,6 +56,7 @@ inline constexpr Code open_session_handles = CodeOf(0xC0040003);
 inline constexpr Code invalid_session = CodeOf(0xC0040004);
 inline constexpr Code invalid_image_name = CodeOf(0xC0040006);
 inline constexpr Code open_handles_at_unmount = CodeOf(0xC004000A);
+inline constexpr Code open_handles_at_remount = CodeOf(0xC004000C);
 inline constexpr Code image_index_missing = CodeOf(0xC1510113);
 inline constexpr Code needs_remount = CodeOf(0xC1510114);
 
@@ -72,6 +73,7 @@ inline constexpr Code cannot_commit_partial = CodeOf(0xC142011D);
 inline constexpr Code image_file_changed = CodeOf(0xC1420122);
 inline constexpr Code image_mounted = CodeOf(0xC1420126);
 inline constexpr Code image_mounted_read_write = CodeOf(0xC1420127);
+inline constexpr Code split_image = CodeOf(0xC1420130);
 inline constexpr Code compression_not_mountable = CodeOf(0xC142013C);
 
 } // namespace code

@@ -74,6 +74,8 @@ class ImageStore {
     // Puts a mount back that a restart took, with its changes. A directory that is no mount, or a mount
     // that is whole, is left alone.
     void PutBack(const std::string& directory);
+    // Drops the mounts that are invalid, and the records that cannot be read.
+    void ClearAwayInvalid();
 
   private:
     MountEntry Find(const std::string& directory) const;
@@ -82,6 +84,7 @@ class ImageStore {
     void MountLazily(MountEntry& entry);
     MountInfo Describe(const MountEntry& entry) const;
     void PutBack(MountEntry& entry);
+    void Forget(const std::string& directory);
     void RenewLayers(MountEntry& entry);
     void SaveTakenOff(MountEntry& entry, const CommitOptions& options, const Progress& progress);
     void TakeDown(MountEntry& entry);

@@ -487,4 +487,27 @@ FileDescriptor MountRegistry::Lock() const
     return lock;
 }
 
+void MountRegistry::RemoveDamaged() const
+{
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder_, error)) {
+        const std::string file = entry.path() / "record.json";
+        if (!Exists(file))
+            continue;
+        const FileDescriptor lock = OpenLock(entry.path() / "lock");
+        if (flock(lock.Get(), LOCK_EX | LOCK_NB) != 0)
+            continue; // somebody works on it
+        try {
+            RequireOwnLayers(entry.path(), Load(file));
+        } catch (const ServicingError& damaged) {
+            if (damaged.GetCode() != code::not_a_valid_mount)
+                throw;
+            log_.Warning(std::string(damaged.what()) + "; it is removed");
+            unlink(file.c_str());
+        }
+    }
+    // Which clears away the folders of those that have none.
+    Lock();
+}
+
 } // namespace kestro::servicing

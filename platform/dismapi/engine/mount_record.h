@@ -118,6 +118,8 @@ class MountRegistry {
     // Held while a mount is decided on, so that two do not take the same directory. Clears away what
     // killed processes left of mounts that never began or are over.
     FileDescriptor Lock() const;
+    // Removes the records that are damaged, with what belongs to them.
+    void RemoveDamaged() const;
 
   private:
     // Calls with each record and its folder until the call says true. A record that is damaged is left

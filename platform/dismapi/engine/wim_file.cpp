@@ -45,6 +45,7 @@ Code CodeOfWimError(int error, int systemError)
         return code::image_file_read_only;
     case WIMLIB_ERR_IS_SPLIT_WIM:
     case WIMLIB_ERR_SPLIT_INVALID:
+        return code::split_image;
     case WIMLIB_ERR_UNSUPPORTED:
     case WIMLIB_ERR_UNSUPPORTED_FILE:
     case WIMLIB_ERR_WIM_IS_ENCRYPTED:
@@ -188,6 +189,23 @@ unsigned WimFile::FindImage(const std::string& name) const
             return index;
     }
     throw ServicingError(code::invalid_image_name, path_ + " holds no image named " + name);
+}
+
+unsigned WimFile::ImageCount() const
+{
+    return Info().image_count;
+}
+
+unsigned WimFile::BootIndex() const
+{
+    return Info().boot_index;
+}
+
+std::string WimFile::Property(unsigned index, const std::string& name) const
+{
+    const char* const value =
+        wimlib_get_image_property(wim_.get(), static_cast<int>(index), name.c_str());
+    return value != nullptr ? value : "";
 }
 
 bool WimFile::IsMarkedReadOnly() const

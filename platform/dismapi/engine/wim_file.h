@@ -48,6 +48,11 @@ class WimFile {
     // Images are counted from 1.
     void RequireImage(unsigned index) const;
     unsigned FindImage(const std::string& name) const;
+    unsigned ImageCount() const;
+    // The image that the file is booted from; 0 without one.
+    unsigned BootIndex() const;
+    // A value of the image's XML data ("WINDOWS/ARCH"); empty without one.
+    std::string Property(unsigned index, const std::string& name) const;
     bool IsMarkedReadOnly() const;
     unsigned long long TotalBytes() const;
 

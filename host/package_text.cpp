@@ -1,0 +1,35 @@
+// package_text.cpp - a driver package's details as the host shows them.
+#include "package_text.h"
+
+namespace kestro::host {
+
+const char* NameOf(PackageDetails::Signature signature)
+{
+    switch (signature) {
+    case PackageDetails::Signature::Signed:
+        return "signed";
+    case PackageDetails::Signature::Unsigned:
+        return "unsigned";
+    case PackageDetails::Signature::Unknown:
+        break;
+    }
+    return "unknown";
+}
+
+nlohmann::json ToJson(const PackageDetails& package)
+{
+    return {{"published_name", package.publishedName},
+            {"original_file", package.originalFileName},
+            {"catalog", package.catalogFile},
+            {"class", package.className},
+            {"class_guid", package.classGuid},
+            {"class_description", package.classDescription},
+            {"provider", package.provider},
+            {"date", package.date},
+            {"version", package.version},
+            {"in_box", package.inBox},
+            {"boot_critical", package.bootCritical},
+            {"signature", NameOf(package.signature)}};
+}
+
+} // namespace kestro::host

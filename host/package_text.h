@@ -1,0 +1,11 @@
+// package_text.h - a driver package's details as the host shows them.
+#pragma once
+
+#include "output.h"
+
+namespace kestro::host {
+
+const char* NameOf(PackageDetails::Signature signature);
+nlohmann::json ToJson(const PackageDetails& package);
+
+} // namespace kestro::host

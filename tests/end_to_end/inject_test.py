@@ -1,0 +1,222 @@
+"""kestro inject: driver packages into the images of a file in one command; wimlib-imagex looks at what came
+of it."""
+
+import glob
+import json
+import os
+import signal
+import subprocess
+import time
+import unittest
+
+from driver_package import make_packages, minimal_hive
+from kestro_case import HANG, KestroCase, sha256
+
+PUBLISHED = "/Windows/INF/oem0.inf"
+# What the platform knows of each mount.
+RECORDS = os.path.join(os.environ["WINEPREFIX"], "drive_c/ProgramData/Kestro/Mounts/*/record.json")
+
+
+class InjectCase(KestroCase):
+    """boot.wim as installation media have it. What boots is the second image."""
+
+    def setUp(self):
+        super().setUp()
+        self.packages = make_packages(self.path("packages"))
+        self.image = self.make_image(2)
+        self.scratch = self.path("scratch")
+        os.makedirs(self.scratch)
+
+    def make_image(self, count, extra=None):
+        image = self.path("boot.wim")
+        for number in range(1, count + 1):
+            tree = "tree%d" % number
+            self.write(tree + "/Windows/System32/config/DRIVERS", minimal_hive())
+            self.write(tree + "/Windows/only%d.txt" % number, "image %d\r\n" % number)
+            os.makedirs(self.path(tree, "Windows/INF"))
+            if extra:
+                self.write(tree + "/Windows/large.bin", extra)
+            self.wimlib("append" if os.path.exists(image) else "capture", self.path(tree), image,
+                        "Image %d" % number, "--image-property=WINDOWS/ARCH=9")
+        return image
+
+    def inject(self, *arguments, exit_code=0):
+        code = self.exit_code("inject", self.image, *arguments, "--scratch", self.scratch, "--json")
+        self.assertEqual(code, exit_code, self.output + self.errors)
+        self.check_nothing_is_mounted()
+        return json.loads(self.output)
+
+    def check_nothing_is_mounted(self):
+        self.assertEqual(os.listdir(self.scratch), [])
+        for record in glob.glob(RECORDS):
+            with open(record, encoding="utf-8") as stream:
+                self.assertNotIn(self.folder, stream.read())
+        self.assertEqual([name for name in os.listdir(self.folder) if name.startswith("boot.wim")], ["boot.wim"])
+
+    @staticmethod
+    def states(document, image=0):
+        return [package["state"] for package in document["images"][image]["packages"]]
+
+    def infs_in(self, index):
+        return [path for path in self.paths_in(self.image, index) if path.lower().startswith("/windows/inf/oem")]
+
+
+class Injects(InjectCase):
+    def test_the_second_image_of_installation_media(self):
+        document = self.inject(self.packages[0], "--index", "2")
+        self.assertEqual(document["images"][0]["index"], 2)
+        self.assertEqual(self.states(document), ["added"])
+        self.assertEqual(document["images"][0]["packages"][0]["published_name"], "oem0.inf")
+        self.assertTrue(document["images"][0]["saved"])
+        self.verify(self.image)
+        self.assertEqual(self.infs_in(1), [])
+        self.assertEqual(self.file_in(self.image, PUBLISHED, 2), self.read(
+            "packages", os.path.basename(self.packages[0])))
+
+
+    def test_every_image_and_every_package_of_a_folder(self):
+        document = self.inject(self.path("packages"), "--index", "all")
+        count = len(self.packages)
+        self.assertEqual([image["name"] for image in document["images"]], ["Image 1", "Image 2"])
+        for image in (0, 1):
+            self.assertEqual(self.states(document, image), ["added"] * count)
+        self.assertEqual(document["summary"]["added"], 2 * count)
+        self.verify(self.image)
+        for index in (1, 2):
+            self.assertEqual(len(self.infs_in(index)), count)
+
+    def test_the_first_image_without_a_choice_and_by_name(self):
+        self.inject(self.packages[0])
+        self.assertEqual((len(self.infs_in(1)), len(self.infs_in(2))), (1, 0))
+        self.inject(self.packages[0], "--index", "image 2")
+        self.assertEqual(len(self.infs_in(2)), 1)
+
+    def test_what_is_there_already_is_not_added_again(self):
+        self.inject(self.packages[0], "--index", "2")
+        before = sha256(self.image)
+        document = self.inject(self.packages[0], "--index", "2")
+        self.assertEqual(self.states(document), ["already there"])
+        self.assertFalse(document["images"][0]["saved"])
+        self.assertEqual(sha256(self.image), before)
+
+    def test_a_dry_run_says_the_same_and_changes_nothing(self):
+        os.remove(self.path("packages", os.path.basename(self.packages[1]).replace(".inf", ".cat")))
+        before = sha256(self.image)
+        tried = self.inject(self.path("packages"), "--index", "all", "--dry-run")
+        self.assertEqual(sha256(self.image), before)
+        self.assertFalse(tried["images"][0]["saved"])
+        done = self.inject(self.path("packages"), "--index", "all")
+        self.assertEqual([self.states(tried, i) for i in (0, 1)], [self.states(done, i) for i in (0, 1)])
+
+    def test_the_wide_form_does_the_same(self):
+        self.inject(self.path("packages"), "--wide")
+        self.assertEqual(len(self.infs_in(1)), len(self.packages))
+
+    def test_for_people(self):
+        code = self.exit_code("inject", self.image, self.packages[0], "--index", "2", "--scratch", self.scratch)
+        self.assertEqual(code, 0, self.errors)
+        self.assertIn("image 2, Image 2", self.output)
+        self.assertRegex(self.output, r"(?m)^  added +\S+%s as oem0\.inf\r?$" % os.path.basename(self.packages[0]))
+        self.assertIn("1 image: 1 added, 0 already there, 0 skipped, 0 failed", self.output)
+
+
+class SkipsAndFailures(InjectCase):
+    def reasons(self, document):
+        return {os.path.basename(package["inf"].replace("\\", "/")): (package["state"], package["reason"])
+                for package in document["images"][0]["packages"]}
+
+    def test_skips_say_why_and_are_no_failure(self):
+        inf = self.read("packages/tidepoolhid.inf").replace(b"NTamd64", b"NTarm64").replace(b"NTAMD64", b"NTarm64")
+        self.write("arm/device.inf", inf)
+        names = [os.path.basename(inf) for inf in self.packages]
+        os.remove(self.path("packages", "ftdibus.cat"))
+        os.remove(self.path("packages/amd64/ftser2k.sys"))
+        document = self.inject(self.path("packages"), self.path("arm"))
+        reasons = self.reasons(document)
+        self.assertEqual(reasons["ftdibus.inf"], ("skipped", "unsigned"))
+        self.assertEqual(reasons["ftdiport.inf"], ("skipped", "a file of it is missing"))
+        self.assertEqual(reasons["device.inf"][0], "skipped")
+        self.assertRegex(reasons["device.inf"][1], r"^for another architecture \(.*arm64.*\)$")
+        self.assertEqual(document["summary"]["failed"], 0)
+        self.assertEqual(document["summary"]["added"], len(names) - 2)
+
+    def test_a_broken_package_is_a_failure_and_the_others_go_in(self):
+        self.write("packages/broken.inf", "this is no INF\r\n")
+        document = self.inject(self.path("packages"), exit_code=1)
+        self.assertEqual(self.reasons(document)["broken.inf"][0], "failed")
+        self.assertEqual(document["summary"]["added"], len(self.packages))
+        self.assertEqual(len(self.infs_in(1)), len(self.packages))
+
+    def test_nothing_that_fits_is_no_success(self):
+        make_packages(self.path("arm"), "raspberrypi")
+        before = sha256(self.image)
+        document = self.inject(self.path("arm"), exit_code=1)
+        self.assertFalse(document["succeeded"])
+        self.assertIn("no package fits", self.errors)
+        self.assertEqual(sha256(self.image), before)
+
+    def test_an_image_without_windows(self):
+        os.makedirs(self.path("empty"))
+        self.wimlib("append", self.path("empty"), self.image, "Empty")
+        document = self.inject(self.packages[0], "--index", "all", exit_code=1)
+        self.assertEqual([bool(image["error"]) for image in document["images"]], [False, False, True])
+        self.assertEqual(self.states(document, 2), ["not tried"])
+        self.assertEqual(len(self.infs_in(2)), 1)
+
+    def test_bad_arguments(self):
+        before = sha256(self.image)
+        for arguments, named in (([self.path("none.inf")], "none.inf"), ([self.scratch], "no INF file"),
+                                 ([self.packages[0], "--index", "3"], "no image 3")):
+            self.assertEqual(self.exit_code("inject", self.image, *arguments), 2, self.output + self.errors)
+            self.assertIn(named, self.errors)
+        self.assertEqual(self.exit_code("inject", self.image, self.packages[0], "--scratch", self.path("none")), 2)
+        self.assertEqual(self.exit_code("inject", self.path("none.wim"), self.packages[0]), 1)
+        self.assertIn("0x80070002", self.errors)
+        self.assertEqual(sha256(self.image), before)
+
+
+class Interruptions(InjectCase):
+    """The request to end comes at a moment that the program itself announces."""
+
+    def start_inject(self):
+        process = subprocess.Popen(
+            self.command("inject", self.image, self.path("packages"), "--index", "all", "--scratch", self.scratch),
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.stderr.close)
+        self.addCleanup(process.kill)
+        return process
+
+    def wait_until(self, condition):
+        end = time.monotonic() + HANG
+        while not condition():
+            self.assertLess(time.monotonic(), end)
+            time.sleep(0.02)
+
+    def test_interrupted_while_an_image_is_mounted(self):
+        for request in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(request=request):
+                process = self.start_inject()
+                self.wait_until(lambda: any(os.listdir(os.path.join(self.scratch, name))
+                                            for name in os.listdir(self.scratch)) or process.poll() is not None)
+                process.send_signal(request)
+                output, errors = process.communicate(timeout=HANG)
+                self.assertEqual(process.returncode, 5, output + errors)
+                self.assertIn("interrupted", errors)
+                self.check_nothing_is_mounted()
+                self.verify(self.image)
+
+    def test_interrupted_as_soon_as_it_runs(self):
+        process = self.start_inject()
+        self.assertIn("image 1", process.stdout.readline())
+        process.send_signal(signal.SIGINT)
+        output, errors = process.communicate(timeout=HANG)
+        self.assertEqual(process.returncode, 5, output + errors)
+        self.check_nothing_is_mounted()
+        self.assertEqual(self.infs_in(2), [])
+        # Afterwards everything works.
+        self.inject(self.path("packages"), "--index", "all")
+
+
+if __name__ == "__main__":
+    unittest.main()
