@@ -5,6 +5,7 @@
 #include "targets.h"
 #include "tree_state.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace kestro::fuzz {

@@ -3,6 +3,8 @@
 #include "interrupt.h"
 #include "session.h"
 
+#include <algorithm>
+
 namespace kestro::host {
 namespace {
 

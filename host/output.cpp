@@ -4,6 +4,7 @@
 #include "interrupt.h"
 #include "result_codes.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include <io.h>

@@ -21,7 +21,7 @@ std::wstring LibraryPath(const Options& options)
 }
 
 // A library stays loaded for the whole run: Wine cannot load a native half like DismApi.dll's twice.
-const Library& Loaded(const std::wstring& path)
+const Library& Loaded(std::wstring path)
 {
     static std::map<std::wstring, Library> libraries;
     return libraries.try_emplace(path, path).first->second;

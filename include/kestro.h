@@ -314,7 +314,7 @@ KESTRO_API int32_t KESTRO_CALL OfflineDisk(const wchar_t* diskName) KESTRO_NOEXC
 
 /*
  * InfInstall - installs a driver package on the running system, unforced and without asking whether a
- * restart is needed.
+ * restart is needed: the system may put up its own restart dialog, and the call then waits for the answer.
  *
  *   infPath        full path of the package's INF file
  *

@@ -3,6 +3,7 @@
 #define KESTRO_OPERATIONS_HPP
 
 #include "../kestro.h"
+#include "disk_service.hpp"
 #include "disks.hpp"
 #include "library.hpp"
 #include "outcome.hpp"
@@ -124,6 +125,7 @@ class Operations {
     }
 
     using CleanOptions = kestro::CleanOptions;
+    // The disk functions are called when the disk service is ready. A clean succeeded when the disk shows it.
     // CleanDisk has no W form: the ResultFile's path must fit the ANSI code page.
     DiskOutcome CleanDisk(const std::wstring& disk, const CleanOptions& options,
                           const std::wstring& result) const
@@ -133,6 +135,9 @@ class Operations {
         std::string file;
         if (!FitsAnsi("CleanDisk", result, file, outcome))
             return outcome;
+        outcome.failure = AwaitDiskService();
+        if (outcome.failure)
+            return outcome;
         static_cast<Outcome&>(outcome) = Run(result, [&] {
             return detail::CallWithComOfItsOwn([&] {
                 return clean(disk.c_str(), options.force, options.forceOem, options.full,
@@ -140,6 +145,17 @@ class Operations {
             });
         });
         detail::SetCleanOutcome(outcome);
+        if (outcome.succeeded) {
+            const auto last = detail::LastNumberAfter(outcome.report, "Last HRESULT:");
+            outcome.failure = last == kDiskPartiallyCleaned
+                                  ? Failure{"CleanDisk", kDiskPartiallyCleaned}
+                                  : CheckCleaned(disk);
+            outcome.succeeded = !outcome.failure;
+            // The service could not be asked.
+            outcome.certain = outcome.succeeded ||
+                              outcome.failure->hresult == kDiskPartiallyCleaned ||
+                              outcome.failure->hresult == kDiskNotEmpty;
+        }
         return outcome;
     }
     DiskOutcome OnlineDisk(const std::wstring& disk) const
@@ -271,6 +287,11 @@ class Operations {
     DiskOutcome ChangeDisk(const char* name, const std::wstring& disk) const
     {
         auto* const change = library_->Get<Function>(name);
+        if (auto failure = AwaitDiskService()) {
+            DiskOutcome outcome;
+            outcome.failure = std::move(failure);
+            return outcome;
+        }
         DiskOutcome outcome{Run(L"", [&] {
             return detail::CallWithComOfItsOwn([&] { return change(disk.c_str()); });
         })};

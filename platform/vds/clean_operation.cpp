@@ -2,6 +2,8 @@
 #include "clean_operation.h"
 
 #include "file_disk.h"
+#include "object_parts.h"
+#include "operations.h"
 
 #include <algorithm>
 #include <atomic>
@@ -16,8 +18,8 @@ std::wstring Wide(const char* text)
     return std::wstring(text, text + strlen(text));
 }
 
-// One operation at a time on each disk, in all of the service's processes. The system lets go of a claim
-// whose process dies.
+// One operation at a time on each disk, also while an earlier process of the service brings one to its
+// end. The system lets go of a claim whose process dies.
 class DiskClaim {
   public:
     static std::unique_ptr<DiskClaim> Take(const std::wstring& section)
@@ -49,13 +51,12 @@ class CleanAsync final : public ComObject<IVdsAsync> {
                std::unique_ptr<DiskClaim> claim)
     {
         AddRef();
-        ServerActivity::OperationBegan();
-        std::thread([this, disk, full, file = std::move(file), claim = std::move(claim)]() mutable {
+        std::thread([this, disk, full, file = std::move(file), claim = std::move(claim),
+                     running = std::make_unique<RunningOperation>()]() mutable {
             Run(disk, full, *file);
             file.reset();
             claim.reset();
             SetEvent(done_);
-            ServerActivity::OperationEnded();
             Release();
         }).detach();
     }
@@ -96,7 +97,9 @@ class CleanAsync final : public ComObject<IVdsAsync> {
                 percent_ = percent;
                 return !cancelled_;
             });
-            Log(disk.name + (result_ == code::ok ? L" is clean" : L": the clean was cancelled"));
+            Log(disk.name + (result_ == code::ok                  ? L" is clean"
+                             : result_ == code::partially_cleaned ? L" is clean in part"
+                                                                  : L": the clean was cancelled"));
         } catch (const std::exception& error) {
             result_ = code::io_error;
             Log(disk.name + L": " + Wide(error.what()));
@@ -120,16 +123,14 @@ HRESULT BeginClean(const DiskEntry& disk, const CleanFlags& flags, IVdsAsync** a
         return code::object_not_found;
     auto claim = DiskClaim::Take(disk.section);
     if (!claim)
-        return code::operation_pending;
+        return code::being_cleaned;
     try {
-        auto file = std::make_unique<FileDisk>(current->file, current->sectorSize,
-                                               current->state.readOnly ? FileDisk::Access::Read
-                                                                       : FileDisk::Access::Write,
-                                               current->kilobytesPerSecond);
+        auto file = std::make_unique<FileDisk>(
+            *current, current->state.readOnly ? FileDisk::Access::Read : FileDisk::Access::Write);
         const HRESULT refused = MayClean(current->state, ReadPartitionTable(*file), flags);
         if (refused != code::ok)
             return refused;
-        auto* const operation = new CleanAsync;
+        auto* const operation = New<CleanAsync>();
         operation->Start(*current, flags.full, std::move(file), std::move(claim));
         *async = operation;
         return S_OK;

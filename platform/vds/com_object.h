@@ -1,27 +1,22 @@
 // com_object.h - what every object of the service has in common: its references and its interfaces.
 #pragma once
 
-#include "server.h"
+#include "client_objects.h"
 
 #include <windows.h>
 
-#include <atomic>
+#include <utility>
 
 namespace kestro::vds {
 
-// Counts as an open object for as long as it lives, which keeps the server running.
 template <class First, class... Others>
-class ComObject : public First, public Others... {
+class ComObject : public First, public Others..., public ClientObject {
   public:
-    ComObject() { ServerActivity::Entered(); }
-    ComObject(const ComObject&) = delete;
-    ComObject& operator=(const ComObject&) = delete;
-
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override
     {
         *object = nullptr;
         if (IsEqualIID(id, __uuidof(IUnknown)))
-            *object = static_cast<First*>(this);
+            *object = Identity();
         else
             static_cast<void>((Offer<First>(id, object) || ... || Offer<Others>(id, object)));
         if (*object == nullptr)
@@ -38,10 +33,9 @@ class ComObject : public First, public Others... {
         return left;
     }
 
-  protected:
-    virtual ~ComObject() { ServerActivity::Left(); }
-
   private:
+    IUnknown* Identity() override { return static_cast<First*>(this); }
+
     template <class Interface>
     bool Offer(REFIID id, void** object)
     {
@@ -50,8 +44,15 @@ class ComObject : public First, public Others... {
         *object = static_cast<Interface*>(this);
         return true;
     }
-
-    std::atomic<ULONG> references_ = 1;
 };
+
+// Every object is made by this.
+template <class Object, class... Arguments>
+Object* New(Arguments&&... arguments)
+{
+    auto* const object = new Object(std::forward<Arguments>(arguments)...);
+    object->NoteClient();
+    return object;
+}
 
 } // namespace kestro::vds

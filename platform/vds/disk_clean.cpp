@@ -11,14 +11,14 @@ std::int32_t MayClean(const DiskState& state, const PartitionTable& table, const
         return code::disk_offline;
     if (state.readOnly)
         return code::disk_read_only;
-    if (state.boot)
-        return code::boot_disk;
-    if (state.system)
-        return code::system_disk;
+    if (state.boot || state.system)
+        return code::clean_with_critical;
     if (table.Holds(PartitionKind::Oem) && !flags.forceOem)
-        return code::operation_denied;
+        return code::clean_with_oem;
+    if (table.Holds(PartitionKind::Dynamic) && !flags.force)
+        return code::dynamic_disk_not_empty;
     if (table.Holds(PartitionKind::Data) && !flags.force)
-        return code::not_empty;
+        return code::clean_with_data;
     return code::ok;
 }
 
@@ -35,14 +35,19 @@ std::int32_t Clean(RawDisk& disk, bool full, const CleanProgress& progress)
     disk.Write(0, zeros.data(), edge);
     disk.Flush();
 
+    bool whole = true;
     for (std::uint64_t offset = edge; full && offset < size; offset += stretch) {
-        disk.Write(offset, zeros.data(), std::min(stretch, size - offset));
+        try {
+            disk.Write(offset, zeros.data(), std::min(stretch, size - offset));
+        } catch (const DiskError&) {
+            whole = false; // the rest of the disk can still be cleaned
+        }
         if (!progress(static_cast<unsigned>(offset * 100 / size)))
             return code::cancelled;
     }
     disk.Flush();
     progress(100);
-    return code::ok;
+    return whole ? code::ok : code::partially_cleaned;
 }
 
 } // namespace kestro::vds

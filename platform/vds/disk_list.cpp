@@ -8,6 +8,8 @@
 namespace kestro::vds {
 namespace {
 
+constexpr wchar_t kServiceSection[] = L"Service";
+
 std::wstring DataFile(const wchar_t* name)
 {
     CreateDirectoryW(L"C:\\ProgramData", nullptr);
@@ -47,7 +49,8 @@ std::vector<std::wstring> Sections()
                                    DataFile(L"disks.ini").c_str());
     std::vector<std::wstring> sections;
     for (const wchar_t* name = names.data(); *name != 0; name += std::wcslen(name) + 1)
-        sections.push_back(name);
+        if (_wcsicmp(name, kServiceSection) != 0)
+            sections.push_back(name);
     return sections;
 }
 
@@ -62,6 +65,7 @@ std::optional<DiskEntry> ReadDisk(const std::wstring& section)
     disk.provider = Value(section, L"Provider", L"Kestro disks");
     disk.pack = Value(section, L"Pack");
     disk.sectorSize = Number(section, L"SectorSize", 512);
+    disk.badSector = Number(section, L"BadSector", 0);
     disk.kilobytesPerSecond = Number(section, L"KilobytesPerSecond", 0);
     const auto online = YesOrNo(section, L"Online", L"yes");
     const auto readOnly = YesOrNo(section, L"ReadOnly", L"no");
@@ -85,6 +89,11 @@ std::vector<DiskEntry> ReadDisks()
         if (auto disk = ReadDisk(section))
             disks.push_back(std::move(*disk));
     return disks;
+}
+
+std::uint32_t SecondsToReady()
+{
+    return Number(kServiceSection, L"SecondsToReady", 0);
 }
 
 bool WriteOnline(const std::wstring& section, bool online)

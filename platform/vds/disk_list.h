@@ -17,7 +17,8 @@ struct DiskEntry {
     std::wstring pack;     // empty: unallocated
     DiskState state;
     std::uint32_t sectorSize = 512;
-    std::uint32_t kilobytesPerSecond = 0;
+    std::uint32_t kilobytesPerSecond = 0; // 0: as fast as it goes
+    std::uint32_t badSector = 0;          // cannot be written; 0: all can
 
     bool operator==(const DiskEntry& other) const { return section == other.section; }
 };
@@ -29,6 +30,9 @@ std::vector<DiskEntry> ReadDisks();
 std::optional<DiskEntry> ReadDisk(const std::wstring& section);
 // Online and offline are for good. False when the file cannot be written.
 bool WriteOnline(const std::wstring& section, bool online);
+
+// How long the service needs before it answers, for trying that out.
+std::uint32_t SecondsToReady();
 
 // C:\ProgramData\Kestro\vds.log
 void Log(const std::wstring& message);

@@ -19,13 +19,13 @@ OVERLAPPED At(std::uint64_t offset)
 
 } // namespace
 
-FileDisk::FileDisk(const std::wstring& path, std::uint32_t sectorSize, Access access,
-                   std::uint32_t kilobytesPerSecond)
-    : file_(CreateFileW(path.c_str(),
+FileDisk::FileDisk(const DiskEntry& disk, Access access)
+    : file_(CreateFileW(disk.file.c_str(),
                         access == Access::Write ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ,
                         FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                         FILE_ATTRIBUTE_NORMAL, nullptr)),
-      sectorSize_(sectorSize), kilobytesPerSecond_(kilobytesPerSecond)
+      sectorSize_(disk.sectorSize), kilobytesPerSecond_(disk.kilobytesPerSecond),
+      badByte_(std::uint64_t{disk.badSector} * disk.sectorSize)
 {
     if (file_ == INVALID_HANDLE_VALUE)
         Fail("opening the disk's file");
@@ -53,6 +53,8 @@ void FileDisk::Read(std::uint64_t offset, void* data, std::size_t size)
 
 void FileDisk::Write(std::uint64_t offset, const void* data, std::size_t size)
 {
+    if (badByte_ != 0 && badByte_ >= offset && badByte_ - offset < size)
+        throw DiskError("a sector cannot be written");
     OVERLAPPED place = At(offset);
     DWORD moved = 0;
     if (!WriteFile(file_, data, static_cast<DWORD>(size), &moved, &place) || moved != size)

@@ -1,19 +1,17 @@
 // file_disk.h - a raw image file as a disk.
 #pragma once
 
+#include "disk_list.h"
 #include "raw_disk.h"
 
 #include <windows.h>
-
-#include <string>
 
 namespace kestro::vds {
 
 class FileDisk final : public RawDisk {
   public:
     enum class Access { Read, Write };
-    FileDisk(const std::wstring& path, std::uint32_t sectorSize, Access access,
-             std::uint32_t kilobytesPerSecond);
+    FileDisk(const DiskEntry& disk, Access access);
     ~FileDisk() override;
     FileDisk(const FileDisk&) = delete;
     FileDisk& operator=(const FileDisk&) = delete;
@@ -27,8 +25,8 @@ class FileDisk final : public RawDisk {
   private:
     HANDLE file_;
     std::uint64_t size_ = 0;
-    std::uint32_t sectorSize_;
-    std::uint32_t kilobytesPerSecond_; // 0: as fast as it goes
+    std::uint32_t sectorSize_, kilobytesPerSecond_;
+    std::uint64_t badByte_;
 };
 
 } // namespace kestro::vds

@@ -1,38 +1,79 @@
-// main.cpp - vds.exe: started by COM when somebody asks for the loader, ended when idle.
+// main.cpp - vds.exe: started by the service manager when a client asks for the loader; with --register, makes
+// its entries in the prefix.
+#include "class_registration.h"
 #include "disk_list.h"
-#include "server.h"
+#include "operations.h"
+#include "service_names.h"
 #include "service_objects.h"
+#include "set_up.h"
 
 #include <windows.h>
 
 #include <objbase.h>
 
+#include <winsvc.h>
+
+#include <cstring>
+
 namespace {
 
-constexpr CLSID kLoaderClass = {
-    0x9c38ed61, 0xd565, 0x4728, {0xae, 0xee, 0xc8, 0x09, 0x52, 0xf0, 0xec, 0xde}};
+using namespace kestro::vds;
+
+SERVICE_STATUS_HANDLE g_status;
+HANDLE g_stop;
+
+void Report(DWORD state, DWORD error = NO_ERROR)
+{
+    SERVICE_STATUS status = {};
+    status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+    status.dwCurrentState = state;
+    status.dwControlsAccepted =
+        state == SERVICE_RUNNING ? SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN : 0;
+    status.dwWin32ExitCode = error;
+    status.dwWaitHint = 30000;
+    SetServiceStatus(g_status, &status);
+}
+
+DWORD WINAPI OnControl(DWORD control, DWORD, void*, void*)
+{
+    if (control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_SHUTDOWN) {
+        Report(SERVICE_STOP_PENDING);
+        SetEvent(g_stop);
+    }
+    return NO_ERROR;
+}
+
+void WINAPI Serve(DWORD, wchar_t**)
+{
+    g_status = RegisterServiceCtrlHandlerExW(kServiceName, OnControl, nullptr);
+    if (g_status == nullptr)
+        return;
+    Report(SERVICE_START_PENDING);
+    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) || !PublishLoader(LoaderFactory())) {
+        Log(L"the service cannot make itself known");
+        Report(SERVICE_STOPPED, ERROR_SERVICE_SPECIFIC_ERROR);
+        return;
+    }
+    Log(L"the disk service is running");
+    Report(SERVICE_RUNNING);
+    WaitForSingleObject(g_stop, INFINITE);
+    RunningOperation::WaitForAll();
+    Log(L"the disk service has ended");
+    Report(SERVICE_STOPPED);
+}
 
 } // namespace
 
-int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int)
+int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR arguments, int)
 {
-    using namespace kestro::vds;
-
-    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
+    if (std::strcmp(arguments, "--register") == 0)
+        return SetUp();
+    g_stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    wchar_t name[] = L"vds";
+    const SERVICE_TABLE_ENTRYW services[] = {{name, Serve}, {nullptr, nullptr}};
+    if (!StartServiceCtrlDispatcherW(services))
         return 1;
-    DWORD registration = 0;
-    // One process for each client. Wine does not notice that a server died: with a registration for
-    // many clients, every later one would be sent to the dead process.
-    const HRESULT result = CoRegisterClassObject(
-        kLoaderClass, NewLoaderFactory(), CLSCTX_LOCAL_SERVER, REGCLS_SINGLEUSE, &registration);
-    if (FAILED(result)) {
-        Log(L"the service cannot be registered");
-        return 1;
-    }
-    Log(L"the disk service is running");
-    ServerActivity::WaitUntilIdle();
-    CoRevokeClassObject(registration);
-    Log(L"the disk service has ended");
-    CoUninitialize();
+    // Also when the prefix ends without asking the service to.
+    RunningOperation::WaitForAll();
     return 0;
 }

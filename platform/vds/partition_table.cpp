@@ -52,6 +52,8 @@ PartitionKind KindOfMbrType(std::uint8_t type)
     case 0xDE: // Dell utility
     case 0xFE: // IBM service
         return PartitionKind::Oem;
+    case 0x42:
+        return PartitionKind::Dynamic;
     case 0xEF:
         return PartitionKind::System;
     default:
@@ -134,6 +136,10 @@ constexpr Guid kMicrosoftReserved = {0x16, 0xE3, 0xC9, 0xE3, 0x5C, 0x0B, 0xB8, 0
                                      0x81, 0x7D, 0xF9, 0x2D, 0xF0, 0x02, 0x15, 0xAE};
 constexpr Guid kRecovery = {0xA4, 0xBB, 0x94, 0xDE, 0xD1, 0x06, 0x40, 0x4D,
                             0xA1, 0x6A, 0xBF, 0xD5, 0x01, 0x79, 0xD6, 0xAC};
+constexpr Guid kDynamicMetadata = {0xAA, 0xC8, 0x08, 0x58, 0x8F, 0x7E, 0xE0, 0x42,
+                                   0x85, 0xD2, 0xE1, 0xE9, 0x04, 0x34, 0xCF, 0xB3};
+constexpr Guid kDynamicData = {0xA0, 0x60, 0x9B, 0xAF, 0x31, 0x14, 0x62, 0x4F,
+                               0xBC, 0x68, 0x33, 0x11, 0x71, 0x4A, 0x69, 0xAD};
 constexpr std::uint64_t kPlatformRequired = 1; // attribute: the machine does not work without it
 
 PartitionKind KindOfGptEntry(const Guid& type, std::uint64_t attributes)
@@ -142,7 +148,8 @@ PartitionKind KindOfGptEntry(const Guid& type, std::uint64_t attributes)
         return PartitionKind::System;
     if (type == kRecovery || (attributes & kPlatformRequired) != 0)
         return PartitionKind::Oem;
-    return PartitionKind::Data;
+    return type == kDynamicMetadata || type == kDynamicData ? PartitionKind::Dynamic
+                                                            : PartitionKind::Data;
 }
 
 Guid GuidAt(const Bytes& bytes, std::size_t offset)

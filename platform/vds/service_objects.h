@@ -1,11 +1,11 @@
-// service_objects.h - the objects of the service: loader, service, providers, packs and disks.
+// service_objects.h - the service and its loader.
 #pragma once
 
 #include <unknwn.h>
 
 namespace kestro::vds {
 
-// The class object that COM hands to clients; it makes loaders.
-IUnknown* NewLoaderFactory();
+// Makes loaders.
+IClassFactory* LoaderFactory();
 
 } // namespace kestro::vds

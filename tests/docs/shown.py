@@ -15,6 +15,7 @@ import os
 import shlex
 import sys
 
+import codes
 from kestro_case import HOST
 from page import Page
 from programs import Programs, is_program
@@ -63,6 +64,7 @@ def expected_blocks(page, programs):
 
 
 if __name__ == "__main__":
+    codes.refresh()
     PAGES = [Page(name) for name in sys.argv[1:]]
     with Programs(PAGES) as built:
         for changing in PAGES:

@@ -8,13 +8,53 @@ import subprocess
 import time
 import unittest
 
-from kestro_case import HANG, KestroCase
+# A prefix of its own: the tests here end its service and change what it knows.
+PREFIX = os.environ["WINEPREFIX"] = os.environ["WINEPREFIX"] + "-disks"
 
-DISKS = os.path.join(os.environ["WINEPREFIX"], "drive_c", "ProgramData", "Kestro", "disks.ini")
+from kestro_case import HANG, RUN, KestroCase
+
+DATA = os.path.join(PREFIX, "drive_c", "ProgramData", "Kestro")
+DISKS, LOG = os.path.join(DATA, "disks.ini"), os.path.join(DATA, "vds.log")
+ACTIVATE = os.environ["KESTRO_ACTIVATE"]
+ACTIVATIONS = int(os.environ.get("KESTRO_ACTIVATIONS", "24"))
 
 GPT = "label: gpt\n2048,8192\n12288,4096\n"
 MBR = "label: dos\n2048,8192,7\n10240,16384,E\n12288,4096\n"
 OEM = "label: dos\n2048,8192,27\n"
+
+
+def setUpModule():
+    subprocess.run([RUN, "--start"], check=True, timeout=HANG)
+
+
+def tearDownModule():
+    subprocess.run([RUN, "--stop"], check=True, timeout=HANG)
+    end = time.monotonic() + HANG
+    while services():
+        if time.monotonic() > end:
+            raise AssertionError("the service still runs")
+        time.sleep(0.05)
+
+
+def read(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+def services():
+    """Processes of the disk service in this prefix."""
+    found = []
+    for entry in os.listdir("/proc"):
+        try:
+            with open("/proc/%s/cmdline" % entry, "rb") as stream:
+                line = stream.read()
+            with open("/proc/%s/environ" % entry, "rb") as stream:
+                mine = b"WINEPREFIX=" + PREFIX.encode() in stream.read().split(b"\0")
+        except OSError:
+            continue
+        if mine and line.rstrip(b"\0").split(b"\0")[0].lower().endswith(b"vds.exe"):
+            found.append(int(entry))
+    return found
 
 
 class DiskCase(KestroCase):
@@ -40,8 +80,9 @@ class DiskCase(KestroCase):
         self.describe()
         return file, name
 
-    def describe(self):
+    def describe(self, more=""):
         with open(DISKS, "w", encoding="utf-8") as stream:
+            stream.write(more)
             for number, keys in enumerate(self.disks, 1):
                 stream.write("[Disk %d]\r\n" % number)
                 stream.writelines("%s=%s\r\n" % item for item in keys.items())
@@ -54,6 +95,12 @@ class DiskCase(KestroCase):
 
     def clean(self, name, *options, **more):
         return self.kestro("disk", "clean", name, "--yes", *options, **more)
+
+    def wait_until(self, condition):
+        end = time.monotonic() + HANG
+        while not condition():
+            self.assertLess(time.monotonic(), end, "it did not happen")
+            time.sleep(0.05)
 
     def bytes_of(self, file):
         with open(file, "rb") as stream:
@@ -146,18 +193,23 @@ class Refusals(DiskCase):
         return file, name
 
     def test_data_without_force(self):
-        file, name = self.refused(0x80042408)
+        file, name = self.refused(0x80042910)
         self.clean(name, "--force")
         self.assertTrue(self.is_empty(file))
 
     def test_an_oem_partition_without_its_own_force(self):
-        file, name = self.refused(0x8004240A, OEM, ["--force"])
+        file, name = self.refused(0x80042911, OEM, ["--force"])
         self.clean(name, "--force", "--force-oem")
+        self.assertTrue(self.is_empty(file))
+
+    def test_a_dynamic_disk_without_force(self):
+        file, name = self.refused(0x80042414, "label: dos\n2048,8192,42\n")
+        self.clean(name, "--force")
         self.assertTrue(self.is_empty(file))
 
     def test_read_only_offline_system_boot(self):
         for code, keys in ((0x8004280B, {"ReadOnly": "yes"}), (0x8004280A, {"Online": "no"}),
-                           (0x80042811, {"System": "yes"}), (0x80042807, {"Boot": "yes"})):
+                           (0x80042912, {"System": "yes"}), (0x80042912, {"Boot": "yes"})):
             with self.subTest(keys=keys):
                 self.refused(code, options=["--force", "--force-oem"], **keys)
 
@@ -201,22 +253,136 @@ class OnlineOffline(DiskCase):
                          (True, True, name))
 
 
-class Crashes(DiskCase):
-    def service(self):
-        """Processes of the disk service in this prefix."""
-        found = []
-        for entry in os.listdir("/proc"):
-            try:
-                with open("/proc/%s/cmdline" % entry, "rb") as stream:
-                    line = stream.read()
-                with open("/proc/%s/environ" % entry, "rb") as stream:
-                    prefix = b"WINEPREFIX=" + os.environ["WINEPREFIX"].encode() + b"\0"
-                    mine = prefix in stream.read() + b"\0"
-            except OSError:
-                continue
-            if mine and line.rstrip(b"\0").split(b"\0")[0].lower().endswith(b"vds.exe"):
-                found.append(int(entry))
-        return found
+class Results(DiskCase):
+    """Codes that only the service's answer tells."""
+
+    def test_a_full_clean_that_got_only_a_part(self):
+        file, name = self.disk(BadSector=str(5 << 11))
+        with open(file, "r+b") as stream:
+            stream.seek(5 << 20)
+            stream.write(b"data" * 1000)
+        report = self.clean(name, "--force", "--full", exit_code=1)
+        self.assertIn("0x0004241A", self.errors)
+        self.assertIn("Disk cleaned successfully.", report.log())
+        self.assertTrue(self.is_empty(file))
+        self.assertIn(b"datadata", self.bytes_of(file))
+
+    def test_a_disk_that_is_being_cleaned(self):
+        _, name = self.disk(None, megabytes=32, KilobytesPerSecond="1024")
+        slow = self.start("disk", "clean", name, "--full", "--yes")
+        self.addCleanup(self.kill, slow)
+        # Or it would go on without its client.
+        self.addCleanup(lambda: [os.kill(service, signal.SIGKILL) for service in services()])
+        self.wait_until(lambda: self.log_says("cleaning " + name))
+        self.clean(name, "--force", exit_code=1)
+        self.assertIn("0x80042558", self.errors)
+
+    def log_says(self, text):
+        return os.path.exists(LOG) and text in read(LOG)
+
+
+    def test_a_disk_is_looked_at_again(self):
+        _, name = self.disk()
+        _, empty = self.disk(None, Pack="Pack 1")
+        for wanted, code in ((name, "80042414"), (empty, "00000000"),
+                             ("\\\\?\\PhysicalDrive9", "80042405")):
+            done = subprocess.run([RUN, ACTIVATE, wanted], stdin=subprocess.DEVNULL,
+                                  stdout=subprocess.PIPE, timeout=HANG, text=True)
+            self.assertEqual(done.stdout.strip(), code, wanted)
+
+
+class Service(DiskCase):
+    """The service's life: one for all clients, started when it is needed."""
+
+    def setUp(self):
+        super().setUp()
+        self.addCleanup(self.wine, "sc", "stop", "vds")
+
+    def wine(self, *arguments):
+        done = subprocess.run([RUN, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, timeout=HANG, text=True)
+        return done.stdout
+
+    def clients(self, number, activations):
+        """So many programs at once, each of which asks for the service again and again."""
+        running = [subprocess.Popen([RUN, ACTIVATE, str(activations)], stdin=subprocess.DEVNULL,
+                                    stdout=subprocess.PIPE, text=True) for _ in range(number)]
+        for client in running:
+            output, _ = client.communicate(timeout=10 * HANG)
+            self.assertEqual(client.returncode, 0, output)
+            print(output, end="")
+
+    def holder(self):
+        client = subprocess.Popen([RUN, ACTIVATE, "hold"], stdin=subprocess.PIPE,
+                                  stdout=subprocess.PIPE, text=True)
+        self.addCleanup(client.communicate)
+        self.assertEqual(client.stdout.readline(), "00000000\n")
+        return client
+
+    @staticmethod
+    def ask(client):
+        client.stdin.write("\n")
+        client.stdin.flush()
+        return client.stdout.readline().strip()
+
+    def test_many_activations_one_after_another(self):
+        self.clients(1, ACTIVATIONS)
+        self.assertEqual(len(services()), 1)
+
+    def test_eight_clients_at_once(self):
+        self.wine("sc", "stop", "vds")
+        self.clients(8, max(1, ACTIVATIONS // 8))
+        self.assertEqual(len(services()), 1)
+
+    def test_it_runs_on_without_clients(self):
+        self.clients(1, 1)
+        first = services()
+        self.clients(1, 1)
+        self.assertEqual(services(), first)
+        self.assertIn("RUNNING", self.wine("sc", "query", "vds"))
+
+    def test_a_client_notices_that_it_died_and_the_next_gets_a_new_one(self):
+        client = self.holder()
+        self.assertEqual(self.ask(client), "00000000")
+        dead = services()
+        os.kill(dead[0], signal.SIGKILL)
+        self.assertRegex(self.ask(client), "^80(0706B|0101)")
+        self.clients(8, 1)
+        self.assertEqual(len(services()), 1)
+        self.assertNotEqual(services(), dead)
+
+    def test_what_a_killed_client_held_is_let_go(self):
+        client = self.holder()
+        before = read(LOG).count("objects behind")
+        os.kill(client.pid, signal.SIGKILL)
+        self.wait_until(lambda: read(LOG).count("objects behind") > before)
+
+    def test_a_clean_outlives_its_client(self):
+        file, name = self.disk(None, megabytes=8, KilobytesPerSecond="2048")
+        with open(file, "r+b") as stream:
+            stream.write(b"\xAA" * (8 << 20))
+        client = self.start("disk", "clean", name, "--full", "--yes")
+        self.wait_until(lambda: self.bytes_of(file)[-4096:] == bytes(4096))
+        self.kill(client)
+        self.wait_until(lambda: self.bytes_of(file).count(0) == 8 << 20)
+
+    def test_a_service_that_is_not_ready_yet(self):
+        _, name = self.disk()
+        self.wine("sc", "stop", "vds")
+        self.describe("[Service]\r\nSecondsToReady=3\r\n")
+        client = self.holder()
+        self.assertEqual(self.ask(client), "80042401")
+        # kestro.exe waits until it is.
+        self.clean(name, "--force")
+
+    def test_a_service_that_is_disabled(self):
+        _, name = self.disk()
+        self.wine("sc", "stop", "vds")
+        self.addCleanup(self.wine, ACTIVATE, "enable")
+        self.wine(ACTIVATE, "disable")
+        self.assertEqual(self.exit_code("disk", "online", name), 1)
+        self.assertIn("0x80070422", self.errors)
+        self.assertIn("disabled", self.errors)
 
     def test_a_service_that_dies_under_a_clean(self):
         file, name = self.disk(None, megabytes=64, KilobytesPerSecond="2048")
@@ -226,9 +392,7 @@ class Crashes(DiskCase):
             self.command("disk", "clean", name, "--full", "--yes"), stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
         self.wait_until(lambda: self.bytes_of(file)[-4096:] == bytes(4096))
-        services = self.service()
-        self.assertEqual(len(services), 1)
-        os.kill(services[0], signal.SIGKILL)
+        os.kill(services()[0], signal.SIGKILL)
         _, errors = process.communicate(timeout=HANG)
         self.assertEqual(process.returncode, 1, errors)
         self.assertRegex(errors, "0x80(0706BA|0706BE|010108|0706BF)")
@@ -237,12 +401,6 @@ class Crashes(DiskCase):
         self.describe()
         self.clean(name, "--full")
         self.assertEqual(self.bytes_of(file).count(0), 64 << 20)
-
-    def wait_until(self, condition):
-        end = time.monotonic() + HANG
-        while not condition():
-            self.assertLess(time.monotonic(), end, "the clean did not begin")
-            time.sleep(0.05)
 
 
 if __name__ == "__main__":

@@ -25,6 +25,14 @@ load() (
     ctest --preset release -R '^hostile$'
 )
 
+# 500 clients of the disk service one after another, and 8 at once that ask as often together.
+disks() (
+    say "disks"
+    start_wine wine-test
+    KESTRO_ACTIVATIONS=500 ctest --preset release -R '^end_to_end.disk$' --output-log "$logs/disks.log"
+    grep activations "$logs/disks.log"
+)
+
 # All tests of the Windows programs on a build that ends the process at undefined behaviour, a broken
 # assertion of the standard library or an overwritten stack.
 trap_() (
@@ -102,12 +110,12 @@ heap() (
     grep -a '% tests passed' "$logs/heap.log"
 )
 
-[ $# -gt 0 ] || set -- load trap replay sanitize valgrind threads heap
+[ $# -gt 0 ] || set -- load disks trap replay sanitize valgrind threads heap
 for step in "$@"; do
     case "$step" in
-    load | replay | sanitize | threads | heap) "$step" ;;
+    load | disks | replay | sanitize | threads | heap) "$step" ;;
     trap | valgrind) "${step}_" ;;
-    *) fail "no such step: $step (load, trap, replay, sanitize, valgrind, threads, heap)" ;;
+    *) fail "no such step: $step (load, disks, trap, replay, sanitize, valgrind, threads, heap)" ;;
     esac
 done
 say "soak: all steps passed: $*"

@@ -126,15 +126,16 @@ class AdvancedDiskDouble final : public Scripted<IVdsAdvancedDisk> {
                                   [&] { return Service().Make<AsyncDouble>("async"); });
         return result;
     }
-    UNEXPECTED(GetPartitionProperties)
-    UNEXPECTED(QueryPartitions)
-    UNEXPECTED(CreatePartition)
-    UNEXPECTED(DeletePartition)
-    UNEXPECTED(ChangeAttributes)
-    UNEXPECTED(AssignDriveLetter)
-    UNEXPECTED(DeleteDriveLetter)
-    UNEXPECTED(GetDriveLetter)
-    UNEXPECTED(FormatPartition)
+    UNEXPECTED(GetPartitionProperties, ULONGLONG, VDS_PARTITION_PROP*)
+    UNEXPECTED(QueryPartitions, VDS_PARTITION_PROP**, LONG*)
+    UNEXPECTED(CreatePartition, ULONGLONG, ULONGLONG, CREATE_PARTITION_PARAMETERS*, IVdsAsync**)
+    UNEXPECTED(DeletePartition, ULONGLONG, BOOL, BOOL)
+    UNEXPECTED(ChangeAttributes, ULONGLONG, CHANGE_ATTRIBUTES_PARAMETERS*)
+    UNEXPECTED(AssignDriveLetter, ULONGLONG, WCHAR)
+    UNEXPECTED(DeleteDriveLetter, ULONGLONG, WCHAR)
+    UNEXPECTED(GetDriveLetter, ULONGLONG, WCHAR*)
+    UNEXPECTED(FormatPartition, ULONGLONG, VDS_FILE_SYSTEM_TYPE, WCHAR*, DWORD, BOOL, BOOL, BOOL,
+               IVdsAsync**)
 };
 
 class DiskOnlineDouble final : public Scripted<IVdsDiskOnline> {
@@ -170,8 +171,8 @@ class DiskDouble final : public Scripted<IVdsDisk> {
         return result;
     }
     UNEXPECTED(GetPack, IVdsPack**)
-    UNEXPECTED(GetIdentificationData)
-    UNEXPECTED(QueryExtents)
+    UNEXPECTED(GetIdentificationData, VDS_LUN_INFORMATION*)
+    UNEXPECTED(QueryExtents, VDS_DISK_EXTENT**, LONG*)
     UNEXPECTED(ConvertStyle, VDS_PARTITION_STYLE)
     UNEXPECTED(SetFlags, ULONG)
     UNEXPECTED(ClearFlags, ULONG)
@@ -215,11 +216,11 @@ class PackDouble final : public Scripted<IVdsPack> {
     }
     UNEXPECTED(GetProvider, IVdsProvider**)
     UNEXPECTED(QueryVolumes, IEnumVdsObject**)
-    UNEXPECTED(CreateVolume)
-    UNEXPECTED(AddDisk)
-    UNEXPECTED(MigrateDisks)
-    UNEXPECTED(ReplaceDisk)
-    UNEXPECTED(RemoveMissingDisk)
+    UNEXPECTED(CreateVolume, VDS_VOLUME_TYPE, VDS_INPUT_DISK*, LONG, ULONG, IVdsAsync**)
+    UNEXPECTED(AddDisk, VDS_OBJECT_ID, VDS_PARTITION_STYLE, BOOL)
+    UNEXPECTED(MigrateDisks, VDS_OBJECT_ID*, LONG, VDS_OBJECT_ID, BOOL, BOOL, HRESULT*, BOOL*)
+    UNEXPECTED(ReplaceDisk, VDS_OBJECT_ID, VDS_OBJECT_ID, IVdsAsync**)
+    UNEXPECTED(RemoveMissingDisk, VDS_OBJECT_ID)
     UNEXPECTED(Recover, IVdsAsync**)
 
   private:
@@ -309,13 +310,13 @@ class ServiceDouble final : public Scripted<IVdsService> {
     UNEXPECTED(GetProperties, VDS_SERVICE_PROP*)
     UNEXPECTED(QueryMaskedDisks, IEnumVdsObject**)
     UNEXPECTED(GetObject, VDS_OBJECT_ID, VDS_OBJECT_TYPE, IUnknown**)
-    UNEXPECTED(QueryDriveLetters)
-    UNEXPECTED(QueryFileSystemTypes)
+    UNEXPECTED(QueryDriveLetters, WCHAR, DWORD, VDS_DRIVE_LETTER_PROP*)
+    UNEXPECTED(QueryFileSystemTypes, VDS_FILE_SYSTEM_TYPE_PROP**, LONG*)
     UNEXPECTED(Reenumerate)
     UNEXPECTED(Refresh)
     UNEXPECTED(CleanupObsoleteMountPoints)
-    UNEXPECTED(Advise)
-    UNEXPECTED(Unadvise)
+    UNEXPECTED(Advise, IVdsAdviseSink*, DWORD*)
+    UNEXPECTED(Unadvise, DWORD)
     UNEXPECTED(Reboot)
     UNEXPECTED(SetFlags, ULONG)
     UNEXPECTED(ClearFlags, ULONG)

@@ -1,4 +1,4 @@
-// import_lists.cpp - the functions that Kestro.dll may import.
+// import_lists.cpp - the functions that the tests watch.
 #include "support/import_lists.h"
 
 #include <initializer_list>
@@ -49,60 +49,6 @@ const std::vector<ListedImport>& UnreachedImports()
         {"msvcrt.dll",
          {"_beginthreadex", "_close", "_endthreadex", "_read", "exit", "fprintf", "fwrite",
           "printf", "vfprintf"}},
-    });
-    return list;
-}
-
-const std::vector<ListedImport>& RuntimeImports()
-{
-    static const std::vector<ListedImport> list = Flatten({
-        {"kernel32.dll",
-         {"AddVectoredExceptionHandler",
-          "CloseHandle",
-          "CreateEventA",
-          "CreateSemaphoreA",
-          "DeleteCriticalSection",
-          "DuplicateHandle",
-          "EnterCriticalSection",
-          "GetCurrentProcess",
-          "GetCurrentProcessId",
-          "GetCurrentThread",
-          "GetCurrentThreadId",
-          "GetHandleInformation",
-          "GetModuleHandleW",
-          "GetProcessAffinityMask",
-          "GetThreadContext",
-          "GetThreadPriority",
-          "InitializeCriticalSection",
-          "IsDebuggerPresent",
-          "LeaveCriticalSection",
-          "LocalFree",
-          "RaiseException",
-          "ReleaseSemaphore",
-          "RemoveVectoredExceptionHandler",
-          "ResetEvent",
-          "RtlCaptureContext",
-          "RtlLookupFunctionEntry",
-          "RtlUnwindEx",
-          "RtlVirtualUnwind",
-          "SetEvent",
-          "SetLastError",
-          "SetProcessAffinityMask",
-          "SetThreadContext",
-          "SetThreadPriority",
-          "TlsAlloc",
-          "TlsGetValue",
-          "TlsSetValue",
-          "TryEnterCriticalSection",
-          "VirtualProtect",
-          "VirtualQuery",
-          "WaitForSingleObject",
-          "__C_specific_handler"}},
-        {"msvcrt.dll",
-         {"__iob_func", "_amsg_exit", "_errno",  "_initterm", "_lock",  "_setjmp", "_ultoa",
-          "_unlock",    "abort",      "calloc",  "free",      "malloc", "memchr",  "memcmp",
-          "memcpy",     "memmove",    "memset",  "realloc",   "signal", "strcmp",  "strlen",
-          "strncmp",    "wcslen",     "longjmp", "_strdup"}},
     });
     return list;
 }

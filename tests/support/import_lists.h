@@ -1,5 +1,5 @@
-// import_lists.h - what Kestro.dll may import. A new import is a decision: it goes into one of
-// these.
+// import_lists.h - the functions that the tests watch. A new one in the library's sources is a decision: it
+// goes into the first list. What else a toolchain's runtime imports is left alone.
 #pragma once
 
 #include <string_view>
@@ -15,11 +15,8 @@ struct ListedImport {
 // The platform: tests replace each of these by a double or a trap.
 const std::vector<ListedImport>& PlatformImports();
 
-// What the runtimes link in although no call of ours gets there: threads, other clocks and output,
+// What a runtime may link in although no call of ours gets there: threads, other clocks and output,
 // other libraries. Tests trap these too.
 const std::vector<ListedImport>& UnreachedImports();
-
-// What the C and C++ runtimes linked into the library use for themselves: left alone.
-const std::vector<ListedImport>& RuntimeImports();
 
 } // namespace kestro::test

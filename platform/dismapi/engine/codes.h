@@ -73,6 +73,7 @@ inline constexpr Code cannot_commit_partial = CodeOf(0xC142011D);
 inline constexpr Code image_file_changed = CodeOf(0xC1420122);
 inline constexpr Code image_mounted = CodeOf(0xC1420126);
 inline constexpr Code image_mounted_read_write = CodeOf(0xC1420127);
+inline constexpr Code split_image = CodeOf(0xC1420130);
 inline constexpr Code compression_not_mountable = CodeOf(0xC142013C);
 
 } // namespace code

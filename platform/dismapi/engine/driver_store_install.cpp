@@ -100,7 +100,7 @@ void DriverStore::Register(const DriverEntry& entry)
             if (database.IsHomeOf(*entry.package, hives.Drivers() != nullptr,
                                   hives.System() != nullptr))
                 database.Register(entry);
-            else
+            else if (database.Knows(entry.published))
                 database.Unregister(entry.published);
         }
         UpdateNumbers();

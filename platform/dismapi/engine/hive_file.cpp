@@ -85,9 +85,20 @@ void HiveFile::CheckForChanges(const std::vector<std::string>& paths) const
     CheckHive(ReadHive(file_).bytes, paths, file_.string());
 }
 
+HiveFile::Names& HiveFile::NamesBelow(Key key) const
+{
+    const auto [names, isNew] = names_.try_emplace(key);
+    if (isNew)
+        for (const Key child : Children(key))
+            names->second.emplace(LowerCase(Name(child)), child);
+    return names->second;
+}
+
 HiveFile::Key HiveFile::Child(Key parent, const std::string& name) const
 {
-    return hivex_node_get_child(hive_.get(), parent, name.c_str());
+    const Names& names = NamesBelow(parent);
+    const auto found = names.find(LowerCase(name));
+    return found == names.end() ? 0 : found->second;
 }
 
 HiveFile::Key HiveFile::MakeChild(Key parent, const std::string& name)
@@ -98,6 +109,7 @@ HiveFile::Key HiveFile::MakeChild(Key parent, const std::string& name)
     const Key child = hivex_node_add_child(hive_.get(), parent, name.c_str());
     if (!child)
         throw SystemError("cannot make the registry key " + name);
+    NamesBelow(parent).emplace(LowerCase(name), child);
     ++changes_;
     return child;
 }
@@ -162,8 +174,10 @@ bool HiveFile::IsEmpty(Key key) const
 void HiveFile::Remove(Key key)
 {
     const std::string name = Name(key);
+    const Key parent = hivex_node_parent(hive_.get(), key);
     if (hivex_node_delete_child(hive_.get(), key) != 0)
         throw SystemError("cannot remove the registry key " + name);
+    NamesBelow(parent).erase(LowerCase(name));
     ++changes_;
 }
 

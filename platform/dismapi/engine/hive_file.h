@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 struct hive_h;
@@ -56,9 +57,13 @@ class HiveFile {
         void operator()(hive_h* hive) const;
     };
     void Replace(Key key, const std::vector<HiveValue>& values);
+    // The children of a key by their names in lower case. hivex reads all their names for each look-up.
+    using Names = std::unordered_map<std::string, Key>;
+    Names& NamesBelow(Key key) const;
 
     std::filesystem::path file_;
     std::unique_ptr<hive_h, Close> hive_;
+    mutable std::unordered_map<Key, Names> names_;
     unsigned changes_ = 0;
 };
 

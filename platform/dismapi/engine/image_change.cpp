@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <tuple>
 
 namespace fs = std::filesystem;
 
@@ -65,25 +66,31 @@ fs::path ImageChange::NewPath()
 
 const ImageChange::Step* ImageChange::FindStep(const fs::path& target) const
 {
-    for (const auto& step : steps_)
-        if (step.target == target)
-            return &step;
-    return nullptr;
+    const auto found = steps_.find(target);
+    return found == steps_.end() ? nullptr : &found->second;
+}
+
+void ImageChange::AddStep(Step::Kind kind, const std::string& number, const fs::path& target,
+                          Order order)
+{
+    steps_[target] = {kind, number, target, order, next_++};
 }
 
 void ImageChange::Forget(const fs::path& target)
 {
-    for (const auto& step : steps_)
-        if (IsBelow(step.target, target))
-            fs::remove_all(StagedOf(step));
-    std::erase_if(steps_, [&](const Step& step) { return IsBelow(step.target, target); });
+    std::erase_if(steps_, [&](const auto& known) {
+        const bool forgotten = IsBelow(known.second.target, target);
+        if (forgotten)
+            fs::remove_all(StagedOf(known.second));
+        return forgotten;
+    });
 }
 
 void ImageChange::Place(const fs::path& staged, const fs::path& target, Order order)
 {
     Forget(target);
     const std::string number = staged.filename().string().substr(3);
-    steps_.push_back({Step::Kind::Place, number, target, order});
+    AddStep(Step::Kind::Place, number, target, order);
 }
 
 void ImageChange::CopyTo(const fs::path& source, const fs::path& target, Order order)
@@ -97,7 +104,7 @@ void ImageChange::Remove(const fs::path& target, Order order)
 {
     Forget(target);
     if (IsThere(target))
-        steps_.push_back({Step::Kind::Remove, std::to_string(next_++), target, order});
+        AddStep(Step::Kind::Remove, std::to_string(next_++), target, order);
 }
 
 fs::path ImageChange::Now(const fs::path& target) const
@@ -117,7 +124,7 @@ fs::path ImageChange::Now(const fs::path& target) const
 std::map<fs::path, fs::path> ImageChange::Placed() const
 {
     std::map<fs::path, fs::path> placed;
-    for (const auto& step : steps_)
+    for (const auto& [target, step] : steps_)
         if (step.kind == Step::Kind::Place)
             placed[step.target] = StagedOf(step);
     return placed;
@@ -125,9 +132,12 @@ std::map<fs::path, fs::path> ImageChange::Placed() const
 
 ImageChange::Steps ImageChange::StepsInOrder() const
 {
-    Steps steps = steps_;
-    std::stable_sort(steps.begin(), steps.end(),
-                     [](const Step& a, const Step& b) { return a.order < b.order; });
+    Steps steps;
+    for (const auto& [target, step] : steps_)
+        steps.push_back(step);
+    std::sort(steps.begin(), steps.end(), [](const Step& a, const Step& b) {
+        return std::tie(a.order, a.turn) < std::tie(b.order, b.turn);
+    });
     // Folders that are missing for what is placed, the outermost first.
     std::vector<fs::path> missing;
     for (const auto& step : steps)
@@ -139,7 +149,7 @@ ImageChange::Steps ImageChange::StepsInOrder() const
     missing.erase(std::unique(missing.begin(), missing.end()), missing.end());
     Steps all;
     for (const auto& folder : missing)
-        all.push_back({Step::Kind::MakeFolder, "0", folder, Order::Files});
+        all.push_back({Step::Kind::MakeFolder, "0", folder, Order::Files, 0});
     all.insert(all.end(), steps.begin(), steps.end());
     return all;
 }
@@ -170,7 +180,7 @@ ImageChange::Steps ImageChange::ReadJournal(const fs::path& journal) const
         steps.push_back({kind == "place"    ? Step::Kind::Place
                          : kind == "remove" ? Step::Kind::Remove
                                             : Step::Kind::MakeFolder,
-                         number, root_ / path, Order::Files});
+                         number, root_ / path, Order::Files, 0});
     }
     return steps;
 }

@@ -53,6 +53,7 @@ class ImageChange {
         std::string number; // names its places in the folder
         std::filesystem::path target;
         Order order;
+        unsigned turn = 0; // among those of one order
     };
     using Steps = std::vector<Step>;
 
@@ -61,6 +62,8 @@ class ImageChange {
         return folder_ / ("new" + step.number);
     }
     std::filesystem::path OldOf(const Step& step) const { return folder_ / ("old" + step.number); }
+    void AddStep(Step::Kind kind, const std::string& number, const std::filesystem::path& target,
+                 Order order);
     const Step* FindStep(const std::filesystem::path& target) const;
     void FinishInterrupted();
     Steps ReadJournal(const std::filesystem::path& journal) const;
@@ -74,7 +77,7 @@ class ImageChange {
 
     std::filesystem::path root_;
     std::filesystem::path folder_;
-    Steps steps_;
+    std::map<std::string, Step> steps_;       // by their targets
     std::vector<std::filesystem::path> made_; // folders above the change's own, innermost first
     unsigned next_ = 0;
 };

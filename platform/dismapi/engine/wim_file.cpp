@@ -45,6 +45,7 @@ Code CodeOfWimError(int error, int systemError)
         return code::image_file_read_only;
     case WIMLIB_ERR_IS_SPLIT_WIM:
     case WIMLIB_ERR_SPLIT_INVALID:
+        return code::split_image;
     case WIMLIB_ERR_UNSUPPORTED:
     case WIMLIB_ERR_UNSUPPORTED_FILE:
     case WIMLIB_ERR_WIM_IS_ENCRYPTED:

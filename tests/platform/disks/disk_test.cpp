@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -217,12 +218,19 @@ std::int32_t May(MemoryDisk disk, const CleanFlags& flags, const DiskState& stat
 TEST_F(Disks, WhatIsRefused)
 {
     const MemoryDisk data = Partitioned("label: gpt\\n2048,8192\\n");
-    EXPECT_EQ(May(data, {}), code::not_empty);
+    EXPECT_EQ(May(data, {}), code::clean_with_data);
     EXPECT_EQ(May(data, {.force = true}), code::ok);
     const MemoryDisk oem = Partitioned("label: dos\\n2048,8192,27\\n10240,8192,7\\n");
-    EXPECT_EQ(May(oem, {.force = true}), code::operation_denied);
-    EXPECT_EQ(May(oem, {.forceOem = true}), code::not_empty);
+    EXPECT_EQ(May(oem, {.force = true}), code::clean_with_oem);
+    EXPECT_EQ(May(oem, {.forceOem = true}), code::clean_with_data);
     EXPECT_EQ(May(oem, {.force = true, .forceOem = true}), code::ok);
+    for (const char* script : {"label: dos\\n2048,8192,42\\n",
+                               "label: gpt\\n2048,8192,AF9B60A0-1431-4F62-BC68-3311714A69AD\\n",
+                               "label: gpt\\n2048,8192,5808C8AA-7E8F-42E0-85D2-E1E90434CFB3\\n"}) {
+        const MemoryDisk dynamic = Partitioned(script);
+        EXPECT_EQ(May(dynamic, {}), code::dynamic_disk_not_empty);
+        EXPECT_EQ(May(dynamic, {.force = true}), code::ok);
+    }
     const MemoryDisk system = Partitioned("label: gpt\\n2048,8192,U\\n");
     EXPECT_EQ(May(system, {}), code::ok);
 
@@ -230,8 +238,8 @@ TEST_F(Disks, WhatIsRefused)
     EXPECT_EQ(May(blank, {}), code::ok);
     EXPECT_EQ(May(blank, {}, {.online = false}), code::disk_offline);
     EXPECT_EQ(May(blank, {}, {.readOnly = true}), code::disk_read_only);
-    EXPECT_EQ(May(blank, {}, {.boot = true}), code::boot_disk);
-    EXPECT_EQ(May(blank, {}, {.system = true}), code::system_disk);
+    EXPECT_EQ(May(blank, {}, {.boot = true}), code::clean_with_critical);
+    EXPECT_EQ(May(blank, {}, {.system = true}), code::clean_with_critical);
 }
 
 TEST_F(Disks, ACleanTakesEveryStructureOff)
@@ -264,6 +272,16 @@ TEST_F(Disks, AFullCleanTakesEverythingOff)
     tiny.Bytes()[600] = 1;
     EXPECT_EQ(Clean(tiny, true, [](unsigned) { return true; }), code::ok);
     EXPECT_TRUE(tiny.IsZero());
+}
+
+TEST_F(Disks, AFullCleanPassesOverWhatCannotBeWritten)
+{
+    MemoryDisk disk = Partitioned("label: gpt\\n2048,8192\\n", 8);
+    disk.Bytes()[3 << 20] = disk.Bytes()[6 << 20] = 0x42;
+    disk.failAt = 5; // both edges, then the stretches from the second on
+    EXPECT_EQ(Clean(disk, true, [](unsigned) { return true; }), code::partially_cleaned);
+    EXPECT_EQ(disk.Bytes()[3 << 20], 0x42);
+    EXPECT_EQ(disk.Bytes()[6 << 20], 0);
 }
 
 TEST_F(Disks, AFullCleanCanBeCancelled)

@@ -263,6 +263,19 @@ TEST_F(ImageCase, CompressionThatCannotBeMounted)
     EXPECT_CODE(Mount(), code::compression_not_mountable);
 }
 
+TEST_F(ImageCase, AnImageThatIsSplitOverFiles)
+{
+    for (const char* name : {"one.bin", "two.bin"})
+        Shell("head -c 1500000 /dev/urandom >" + (folder_ / "tree" / name).string());
+    const std::string whole = folder_ / "whole.wim", parts = folder_ / "parts.wim";
+    Shell("wimlib-imagex capture " + (folder_ / "tree").string() + " " + whole + " Test && " +
+          "wimlib-imagex split " + whole + " " + parts + " 2");
+    ASSERT_TRUE(fs::exists(folder_ / "parts2.wim"));
+    auto request = Request();
+    request.image = parts;
+    EXPECT_CODE(Store().Mount(request), code::split_image);
+}
+
 TEST_F(ImageCase, WhatIsMountedIsNotMountedAgain)
 {
     Mount();

@@ -1,0 +1,35 @@
+// operations.cpp - what runs on after the call that began it.
+#include "operations.h"
+
+#include <condition_variable>
+#include <mutex>
+
+namespace kestro::vds {
+namespace {
+
+std::mutex g_mutex;
+std::condition_variable g_changed;
+int g_running = 0;
+
+} // namespace
+
+RunningOperation::RunningOperation()
+{
+    const std::lock_guard lock(g_mutex);
+    ++g_running;
+}
+
+RunningOperation::~RunningOperation()
+{
+    const std::lock_guard lock(g_mutex);
+    --g_running;
+    g_changed.notify_all();
+}
+
+void RunningOperation::WaitForAll()
+{
+    std::unique_lock lock(g_mutex);
+    g_changed.wait(lock, [] { return g_running == 0; });
+}
+
+} // namespace kestro::vds
