@@ -153,7 +153,7 @@ class Details(DriverCase):
         self.assertEqual([package["in_box"] for package in listed], [False] * len(names) + [True])
         hid = next(package for package in listed if package["original_file"].endswith("\\kestrohid.inf"))
         for key, value in {"class": "HIDClass", "provider": "Kestro Samples", "date": "2016-04-21",
-                           "version": "1.3.0.0", "signature": "signed", "boot_critical": False,
+                           "version": "1.3.0.0", "signature": "signed", "boot_critical": True,
                            "class_guid": "{745a17a0-74d3-11d0-b6fe-00a0c90f57da}",
                            "catalog": "kestrohid.cat"}.items():
             self.assertEqual(hid[key], value, key)
