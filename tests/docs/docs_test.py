@@ -109,7 +109,7 @@ class Names(unittest.TestCase):
                     self.assertTrue(glob.glob(os.path.join(SOURCE, name)))
 
     def test_commands_of_the_tree_exist(self):
-        commands = set(re.findall(r"(?m)^  (\w+)  ", read("dev")))
+        commands = set(re.findall(r"(?m)^  (\w+) +\S", read("dev")))
         presets = set(re.findall(r'"name": "(\w+)"', read("CMakePresets.json")))
         for path in PAGES:
             text = "\n".join(Page(path).lines)

@@ -59,6 +59,10 @@ class World:
         return self
 
     def __exit__(self, *_):
+        # What a page leaves mounted holds on to its directory.
+        for name in os.listdir(self.folder.name):
+            if os.path.ismount(os.path.join(self.folder.name, name)):
+                self.run([HOST, "unmount", "D:\\" + name, "--discard"])
         os.remove(DRIVE)
         if os.path.exists(DISKS):
             os.remove(DISKS)

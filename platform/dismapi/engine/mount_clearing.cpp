@@ -18,11 +18,13 @@ bool IsGone(const std::string& directory)
 void ImageStore::ClearAwayInvalid()
 {
     for (const MountInfo& mount : Mounts()) {
-        if (mount.state != MountState::Invalid)
+        const bool gone = IsGone(mount.directory);
+        if (mount.state != MountState::Invalid && !gone)
             continue;
-        log_.Info("clearing away the mount in " + mount.directory + ": " + mount.reason);
+        log_.Info("clearing away the mount in " + mount.directory + ": " +
+                  (gone ? "there is no such directory any more" : mount.reason));
         try {
-            if (IsGone(mount.directory))
+            if (gone)
                 Forget(mount.directory);
             else
                 Discard(mount.directory);
