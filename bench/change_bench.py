@@ -14,7 +14,7 @@ import tempfile
 import time
 
 import sample_image
-from platform_bench import OUT, Cost, kestro, peak_of, run, wimlib
+from platform_bench import OUT, RUN, Cost, kestro, peak_of, run, wimlib
 
 # (entries, MiB): as many entries in files of different sizes, and more entries.
 SHAPES = ((20_000, 400), (20_000, 1000), (20_000, 2000), (80_000, 2000))
@@ -62,6 +62,7 @@ class Bench:
     def __init__(self, work, base):
         self.work, self.base = work, base
         self.costs, self.bytes, self.server = {}, {}, {}
+        self.mounted = False
         for name in ("mount", "hand", "packages"):
             os.makedirs(self.path(name))
         sample_image.make_package(self.path("packages/one"))
@@ -85,6 +86,7 @@ class Bench:
 
     def ours(self):
         image, mount = self.fresh("ours.wim"), self.path("mount")
+        self.mounted = True
         self.step("mount", kestro("mount", image, mount))
         self.server.setdefault("ours", []).append(servers())
         size = os.path.getsize(image)
@@ -93,6 +95,7 @@ class Bench:
         self.change(mount, "changed.bin")
         size = os.path.getsize(image)
         self.step("save and unmount", kestro("unmount", mount, "--commit"), image, size)
+        self.mounted = False
 
     def by_hand(self):
         image, mount = self.fresh("hand.wim"), self.path("hand")
@@ -106,23 +109,27 @@ class Bench:
         size = os.path.getsize(image)
         self.step("append, sync", self.append(image, source), image, size)
 
+    def leave(self):
+        """Leaves no mount behind, also when a step has failed."""
+        if self.mounted:
+            subprocess.run([RUN, sample_image.HOST, "unmount", self.path("mount"), "--discard"],
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
     def append(self, image, source):
         cost = wimlib("update", image, "1", text="add '%s' /Windows/small.bin\n" % source)
         return cost + run("sync", image) + run("sync", image)
 
 
 def make_packages(folder):
-    """Packages that differ in their names and in one file each."""
+    """Packages that differ in the size of their files, and so in their catalogs."""
     infs = []
-    for number in range(PACKAGES):
-        package = os.path.join(folder, "p%02d" % number)
-        sample_image.make_package(package)
-        payload = [path for path in sorted(os.listdir(package)) if path.endswith(".sys")]
-        for path in payload[:1]:
-            with open(os.path.join(package, path), "ab") as file:
-                file.write(b"%d" % number)
-        infs.append(os.path.join(package, sample_image.INF))
-    return infs
+    for size in range(100_000, 100_000 + 1000 * PACKAGES, 1000):
+        made = os.path.join(folder, str(size))
+        subprocess.run([sample_image.MAKE_SAMPLES, made, str(size)], check=True)
+        infs += sorted(glob.glob(os.path.join(made, "signed", "*.inf")))
+        if len(infs) >= PACKAGES:
+            return infs[:PACKAGES]
+    sys.exit("change_bench: not enough packages")
 
 
 def many_packages(bench):
@@ -131,12 +138,14 @@ def many_packages(bench):
     for name, lists in (("in lists of eight", [infs[i:i + 8] for i in range(0, PACKAGES, 8)]),
                         ("one by one", [[inf] for inf in infs])):
         image, mount = bench.fresh("many.wim"), bench.path("mount")
+        bench.mounted = True
         kestro("mount", image, mount)
         size, cost = os.path.getsize(image), Cost(0, 0)
         for one in lists:
             cost = cost + kestro("driver", "add", mount, *one)
         bench.step(name, cost, image, size)
         kestro("unmount", mount, "--discard")
+        bench.mounted = False
 
 
 def median(costs):
@@ -163,7 +172,7 @@ def report(shape, bench, start):
     print("peak MiB: mount %.0f, add %.0f, save %.0f; mountrw %.0f, append %.0f; serving %.0f, "
           "by hand %.0f" % (peaks["mount"], peaks["add a driver"], peaks["save and unmount"],
                             peaks["mountrw"], peaks["append, sync"], serving["ours"],
-                            serving["hand"]))
+                            serving["hand"]), flush=True)
     return {"entries": shape[0], "mebibytes": shape[1], "rows": rows, "peak_mib": peaks,
             "serving_mib": serving}
 
@@ -174,12 +183,16 @@ def measure(shape, folder, rounds, start):
           "seconds by hand  ratio    written" % (*shape, rounds))
     with tempfile.TemporaryDirectory(prefix="change-", dir=OUT) as work:
         bench = Bench(work, base)
-        for number in range(rounds):
-            for side in (bench.ours, bench.by_hand)[::1 if number % 2 == 0 else -1]:
-                side()
-        table = report(shape, bench, start)
+        try:
+            for number in range(rounds):
+                for side in (bench.ours, bench.by_hand)[::1 if number % 2 == 0 else -1]:
+                    side()
+            table = report(shape, bench, start)
+            if shape == SHAPES[0]:
+                many_packages(bench)
+        finally:
+            bench.leave()
         if shape == SHAPES[0]:
-            many_packages(bench)
             for name in ("in lists of eight", "one by one"):
                 print("%d packages %-18s %7.2f s  %7.1f MiB" % (
                     PACKAGES, name, median(bench.costs[name]), bench.bytes[name][0] / 2**20))

@@ -11,6 +11,8 @@ disks="$WINEPREFIX/drive_c/ProgramData/Kestro/disks.ini"
 finish() {
     # The disk service's own list comes back.
     [ ! -f "$work/disks.ini" ] || mv "$work/disks.ini" "$disks"
+    # What a step that failed has left mounted.
+    ! mountpoint -q "$work/mount" || kestro unmount "$work/mount" --discard
     rm -rf "$work"
     platform/kestro-wine --stop
 }
@@ -92,6 +94,11 @@ run wimlib-imagex capture "$work/tree" "$work/install.wim" "Demo" --compress=LZX
 
 say "Mount it"
 kestro mount "$work/install.wim" "$work/mount"
+if mountpoint -q "$work/mount"; then
+    echo "   mounted lazily: a process shows the image, an overlay takes the changes"
+else
+    echo "   mounted by extracting the image"
+fi
 expect "the mounted tree is the captured one" diff -r "$work/tree" "$work/mount"
 
 say "Change it"

@@ -47,16 +47,13 @@ class ServicingItself : public testing::Test {
         folder_ = fs::temp_directory_path() /
                   (L"kestro-servicing-" + std::to_wstring(GetCurrentProcessId()));
         fs::create_directories(folder_ / L"image/Windows/INF");
-        fs::create_directories(folder_ / L"package");
-        for (const wchar_t* name : {L"tidepoolhid.inf", L"tidepoolhid.cat"})
-            fs::copy_file(fs::path(KESTRO_FIXTURES) / L"drivers/tidepool" / name,
-                          folder_ / L"package" / name);
+        fs::copy(KESTRO_SAMPLES, folder_ / L"package", fs::copy_options::recursive);
     }
     void TearDown() override { fs::remove_all(folder_); }
 
     std::wstring Log() const { return folder_ / L"dism.log"; }
     std::wstring Image() const { return folder_ / L"image"; }
-    std::wstring Inf() const { return folder_ / L"package/tidepoolhid.inf"; }
+    std::wstring Inf() const { return folder_ / L"package/kestrohid.inf"; }
 
     fs::path folder_;
 };

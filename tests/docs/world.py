@@ -62,7 +62,16 @@ class World:
         os.remove(DRIVE)
         if os.path.exists(DISKS):
             os.remove(DISKS)
+        self.unmount_all()
         self.folder.cleanup()
+
+    def unmount_all(self):
+        """A page may end with an image mounted."""
+        with open("/proc/self/mounts", encoding="utf-8", errors="surrogateescape") as mounts:
+            for line in mounts:
+                directory = line.split(" ")[1]
+                if directory.startswith(self.folder.name + "/"):
+                    subprocess.run(["umount", "-l", directory], check=False)
 
     def path(self, windows):
         """The file behind a path on D: or C:."""

@@ -151,11 +151,11 @@ class Details(DriverCase):
         names = ["oem%d.inf" % i for i in range(len(INFS))]
         self.assertEqual([package["published_name"] for package in listed], [*names, "usb.inf"])
         self.assertEqual([package["in_box"] for package in listed], [False] * len(names) + [True])
-        hid = next(package for package in listed if package["original_file"].endswith("\\tidepoolhid.inf"))
-        for key, value in {"class": "HIDClass", "provider": "Tidepool", "date": "2016-04-21",
-                           "version": "1.3.0.0", "signature": "signed", "boot_critical": False,
+        hid = next(package for package in listed if package["original_file"].endswith("\\kestrohid.inf"))
+        for key, value in {"class": "HIDClass", "provider": "Kestro Samples", "date": "2016-04-21",
+                           "version": "1.3.0.0", "signature": "signed", "boot_critical": True,
                            "class_guid": "{745a17a0-74d3-11d0-b6fe-00a0c90f57da}",
-                           "catalog": "tidepoolhid.cat"}.items():
+                           "catalog": "kestrohid.cat"}.items():
             self.assertEqual(hid[key], value, key)
         self.assertEqual(self.exit_code("driver", "list", self.mounted, "--long"), 0, self.errors)
         lines = self.output.splitlines()
@@ -167,7 +167,7 @@ class Details(DriverCase):
 
     def test_numbers_are_sorted_by_value(self):
         for number in (10, 9, 2):
-            self.write("mount/Windows/INF/oem%d.inf" % number, self.read("packages/tidepoolhid.inf"))
+            self.write("mount/Windows/INF/oem%d.inf" % number, self.read("packages/kestrohid.inf"))
         listed = self.document("list", self.mounted, "--long")["packages"]
         self.assertEqual([package["published_name"] for package in listed],
                          ["oem2.inf", "oem9.inf", "oem10.inf"])

@@ -126,15 +126,15 @@ class SkipsAndFailures(InjectCase):
                 for package in document["images"][0]["packages"]}
 
     def test_skips_say_why_and_are_no_failure(self):
-        inf = self.read("packages/tidepoolhid.inf").replace(b"NTamd64", b"NTarm64").replace(b"NTAMD64", b"NTarm64")
+        inf = self.read("packages/kestrohid.inf").replace(b"NTamd64", b"NTarm64")
         self.write("arm/device.inf", inf)
         names = [os.path.basename(inf) for inf in self.packages]
-        os.remove(self.path("packages", "ftdibus.cat"))
-        os.remove(self.path("packages/amd64/ftser2k.sys"))
+        os.remove(self.path("packages", "health_driver.cat"))
+        os.remove(self.path("packages/amd64/kestroport.sys"))
         document = self.inject(self.path("packages"), self.path("arm"))
         reasons = self.reasons(document)
-        self.assertEqual(reasons["ftdibus.inf"], ("skipped", "unsigned"))
-        self.assertEqual(reasons["ftdiport.inf"], ("skipped", "a file of it is missing"))
+        self.assertEqual(reasons["kestrohealth.inf"], ("skipped", "unsigned"))
+        self.assertEqual(reasons["kestroport.inf"], ("skipped", "a file of it is missing"))
         self.assertEqual(reasons["device.inf"][0], "skipped")
         self.assertRegex(reasons["device.inf"][1], r"^for another architecture \(.*arm64.*\)$")
         self.assertEqual(document["summary"]["failed"], 0)
@@ -148,7 +148,7 @@ class SkipsAndFailures(InjectCase):
         self.assertEqual(len(self.infs_in(1)), len(self.packages))
 
     def test_nothing_that_fits_is_no_success(self):
-        make_packages(self.path("arm"), "raspberrypi")
+        make_packages(self.path("arm"), "unsigned")
         before = sha256(self.image)
         document = self.inject(self.path("arm"), exit_code=1)
         self.assertFalse(document["succeeded"])

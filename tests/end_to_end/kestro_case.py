@@ -51,7 +51,16 @@ class KestroCase(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="kestro-")
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+        self.addCleanup(self.unmount_all)
         self.result_number = 0
+
+    def unmount_all(self):
+        """What a failed test has left mounted goes away before its folder does."""
+        with open("/proc/self/mounts", encoding="utf-8", errors="surrogateescape") as mounts:
+            directories = [line.split(" ")[1] for line in mounts]
+        for directory in reversed(directories):
+            if directory.startswith(self.folder + "/"):
+                subprocess.run(["umount", "-l", directory], check=False)
 
     def path(self, *parts):
         return os.path.join(self.folder, *parts)

@@ -169,12 +169,12 @@ TEST_F(ServicingApi, RecordsOfAPackage)
     ASSERT_EQ(count, 1u);
     const DismDriverPackage package = packages[0];
     EXPECT_STREQ(package.PublishedName, L"oem0.inf");
-    EXPECT_TRUE(fs::exists(package.OriginalFileName));
+    const fs::path stored = package.OriginalFileName;
     EXPECT_FALSE(package.InBox);
     EXPECT_STREQ(package.CatalogFile, L"kestrohid.cat");
     EXPECT_STREQ(package.ClassName, L"HIDClass");
     EXPECT_STREQ(package.ClassGuid, L"{745a17a0-74d3-11d0-b6fe-00a0c90f57da}");
-    EXPECT_FALSE(package.BootCritical);
+    EXPECT_TRUE(package.BootCritical);
     EXPECT_EQ(package.DriverSignature, DismDriverSignatureSigned);
     EXPECT_STREQ(package.ProviderName, L"Kestro Samples");
     EXPECT_EQ(package.Date.wYear, 2016);
@@ -187,7 +187,9 @@ TEST_F(ServicingApi, RecordsOfAPackage)
     EXPECT_EQ(package.Revision, 0u);
     EXPECT_EQ(DismDelete(packages), S_OK);
     EXPECT_EQ(DismDelete(packages), invalidParameter);
+    // Closing the session writes what it added.
     EXPECT_EQ(DismCloseSession(session), S_OK);
+    EXPECT_TRUE(fs::exists(stored));
 }
 
 TEST_F(ServicingApi, OneRecordForEachHardwareId)

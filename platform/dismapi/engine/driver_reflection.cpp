@@ -116,6 +116,7 @@ void DriverReflection::WriteService(const DriverEntry& entry, const ServiceInsta
     // With another start in it, a driver of the boot would not be loaded.
     if (const Key override = system.Child(key, "StartOverride"))
         system.Remove(override);
+    Apply(key, service.directives);
     Apply(key, service.settings);
     for (const auto& log : service.eventLogs)
         WriteEventLog(log);

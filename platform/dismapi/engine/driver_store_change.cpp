@@ -2,6 +2,7 @@
 #include "driver_reflection.h"
 #include "driver_source.h"
 #include "driver_store_state.h"
+#include "registry_directories.h"
 
 namespace fs = std::filesystem;
 
@@ -93,6 +94,8 @@ AddResult DriverStore::AddUnlocked(const DriverSource& source, bool forceUnsigne
     const auto same = FindSame(source, ownFolder);
     entry.published = same ? same->published : FreeName();
     entry.folder = same ? same->folder : ownFolder;
+    const DriverPackage package = WithDirectories(source.Package(), entry.folder);
+    entry.package = &package;
     if (same)
         StageMissing(source, entry, entry.folder == ownFolder);
     else

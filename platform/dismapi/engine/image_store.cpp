@@ -217,7 +217,11 @@ void ImageStore::SaveTakenOff(MountEntry& entry, const CommitOptions& options,
     try {
         Save(entry, options, MountStatus::Unmounting, progress);
     } catch (...) {
-        lazy.PutOn();
+        try {
+            lazy.PutOn();
+        } catch (const ServicingError& error) {
+            log_.Warning(std::string(error.what()) + "; the next call puts the mount back");
+        }
         throw;
     }
 }
@@ -254,6 +258,7 @@ void ImageStore::TakeDown(MountEntry& entry)
         const LazyMount lazy = Lazy(entry);
         lazy.TakeOff();
         lazy.Remove();
+        RemoveOtherLayers(entry);
         return;
     }
     try {

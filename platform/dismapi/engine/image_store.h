@@ -86,6 +86,7 @@ class ImageStore {
     void PutBack(MountEntry& entry);
     void Forget(const std::string& directory);
     void RenewLayers(MountEntry& entry);
+    void RemoveOtherLayers(const MountEntry& entry) const;
     void SaveTakenOff(MountEntry& entry, const CommitOptions& options, const Progress& progress);
     void TakeDown(MountEntry& entry);
     void RequireWhole(const MountEntry& entry) const;

@@ -71,7 +71,11 @@ void WriteImage(const ImageWriter& writer, const WriteOptions& options,
         CommitShownImage(Shown(folder), options);
         AwaitEndOfServing(LockOf(folder));
     } catch (...) {
-        ClearWriterFolder(folder);
+        try {
+            ClearWriterFolder(folder);
+        } catch (const ServicingError&) {
+            // The next writer tries again; why the work failed is what counts.
+        }
         throw;
     }
     ClearWriterFolder(folder);

@@ -33,9 +33,6 @@ void RequireHere(MountPresence presence, const std::string& directory)
         throw ServicingError(code::not_a_valid_mount,
                              "the image of " + directory +
                                  " is mounted in another mount namespace; work with it there");
-    if (presence == MountPresence::Covered)
-        throw ServicingError(code::not_a_valid_mount, "something else is mounted over " +
-                                                          directory + "; unmount that first");
 }
 
 } // namespace kestro::servicing

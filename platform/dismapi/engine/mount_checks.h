@@ -12,7 +12,7 @@ FileIdentity DirectoryIdentity(const std::string& directory);
 // They throw ServicingError.
 void RequireEmptyDirectory(const std::string& directory);
 void RequireSameDirectory(const MountRecord& record);
-// Not where this process cannot see it, and not below something else.
+// Not where this process cannot see it.
 void RequireHere(MountPresence presence, const std::string& directory);
 
 } // namespace kestro::servicing

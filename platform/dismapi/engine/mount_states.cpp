@@ -14,8 +14,17 @@ void ImageStore::PutBack(const std::string& directory)
     const std::optional<MountRecord> record = registry_.Peek(directory);
     if (!record || !record->IsLazy() || record->status != MountStatus::Mounted)
         return;
-    MountEntry entry = Find(directory);
-    PutBack(entry);
+    try {
+        MountEntry entry = Find(directory);
+        PutBack(entry);
+        if (Lazy(entry).Look() == MountPresence::Covered)
+            throw ServicingError(code::not_a_valid_mount, "something else is mounted over " +
+                                                              directory + "; unmount that first");
+    } catch (const ServicingError& error) {
+        // Whoever works on the mount puts it back.
+        if (error.GetCode() != code::busy)
+            throw;
+    }
 }
 
 void ImageStore::PutBack(MountEntry& entry)
@@ -26,7 +35,7 @@ void ImageStore::PutBack(MountEntry& entry)
     const LazyMount lazy = Lazy(entry);
     const MountPresence presence = lazy.Look();
     RequireHere(presence, record.directory);
-    if (presence == MountPresence::Whole)
+    if (presence != MountPresence::Broken)
         return;
     log_.Warning("the mount in " + record.directory + " is not served any more; it is put back");
     lazy.Clear();
@@ -66,10 +75,7 @@ void ImageStore::RenewLayers(MountEntry& entry)
     MountRecord next = old;
     const LayersIn place =
         old.layers.starts_with(old.image + ".") ? LayersIn::ImageFolder : LayersIn::Record;
-    for (const std::string& leftover : entry.OtherLayers(place)) {
-        next.layers = leftover;
-        LazyMount(next, entry.Name(), serverProgram_).Remove();
-    }
+    RemoveOtherLayers(entry);
     next.layers = entry.NewLayers(place);
     // Nobody is to see it half done.
     MountRecord hidden = next;
@@ -91,7 +97,17 @@ void ImageStore::RenewLayers(MountEntry& entry)
     const std::string empty = ToText(UpperState{});
     entry.Prepare(next, &empty);
     entry.Adopt();
-    LazyMount(old, entry.Name(), serverProgram_).Remove();
+    RemoveOtherLayers(entry);
+}
+
+void ImageStore::RemoveOtherLayers(const MountEntry& entry) const
+{
+    MountRecord other = entry.Record();
+    for (const LayersIn place : {LayersIn::Record, LayersIn::ImageFolder})
+        for (const std::string& layers : entry.OtherLayers(place)) {
+            other.layers = layers;
+            LazyMount(other, entry.Name(), serverProgram_).Remove();
+        }
 }
 
 namespace {
@@ -133,6 +149,8 @@ MountInfo ImageStore::Describe(const MountEntry& entry) const
         info.reason = error.what();
         return info;
     }
+    if (presence == MountPresence::Covered)
+        info.reason = "something else is mounted over it";
     try {
         RequireHere(presence, record.directory);
     } catch (const ServicingError& error) {

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -94,9 +95,10 @@ int ReadInTime(const char* path, char* buffer, std::size_t size, off_t offset, v
 {
     constexpr itimerval never = {}, limit = {{}, {60, 0}};
     setitimer(ITIMER_VIRTUAL, &limit, nullptr);
+    errno = EIO; // libwim passes on whatever it finds there
     const int result = g_read(path, buffer, size, offset, file);
     setitimer(ITIMER_VIRTUAL, &never, nullptr);
-    return result;
+    return result < 0 ? -EIO : result;
 }
 
 // The image is mounted, and the first request is about to be answered.

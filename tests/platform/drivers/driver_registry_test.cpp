@@ -3,6 +3,7 @@
 #include "driver_case.h"
 #include "hive_file.h"
 #include "minimal_hive.h"
+#include "text_encoding.h"
 
 #include <functional>
 
@@ -75,6 +76,25 @@ TEST_F(Registries, ALeftoverStartOverrideGoes)
                                   "\"0\"=dword:00000003\n\n");
     AddBoot("disk");
     EXPECT_TRUE(Registry("SYSTEM", "ControlSet002\\Services\\svcdisk\\StartOverride").empty());
+}
+
+TEST_F(Registries, AServiceHasItsDirectivesAndItsPackagesFolder)
+{
+    auto package = MakeBootPackage("disk");
+    auto& service = package.configurations[0].services[0];
+    servicing::RegistrySetting setting = service.settings[0];
+    setting.key = "";
+    setting.name = "BootFlags";
+    service.directives = {setting};
+    setting.name = "Help";
+    setting.type = 2;
+    setting.data = servicing::Utf16Of("%13%\\help.dll") + std::string(2, '\0');
+    service.settings.push_back(setting);
+    const auto added = Add(package);
+    EXPECT_EQ(Service("svcdisk", "BootFlags"), "DW 0x1");
+    EXPECT_EQ(Service("svcdisk", "Help"),
+              "EX %SystemRoot%\\System32\\DriverStore\\FileRepository\\" +
+                  added.folder.filename().string() + "\\help.dll");
 }
 
 TEST_F(Registries, TagsAreFreeOnesOfTheGroup)

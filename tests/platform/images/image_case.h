@@ -48,6 +48,11 @@ class ImageCase : public testing::Test {
 
 } // namespace kestro::test
 
+// For what is so only where images are extracted.
+#define SKIP_IF_LAZY(reason)                                                                       \
+    if (IsLazy())                                                                                  \
+    GTEST_SKIP() << (reason)
+
 // Where nothing can be mounted lazily, nothing of it can be tested.
 #define SKIP_WITHOUT_LAZY_MOUNTS()                                                                 \
     try {                                                                                          \

@@ -26,6 +26,12 @@ class LazyCase : public ImageCase {
         request.readOnly = true;
         return request;
     }
+    void KillServer() const
+    {
+        for (const auto& entry : fs::recursive_directory_iterator(folder_ / "records"))
+            if (entry.path().filename() == "served")
+                servicing::EndServing(entry.path());
+    }
     // Everything that a program can see of a tree. Times as an image holds them.
     static std::string Tree(const std::string& directory)
     {
@@ -95,7 +101,7 @@ TEST_F(LazyCase, ShowsSolidImagesReadOnly)
 TEST_F(LazyCase, AMountWhoseProcessDiedIsPutBack)
 {
     Store().Mount(ReadOnly());
-    Shell("pkill -KILL -f '^" KESTRO_IMAGE_SERVER " " + Image().string() + " '");
+    KillServer();
     ASSERT_EQ(Store().Mounts().size(), 1U);
     EXPECT_EQ(Store().Mounts()[0].state, MountState::NeedsRemount);
     Store().PutBack(Mounted());

@@ -14,11 +14,11 @@ namespace kestro::test {
 static bool ChangesTheDisk(unsigned long long call)
 {
     static const std::set<unsigned long long> calls = {
-        SYS_write,    SYS_pwrite64, SYS_writev,  SYS_pwritev,   SYS_copy_file_range,
-        SYS_rename,   SYS_unlink,   SYS_rmdir,   SYS_mkdir,     SYS_unlinkat,
-        SYS_fsync,    SYS_syncfs,   SYS_symlink, SYS_ftruncate, SYS_sendfile,
-        SYS_mkdirat,  SYS_link,     SYS_linkat,  SYS_utimensat, SYS_fdatasync,
-        SYS_renameat2};
+        SYS_write,     SYS_pwrite64, SYS_writev,  SYS_pwritev,   SYS_copy_file_range,
+        SYS_rename,    SYS_unlink,   SYS_rmdir,   SYS_mkdir,     SYS_unlinkat,
+        SYS_fsync,     SYS_syncfs,   SYS_symlink, SYS_ftruncate, SYS_sendfile,
+        SYS_mkdirat,   SYS_link,     SYS_linkat,  SYS_utimensat, SYS_fdatasync,
+        SYS_renameat2, SYS_mount,    SYS_umount2};
     return calls.count(call) != 0;
 }
 
