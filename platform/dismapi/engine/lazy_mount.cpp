@@ -3,6 +3,7 @@
 
 #include "mount_table.h"
 #include "servicing_error.h"
+#include "upper_state.h"
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -123,8 +124,10 @@ void LazyMount::PutOn() const
 void LazyMount::Mount() const
 {
     Serve();
-    if (!readOnly_)
-        PutOn();
+    if (readOnly_)
+        return;
+    ForgetOrigins(Upper());
+    PutOn();
 }
 
 void LazyMount::TakeOff() const

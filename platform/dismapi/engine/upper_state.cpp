@@ -69,6 +69,17 @@ UpperState ReadUpperState(const std::string& upper)
                                      "try again when that has ended");
 }
 
+void ForgetOrigins(const std::string& upper)
+{
+    WalkTree(upper, [&](const std::string& path, const struct stat&, int directory) {
+        const bool forgotten =
+            directory >= 0 || lremovexattr((upper + path).c_str(), "trusted.overlay.origin") == 0 ||
+            errno == ENODATA || errno == ENOENT || errno == EOPNOTSUPP;
+        if (!forgotten)
+            throw SystemError("cannot change what the overlay noted of " + path);
+    });
+}
+
 UpperState ToUpperState(const TreeState& tree)
 {
     UpperState state;

@@ -22,6 +22,9 @@ using UpperState = std::map<std::string, UpperEntry, PathOrder>;
 
 // Throws busy when others do not stop moving things about.
 UpperState ReadUpperState(const std::string& upper);
+// For an upper directory that is laid over the image again. The overlay notes of a file from which one of the
+// image's it was made, by a number that the serving process gave; the next process gives it to another.
+void ForgetOrigins(const std::string& upper);
 // Of a directory that no image shows through: an extracted one.
 UpperState ToUpperState(const TreeState& tree);
 

@@ -83,6 +83,26 @@ TEST_F(LazySave, IsPutBackWithWhatWasNotSaved)
     ExpectNothingLeft();
 }
 
+// The process that serves the image now counts its files in another order than the one before.
+TEST_F(LazySave, IsPutBackWithManyChangedFiles)
+{
+    for (int i = 0; i < 60; ++i)
+        WriteFile(In("/many/" + std::to_string(i % 6) + "/" + std::to_string(i)), "new");
+    Commit();
+    auto request = Request();
+    request.way = servicing::MountWay::Lazy;
+    Store().Mount(request);
+    for (int i = 0; i < 60; i += 2)
+        WriteFile(In("/many/" + std::to_string(i % 6) + "/" + std::to_string(i)), "changed");
+    EndServing();
+    Store().PutBack(Mounted());
+    for (int i = 59; i >= 0; --i)
+        EXPECT_EQ(ReadFile(In("/many/" + std::to_string(i % 6) + "/" + std::to_string(i))),
+                  i % 2 == 0 ? "changed" : "new");
+    Commit();
+    ExpectNothingLeft();
+}
+
 // What Windows cannot hold is refused before anything is written, and stays for the user to rename.
 TEST_F(LazySave, OfWhatWindowsCannotHoldIsRefused)
 {
