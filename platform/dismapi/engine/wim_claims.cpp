@@ -31,7 +31,7 @@ class Claims {
         size_ = static_cast<std::uint64_t>(status.st_size);
         Require(!header_.IsEmpty() && header_.IsOfImageFile(), "is no image file");
         if (header_.Parts() != 1)
-            throw ServicingError(code::not_supported, path + " is a part of a split image file");
+            throw ServicingError(code::split_image, path + " is a part of a split image file");
         chunks_ = ChunksOf(header_);
     }
 
