@@ -103,7 +103,11 @@ void SaveImage(MountEntry& entry, MountRecord next, const std::string* state,
         log.Info(save.next.image + " is written anew: " + why);
         SaveByCopying(save, compact);
     } catch (...) {
-        entry.RecoverLocked();
+        try {
+            entry.RecoverLocked();
+        } catch (const ServicingError&) {
+            // The next call brings the record into order; why the save failed is what counts.
+        }
         throw;
     }
 }

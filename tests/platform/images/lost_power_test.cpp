@@ -3,6 +3,8 @@
 #include "image_case.h"
 #include "lost_power.h"
 
+#include <algorithm>
+
 namespace kestro::test {
 namespace {
 
@@ -27,9 +29,12 @@ class PowerLost : public ImageCase {
         for (const auto& [path, content] : files)
             WriteFile(path, content);
     }
+    // The stand-in, and what is written into it while it is mounted.
     static bool IsStandIn(const fs::path& path)
     {
-        return path.filename().string().starts_with("stand-in");
+        return std::any_of(path.begin(), path.end(), [](const fs::path& part) {
+            return part.string().starts_with("stand-in");
+        });
     }
     LostPower RecordSave(const Files& before) const
     {
