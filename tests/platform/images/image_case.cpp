@@ -45,11 +45,16 @@ void ImageCase::MoveImageTo(const fs::path& folder)
     image_ = folder / "image.wim";
 }
 
-servicing::ImageStore ImageCase::Store() const
+servicing::ImageStore ImageCase::Store(const std::string& server) const
 {
     return servicing::ImageStore(folder_ / "records",
                                  servicing::PlatformLog(folder_ / "log", servicing::LogLevel::Info),
-                                 KESTRO_IMAGE_SERVER);
+                                 server);
+}
+
+servicing::ImageStore ImageCase::Store() const
+{
+    return Store(KESTRO_IMAGE_SERVER);
 }
 
 servicing::MountWay ImageCase::Way()

@@ -20,6 +20,8 @@ class ImageCase : public testing::Test {
     void TearDown() override;
 
     servicing::ImageStore Store() const;
+    // With another program that serves images; none where it is empty.
+    servicing::ImageStore Store(const std::string& server) const;
     servicing::MountRequest Request() const;
     // How this run of the tests mounts: KESTRO_MOUNT says "lazy", or everything is extracted.
     static servicing::MountWay Way();
