@@ -58,12 +58,13 @@ function main(parameters) {
     (_, index) => packages[Math.min(index, packages.length - 1)]);
   file = newFile(results, 'drivers.ini');
   const listed = library.AddDriverListW(directory, entries, log, file) === 1;
-  // The return value does not tell of a single package: its path among the errors does.
+  // The return value does not tell of a single package: its path among the errors does. The others are
+  // saved all the same.
   const errors = Object.keys(sections(file).DISM_ADDDRIVER_ERRORS ?? {});
   const added = report('add drivers', listed && errors.length === 0, file);
 
   file = newFile(results, 'unmount.ini');
-  const flags = added ? kestro.saveChanges : kestro.dropChanges;
+  const flags = listed ? kestro.saveChanges : kestro.dropChanges;
   const unmounted = report('unmount', library.UnmountWimImageW(directory, flags, log, file) === 1, file);
   return added && unmounted ? 0 : 1;
 }

