@@ -216,10 +216,9 @@ bool Replayer::PutContent(const Name& name, bool inPlace)
         Remove(name.path);
     else if (truncate(to.c_str(), 0) != 0) // opened first, the old content would be read
         throw SystemError("cannot write " + to);
-    const FileDescriptor target(open(to.c_str(),
-                                     O_RDWR | O_NOFOLLOW | O_CLOEXEC |
-                                         (inPlace ? 0 : O_CREAT | O_EXCL),
-                                     status.st_mode & 07777));
+    const FileDescriptor target(
+        open(to.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | (inPlace ? 0 : O_CREAT | O_EXCL),
+             status.st_mode & 07777));
     if (!target)
         throw SystemError("cannot write " + to);
     if (!inPlace)
