@@ -57,7 +57,7 @@ class Owned {
 // A text of a record, which is the caller's.
 std::string Taken(wchar_t*& text)
 {
-    const std::string taken = detail::TextOf(text);
+    std::string taken = detail::TextOf(text);
     CoTaskMemFree(std::exchange(text, nullptr));
     return taken;
 }

@@ -38,7 +38,7 @@ bool Interrupted()
 
 HANDLE InterruptEvent()
 {
-    static const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    static HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     return event;
 }
 

@@ -204,11 +204,11 @@ Result OnThread(std::chrono::milliseconds limit, const std::function<Result()>& 
 // What the service manager knows: that there is no such service, or that nobody may start it.
 inline std::optional<Failure> RefusedByManager()
 {
-    const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+    SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
     if (manager == nullptr)
         return {};
     std::optional<Failure> failure;
-    const SC_HANDLE service = OpenServiceW(manager, L"vds", SERVICE_QUERY_CONFIG);
+    SC_HANDLE service = OpenServiceW(manager, L"vds", SERVICE_QUERY_CONFIG);
     if (service == nullptr && GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST)
         failure =
             Failure{"OpenService",

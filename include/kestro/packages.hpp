@@ -166,7 +166,9 @@ class ListReading {
         if (step == nullptr)
             return {};
         for (const auto& [name, value] : step->other) {
-            const std::string line = name + "=" + value;
+            std::string line = name;
+            line += "=";
+            line += value;
             if (line.size() > key.size() && line[key.size()] == '=' &&
                 EqualNames(std::string_view(line).substr(0, key.size()), key))
                 return line.substr(key.size() + 1);
