@@ -20,6 +20,7 @@ void ShowTable(const Output& out, const std::vector<std::string>& headings,
                const std::vector<std::vector<std::string>>& rows)
 {
     std::vector<std::size_t> widths;
+    widths.reserve(headings.size());
     for (const std::string& heading : headings)
         widths.push_back(WidthOf(heading));
     for (const auto& row : rows)
