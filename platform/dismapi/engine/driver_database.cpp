@@ -34,7 +34,7 @@ void DriverDatabase::WritePackage(const DriverEntry& entry, const std::string& v
         TextValue("Catalog", package.catalog),
         TextValue("Provider", package.provider),
         TextValue("SignerName", SignerNameOf(entry)),
-        NumberValue("SignerScore", entry.signerScore),
+        NumberValue("SignerScore", SignerScoreOf(entry)),
         NumberValue("StatusFlags", StatusFlagsOf(entry)),
         BytesValue("Version", version),
     };

@@ -1,6 +1,8 @@
 // driver_values.cpp - values of the driver database that Windows derives.
 #include "driver_values.h"
 
+#include "signed_message.h"
+
 #include <algorithm>
 
 namespace kestro::servicing {
@@ -8,9 +10,10 @@ namespace kestro::servicing {
 namespace {
 
 // The first builds with what is named here. An image that does not tell its build counts as an old one.
-constexpr unsigned kWithSignerName = 19044; // Windows 10 21H2
-constexpr unsigned kWithFileSize = 20348;   // Windows Server 2022, Windows 11
-constexpr unsigned kWithFullScope = 22621;  // Windows 11 22H2
+constexpr unsigned kWithSignerName = 19044;  // Windows 10 21H2
+constexpr unsigned kWithSignerLevel = 19044; // WHQL told from other signers of Microsoft
+constexpr unsigned kWithFileSize = 20348;    // Windows Server 2022, Windows 11
+constexpr unsigned kWithFullScope = 22621;   // Windows 11 22H2
 constexpr unsigned kServer2025 = 26100;
 
 } // namespace
@@ -38,6 +41,12 @@ bool HasSubmissionId(const DriverEntry& entry)
 std::string SignerNameOf(const DriverEntry& entry)
 {
     return entry.windows->build >= kWithSignerName ? entry.signer : "";
+}
+
+std::uint32_t SignerScoreOf(const DriverEntry& entry)
+{
+    const bool tells = entry.windows->build >= kWithSignerLevel;
+    return entry.signerScore == score::whql && !tells ? score::unclassified : entry.signerScore;
 }
 
 bool HasCoInstaller(const DriverPackage& package)

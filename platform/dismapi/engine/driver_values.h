@@ -20,6 +20,7 @@ bool HasSubmissionId(const DriverEntry& entry);
 bool HasCoInstaller(const DriverPackage& package);
 
 std::string SignerNameOf(const DriverEntry& entry);
+std::uint32_t SignerScoreOf(const DriverEntry& entry);
 std::uint32_t StatusFlagsOf(const DriverEntry& entry);
 
 std::uint32_t ConfigFlagsOf(const Configuration& configuration);

@@ -26,6 +26,7 @@ using Pkcs7 = std::unique_ptr<PKCS7, Freed<PKCS7_free>>;
 // SignerScore of SetupAPI: the lower, the more a signature is worth.
 namespace score {
 inline constexpr std::uint32_t in_box = 0x0D000003;
+inline constexpr std::uint32_t unclassified = 0x0D000004;
 inline constexpr std::uint32_t whql = 0x0D000005;
 inline constexpr std::uint32_t authenticode = 0x0F000000;
 inline constexpr std::uint32_t without_signature = 0x80000000;

@@ -1,44 +1,83 @@
-// driver_recordings_test.cpp - what Windows wrote of three packages, value by value, against what the
-// driver store writes of INFs that say the same. Other than in the recordings are the folder's hash, the
-// dates of import, the folder of origin and the tags.
+// driver_recordings_test.cpp - what Windows wrote of three packages, value by value, against what is in the
+// hives after packages that say the same were added to images of the same Windows. Other than in the
+// recordings are the folder's hash, the dates of import, the folder of origin and the tags.
 #include "driver_case.h"
-#include "driver_reflection.h"
-#include "driver_store_state.h"
 #include "inf_package.h"
 #include "recorded_infs.h"
+#include "sample_catalog.h"
+#include "sample_image.h"
+
+#include <utility>
 
 using namespace kestro::servicing;
 
 namespace kestro::test {
 namespace {
 
+// A package as it was recorded, beside its INF.
+struct Recorded {
+    std::string name;
+    std::string inf;
+    std::string catalog;
+    std::vector<std::string> files;
+    std::uintmax_t size = 0; // of all files; 0 where no size was recorded
+    std::map<std::string, std::string> attributes = {}; // of the catalog
+};
+
 class Recordings : public DriverCase {
   protected:
-    // The package as the image gets it; everything beside the INF is what `entry` and `windows` tell.
-    void Install(const std::string& name, const std::string& inf, DriverEntry entry,
-                 ImageWindows windows)
+    void Install(const Recorded& recorded, unsigned build)
     {
-        InfLibrary library;
-        DriverPackage package = ReadPackage(InfFile::Parse(inf, name + ".inf"), windows, library);
-        ASSERT_TRUE(package.applies);
-        package.origin = "D:\\drivers";
-        entry.package = &package;
-        entry.windows = &windows;
-        entry.published = "oem0.inf";
-        entry.storedInf = name + ".inf";
-        entry.folder = name + ".inf_amd64_0123456789abcdef";
-        ImageHives hives(Root());
-        DriverDatabase database(*hives.System(), DriverDatabase::Part::System);
-        database.Register(entry);
-        database.WriteNumbers({0});
-        DriverReflection(hives).Write(entry);
-        ImageChange change(Root(), Root() / "change");
-        hives.Stage(change);
-        change.Commit();
+        MergeRegistry(Hive("SOFTWARE"), "[\\Microsoft\\Windows NT\\CurrentVersion]\n"
+                                        "\"CurrentMajorVersionNumber\"=dword:0000000a\n"
+                                        "\"CurrentMinorVersionNumber\"=dword:00000000\n"
+                                        "\"CurrentBuildNumber\"=\"" +
+                                            std::to_string(build) + "\"\n\n");
+        const fs::path inf = WritePackage(recorded, 0);
+        if (recorded.size != 0)
+            WritePackage(recorded, recorded.size - SizeOf(inf.parent_path()));
+        DriverStore store(Root());
+        const auto added = store.Add(PackageReader(Root()).Read(inf), false);
+        store.Save();
+        EXPECT_EQ(added.published, "oem0.inf");
+        digits_ = added.folder.filename().string();
+        digits_.erase(0, digits_.rfind('_') + 1);
     }
-    void ExpectRecorded(const std::string& hive, const std::string& key, const std::string& lines,
+    // With catalog and files, of which the first gets so many bytes more.
+    fs::path WritePackage(const Recorded& recorded, std::uintmax_t more) const
+    {
+        const fs::path folder = folder_ / "source";
+        WriteFile(folder / (recorded.name + ".inf"), recorded.inf);
+        samples::SampleCatalog catalog;
+        catalog.attributes = recorded.attributes;
+        catalog.files = {samples::Listing(recorded.name + ".inf", recorded.inf)};
+        for (const auto& file : recorded.files) {
+            const samples::SampleImage image(samples::kAmd64, file,
+                                             std::string(std::exchange(more, 0), '\0'));
+            WriteFile(folder / file, image.Bytes());
+            catalog.files.push_back(samples::Listing(file, image));
+        }
+        const samples::SampleSigner signer({"Microsoft Windows Hardware Compatibility Publisher",
+                                            {samples::kWhql, samples::kCodeSigning}},
+                                           &samples::RootSigner());
+        WriteFile(folder / recorded.catalog, catalog.SignedBy(signer));
+        return folder / (recorded.name + ".inf");
+    }
+    static std::uintmax_t SizeOf(const fs::path& folder)
+    {
+        std::uintmax_t size = 0;
+        for (const auto& file : fs::directory_iterator(folder))
+            size += file.file_size();
+        return size;
+    }
+
+    // In the lines the folder's digits are 0123456789abcdef.
+    void ExpectRecorded(const std::string& hive, const std::string& key, std::string lines,
                         const std::vector<std::string>& ignored = {}) const
     {
+        constexpr std::string_view digits = "0123456789abcdef";
+        for (auto at = lines.find(digits); at != std::string::npos; at = lines.find(digits, at))
+            lines.replace(at, digits.size(), digits_);
         EXPECT_EQ(Differences(Registry(hive, key), Expected(lines), ignored), "") << key;
     }
     void ExpectDatabase(const std::string& lines) const
@@ -53,24 +92,9 @@ class Recordings : public DriverCase {
     {
         ExpectRecorded("SOFTWARE", kLockdownKey, lines);
     }
+
+    std::string digits_;
 };
-
-DriverEntry Signed(std::uint32_t score)
-{
-    DriverEntry entry;
-    entry.signer = "Microsoft Windows Hardware Compatibility Publisher";
-    entry.signerScore = score;
-    return entry;
-}
-
-ImageWindows Windows10(unsigned build)
-{
-    ImageWindows windows;
-    windows.major = 10;
-    windows.build = build;
-    windows.productType = 1;
-    return windows;
-}
 
 // The same for each of the four ids of a package.
 std::string Descriptors(const std::string& folder, const std::vector<std::string>& ids,
@@ -87,10 +111,13 @@ std::string Descriptors(const std::string& folder, const std::vector<std::string
 
 TEST_F(Recordings, AStorageControllerOnWindows11)
 {
-    DriverEntry entry = Signed(0x0D000005);
-    entry.size = 0x129AE;
-    entry.submissionId = "30097770_13594293531627172_1152921505694314466";
-    Install("viostor", kStorageInf, entry, Windows10(22000));
+    Install({"viostor",
+             kStorageInf,
+             "viostor.cat",
+             {"viostor.sys"},
+             0x129AE,
+             {{"Submission ID", "30097770_13594293531627172_1152921505694314466"}}},
+            22000);
     ExpectDatabase(R"(  OemInfMap  BIN 80
 DriverInfFiles\oem0.inf  @  MSZ viostor.inf_amd64_0123456789abcdef
 DriverInfFiles\oem0.inf  Active  SZ viostor.inf_amd64_0123456789abcdef
@@ -146,7 +173,8 @@ EventLog\System\viostor  TypesSupported  DW 0x7
 
 TEST_F(Recordings, ASystemDeviceOnWindows10)
 {
-    Install("balloon", kMemoryInf, Signed(0x0D000004), Windows10(19042));
+    Install({"balloon", kMemoryInf, "Balloon.cat", {"balloon.sys", "WdfCoInstaller01015.dll"}},
+            19042);
     ExpectDatabase(R"(  OemInfMap  BIN 80
 DriverInfFiles\oem0.inf  @  MSZ balloon.inf_amd64_0123456789abcdef
 DriverInfFiles\oem0.inf  Active  SZ balloon.inf_amd64_0123456789abcdef
@@ -191,10 +219,13 @@ EventLog\System\BALLOON  EventMessageFile  EX %SystemRoot%\System32\IoLogMsg.dll
 
 TEST_F(Recordings, TwoServicesOnServer2025)
 {
-    DriverEntry entry = Signed(0x0D000005);
-    entry.size = 0x7FAED;
-    entry.catalogAttributes = 0x80000003;
-    Install("viosock", kSocketInf, entry, Windows10(26100));
+    Install({"viosock",
+             kSocketInf,
+             "viosock.cat",
+             {"viosock.sys", "viosocklib_x64.dll", "viosocklib_x86.dll", "viosockwspsvc.exe"},
+             0x7FAED,
+             {{"Universal", "True"}, {"Declarative", "True"}}},
+            26100);
     ExpectDatabase(R"(  OemInfMap  BIN 80
 DriverInfFiles\oem0.inf  @  MSZ viosock.inf_amd64_0123456789abcdef
 DriverInfFiles\oem0.inf  Active  SZ viosock.inf_amd64_0123456789abcdef
