@@ -3,6 +3,7 @@
 
 #include "driver_values.h"
 #include "driver_version.h"
+#include "registry_settings.h"
 
 #include <algorithm>
 
@@ -93,50 +94,68 @@ void DriverDatabase::WriteConfigurations(Key package, const DriverEntry& entry)
 void DriverDatabase::WriteSettings(Key key, const std::vector<RegistrySetting>& settings)
 {
     using Action = RegistrySetting::Action;
-    for (const auto& setting : settings) {
-        const bool makes = setting.action == Action::Set || setting.action == Action::SetIfAbsent ||
-                           setting.action == Action::Append || setting.action == Action::MakeKey;
-        if (setting.root != "HKR" || !makes)
-            continue;
-        const Key at = hive_.Make(key, setting.key);
-        if (setting.action != Action::MakeKey)
-            hive_.Set(at, {{setting.name, setting.type, setting.data}});
-    }
+    for (const auto& setting : settings)
+        if (setting.root == "HKR" &&
+            (setting.action == Action::Set || setting.action == Action::SetIfAbsent ||
+             setting.action == Action::Append || setting.action == Action::MakeKey))
+            ApplySetting(hive_, key, setting);
 }
 
-static std::vector<std::string> IdsOf(const DriverModel& model)
+namespace {
+
+// An id that the package is for, and the line of its models that says so.
+struct RankedId {
+    std::string id;
+    const DriverModel* model;
+    std::uint8_t place; // 1 for the line's first id, 2 for the others
+
+    std::pair<std::uint8_t, std::uint8_t> Rank() const { return {place, model->featureScore}; }
+};
+
+// Each id once: of several lines that have it the best one counts, else the first.
+std::vector<RankedId> IdsOf(const DriverPackage& package)
 {
-    std::vector<std::string> ids{model.hardwareId};
-    ids.insert(ids.end(), model.compatibleIds.begin(), model.compatibleIds.end());
-    std::erase(ids, "");
+    std::vector<RankedId> ids;
+    std::map<std::string, std::size_t> known;
+    const auto add = [&](const RankedId& ranked) {
+        const auto [place, isNew] = known.emplace(LowerCase(ranked.id), ids.size());
+        if (isNew)
+            ids.push_back(ranked);
+        else if (ranked.Rank() < ids[place->second].Rank())
+            ids[place->second] = ranked;
+    };
+    for (const auto& model : package.models) {
+        std::uint8_t place = 1;
+        std::vector<std::string> line{model.hardwareId};
+        line.insert(line.end(), model.compatibleIds.begin(), model.compatibleIds.end());
+        for (const auto& id : line)
+            if (!id.empty()) {
+                add({id, &model, place});
+                place = 2;
+            }
+    }
     return ids;
 }
 
+} // namespace
+
 void DriverDatabase::WriteDescriptors(Key package, const DriverEntry& entry)
 {
-    for (const auto& model : entry.package->models)
-        for (const auto& id : IdsOf(model))
-            hive_.Set(hive_.Make(package, "Descriptors\\" + id),
-                      {TextValue("Configuration", model.installSection),
-                       TextValue("Description", model.descriptionToken),
-                       TextValue("Manufacturer", model.manufacturerToken)});
+    for (const auto& [id, model, place] : IdsOf(*entry.package))
+        hive_.Set(hive_.Make(package, "Descriptors\\" + id),
+                  {TextValue("Configuration", model->installSection),
+                   TextValue("Description", model->descriptionToken),
+                   TextValue("Manufacturer", model->manufacturerToken)});
 }
 
 void DriverDatabase::WriteDeviceIds(const DriverEntry& entry)
 {
     const Key ids = hive_.Make(std::string(kDatabaseKey) + "\\DeviceIds");
-    std::set<std::string> written;
-    for (const auto& model : entry.package->models) {
-        char place = '\1'; // among the ids of its line
-        for (const auto& id : IdsOf(model)) {
-            // The same id of a later line is no better.
-            if (written.insert(LowerCase(id)).second)
-                hive_.Set(hive_.Make(ids, id),
-                          {BytesValue(entry.published,
-                                      {place, static_cast<char>(model.featureScore), '\0', '\0'})});
-            place = '\2';
-        }
-    }
+    for (const auto& [id, model, place] : IdsOf(*entry.package))
+        hive_.Set(
+            hive_.Make(ids, id),
+            {BytesValue(entry.published, {static_cast<char>(place),
+                                          static_cast<char>(model->featureScore), '\0', '\0'})});
     hive_.Set(hive_.MakeChild(ids, LowerCase(entry.package->classGuid)),
               {{entry.published, registry::none, ""}});
 }

@@ -69,6 +69,7 @@ struct ServiceInstall {
     std::string startName;                    // empty unless the INF names an account
     std::vector<RegistrySetting> settings;    // of AddReg; HKR is the service's key
     std::vector<RegistrySetting> directives;  // of BootFlags and others; HKR is the service's key
+    std::vector<std::string> otherDirectives; // that nothing is made of: "FailureActions"
     std::vector<EventLog> eventLogs;          // none or one
 };
 
@@ -80,7 +81,7 @@ struct KmdfService {
 // An install section with those that belong to it (.Services, .HW, .CoInstallers, .Wdf) and all that
 // they need of others.
 struct Configuration {
-    std::string section; // UTF-8, as found and spelt in the INF: "Device_Install.NT"
+    std::string section; // UTF-8, as found, in the case of the first model: "Device_Install.NT"
     std::string service; // UTF-8, the device's own service; empty if it has none
     std::vector<ServiceInstall> services; // all, in the INF's order, the device's own among them
     std::vector<KmdfService> kmdfServices;

@@ -14,6 +14,17 @@ namespace {
 
 constexpr std::uint32_t kWin32 = 0x30;
 
+// Flags of AddService.
+constexpr std::uint32_t kTagToFront = 0x1;
+// With these, a service that is there already keeps these of its values.
+struct KeptValue {
+    std::uint32_t flag;
+    const char* name;
+};
+constexpr KeptValue kKept[] = {
+    {0x8, "DisplayName"},      {0x10, "Start"},         {0x20, "ErrorControl"}, {0x40, "Group"},
+    {0x80, "DependOnService"}, {0x80, "DependOnGroup"}, {0x100, "Description"}};
+
 // Windows 10 and later have the framework themselves.
 bool IsFrameworkInstaller(const std::string& name, const ImageWindows& windows)
 {
@@ -51,12 +62,12 @@ std::vector<ReflectedFile> DriverReflection::FilesOf(const DriverEntry& entry)
     std::set<std::string> known;
     for (const auto& configuration : entry.package->configurations)
         for (const auto& copy : configuration.copies) {
-            const std::string folder = PathOnDrive(copy.destination, entry.folder);
-            if (!copy.inf.empty() || folder.empty() || copy.target.empty() ||
+            if (!copy.inf.empty() || !HasPlace(copy.destination) || copy.target.empty() ||
                 copy.destination.directory == staysInStore ||
                 IsFrameworkInstaller(copy.target, *entry.windows))
                 continue;
-            const std::string path = folder + "\\" + copy.target;
+            const std::string folder = PathOnDrive(copy.destination, entry.folder);
+            const std::string path = folder + (folder.empty() ? "" : "\\") + copy.target;
             if (known.insert(LowerCase(path)).second)
                 files.push_back({copy.source, path});
         }
@@ -109,24 +120,27 @@ void DriverReflection::WriteService(const DriverEntry& entry, const ServiceInsta
     if (!service.startName.empty() || (service.type & kWin32) != 0)
         values.push_back(
             TextValue("ObjectName", service.startName.empty() ? "LocalSystem" : service.startName));
+    const auto keeps = [&](const HiveValue& value) {
+        return std::any_of(std::begin(kKept), std::end(kKept), [&](const KeptValue& kept) {
+            return (service.flags & kept.flag) != 0 && value.name == kept.name &&
+                   system.Value(key, value.name);
+        });
+    };
+    std::erase_if(values, keeps);
     system.Set(key, values);
     AddOwner(system, key, entry.published);
-    if (IsKernelDriver(service) && !service.loadOrderGroup.empty())
-        WriteTag(key, service);
+    if (const auto group = system.Value(key, "Group"); group && IsKernelDriver(service))
+        ServiceTags(system, hives_.ControlSet())
+            .Give(key, TextOf(*group), (service.flags & kTagToFront) != 0);
     // With another start in it, a driver of the boot would not be loaded.
     if (const Key override = system.Child(key, "StartOverride"))
         system.Remove(override);
+    for (const auto& directive : service.otherDirectives)
+        leftOut_.insert("the " + directive + " of the service " + service.name);
     Apply(key, service.directives);
     Apply(key, service.settings);
     for (const auto& log : service.eventLogs)
         WriteEventLog(log);
-}
-
-void DriverReflection::WriteTag(Key key, const ServiceInstall& service)
-{
-    constexpr std::uint32_t toFront = 1;
-    ServiceTags tags(*hives_.System(), hives_.ControlSet());
-    tags.Give(key, service.loadOrderGroup, (service.flags & toFront) != 0);
 }
 
 void DriverReflection::WriteEventLog(const EventLog& log)
@@ -134,11 +148,19 @@ void DriverReflection::WriteEventLog(const EventLog& log)
     Apply(MakeInSet("Services\\EventLog\\" + log.type + "\\" + log.name), log.settings);
 }
 
+bool DriverReflection::HasOwner(const ReflectedFile& file) const
+{
+    HiveFile* const software = hives_.Software();
+    const Key locked = software ? software->Find(kLockdownKey) : 0;
+    return locked && software->Child(locked, WithSystemRoot(file.path, '/'));
+}
+
 void DriverReflection::WriteLockdown(const DriverEntry& entry, const ReflectedFile& file)
 {
     HiveFile& software = *hives_.Software();
     const Key key = software.MakeChild(software.Make(kLockdownKey), WithSystemRoot(file.path, '/'));
-    const std::string source = PathOnDrive({13, ""}, entry.folder) + "\\" + file.source.Path();
+    std::string source = PathOnDrive({13, ""}, entry.folder) + "\\" + file.source.Path();
+    std::replace(source.begin(), source.end(), '/', '\\');
     constexpr std::uint32_t locked = 4, loose = 5;
     software.Set(key, {ExpandableValue("Source", WithSystemRoot(source, '\\')),
                        NumberValue("Class", entry.package->pnpLockdown ? locked : loose)});
@@ -177,12 +199,14 @@ void DriverReflection::Apply(Key hkr, const std::vector<RegistrySetting>& settin
     HiveFile& system = *hives_.System();
     constexpr char currentSet[] = "system\\currentcontrolset\\";
     for (const auto& setting : settings) {
-        if (setting.root == "HKR")
+        if (setting.root == "HKR") {
             ApplySetting(system, hkr, setting);
-        else if (setting.root == "HKLM" && LowerCase(setting.key).starts_with(currentSet)) {
+        } else if (setting.root == "HKLM" && LowerCase(setting.key).starts_with(currentSet)) {
             RegistrySetting inSet = setting;
             inSet.key = setting.key.substr(sizeof currentSet - 1);
             ApplySetting(system, system.Make(hives_.ControlSet()), inSet);
+        } else {
+            leftOut_.insert(setting.root + "\\" + setting.key);
         }
     }
 }

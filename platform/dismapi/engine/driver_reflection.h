@@ -4,7 +4,7 @@
 #include "driver_registry.h"
 #include "image_hives.h"
 
-#include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,24 +24,28 @@ class DriverReflection {
 
     // Files that leave the package's folder.
     static std::vector<ReflectedFile> FilesOf(const DriverEntry& entry);
+    // Whether any package has put the file there.
+    bool HasOwner(const ReflectedFile& file) const;
 
     void Write(const DriverEntry& entry);
     // Windows 7 and earlier find the driver of the boot disk there.
     void WriteCriticalDevices(const DriverEntry& entry);
     // A class that the image does not know yet is described by the package.
     void WriteNewClass(const DriverPackage& package);
+    // What the INF says of services and classes and is not done: keys outside of the control set.
+    const std::set<std::string>& LeftOut() const { return leftOut_; }
 
   private:
     using Key = HiveFile::Key;
 
     void WriteService(const DriverEntry& entry, const ServiceInstall& service);
-    void WriteTag(Key key, const ServiceInstall& service);
     void WriteEventLog(const EventLog& log);
     void WriteLockdown(const DriverEntry& entry, const ReflectedFile& file);
     void Apply(Key hkr, const std::vector<RegistrySetting>& settings);
     Key MakeInSet(const std::string& path);
 
     ImageHives& hives_;
+    std::set<std::string> leftOut_;
 };
 
 // `owners` with or without the package, in the value Owners of a service or file.

@@ -44,9 +44,20 @@ void DriverStore::StageReflected(const DriverSource& source, const DriverEntry& 
         if (LowerCase(file.source.name).ends_with(".cab"))
             throw ServicingError(code::not_supported,
                                  file.path + " lies in a cabinet, which is not opened");
-        if (Differs(Now(target), *from))
-            change_->files.CopyTo(*from, target);
+        const fs::path now = Now(target);
+        if (!Differs(now, *from))
+            continue;
+        if (!now.empty() && !DriverReflection(change_->hives).HasOwner(file))
+            log_.Warning(entry.published + ": replaces " + file.path +
+                         ", which removing the package does not bring back");
+        change_->files.CopyTo(*from, target);
     }
+    for (const auto& configuration : entry.package->configurations)
+        for (const auto& copy : configuration.copies)
+            if (copy.inf.empty() && !HasPlace(copy.destination))
+                log_.Warning(entry.published + ": " + copy.target + " is only staged; where " +
+                             std::to_string(copy.destination.directory) +
+                             " is, its directory, an image does not tell");
     WarnOfBootFiles(source, entry);
 }
 
@@ -108,6 +119,9 @@ void DriverStore::Register(const DriverEntry& entry)
             reflection.Write(entry);
         reflection.WriteNewClass(*entry.package);
     });
+    for (const auto& setting : reflection.LeftOut())
+        log_.Warning(entry.published + ": " + setting +
+                     " is not written; Windows does that when it installs the device");
     if (hives.HasDriverDatabase()) {
         if (entry.package->bootCritical && !installed)
             log_.Warning(entry.published + ": the image has no SYSTEM hive; the package is only "

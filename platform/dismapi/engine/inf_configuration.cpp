@@ -15,8 +15,8 @@ std::string SectionToInstall(const InfFile& inf, const std::string& section,
 {
     for (const auto& name : {section + ".NT" + ArchitectureName(architecture), section + ".NT"})
         if (inf.Has(name))
-            return inf.Spelling(name);
-    return inf.Spelling(section);
+            return name;
+    return section;
 }
 
 static std::uint8_t FeatureScore(const PlacedLines& section)
@@ -36,7 +36,8 @@ static std::vector<KmdfService> KmdfServices(InfReader& reader, const PlacedLine
 {
     std::vector<KmdfService> services;
     for (const auto& [inf, line] : wdf) {
-        if (!EqualNames(line.Key(), "KmdfService") || line.Value(0).empty())
+        // A service of an included INF has its version from there.
+        if (!EqualNames(line.Key(), "KmdfService") || line.Value(0).empty() || inf != &reader.Inf())
             continue;
         for (const auto& placed : reader.Named(*inf, line.Value(1)))
             if (EqualNames(placed.line.Key(), "KmdfLibraryVersion"))

@@ -8,7 +8,8 @@
 namespace kestro::servicing {
 
 // The section that Windows takes for `section`: <name>.NT<architecture>, <name>.NT or <name>, the first
-// that exists, as the INF spells it; `section` itself if there is none.
+// that exists; `section` itself if there is none. In the case of `section`: a section's head may have
+// another.
 std::string SectionToInstall(const InfFile& inf, const std::string& section,
                              Architecture architecture);
 

@@ -51,7 +51,7 @@ void InfFile::ReadStrings(unsigned language)
         const auto found = sections_.find(section);
         if (found == sections_.end())
             continue;
-        for (const auto& line : found->second.lines)
+        for (const auto& line : found->second)
             if (!line.key.empty())
                 strings_.emplace(LowerCase(line.key), line.values.front());
     }
@@ -60,12 +60,6 @@ void InfFile::ReadStrings(unsigned language)
 bool InfFile::Has(const std::string& section) const
 {
     return sections_.count(LowerCase(section)) != 0;
-}
-
-std::string InfFile::Spelling(const std::string& name) const
-{
-    const auto found = sections_.find(LowerCase(name));
-    return found == sections_.end() ? name : found->second.name;
 }
 
 InfField InfFile::FieldOf(const std::string& written) const
@@ -80,8 +74,8 @@ std::vector<InfLine> InfFile::Section(const std::string& name) const
     const auto found = sections_.find(LowerCase(name));
     if (found == sections_.end())
         return lines;
-    lines.reserve(found->second.lines.size());
-    for (const auto& written : found->second.lines) {
+    lines.reserve(found->second.size());
+    for (const auto& written : found->second) {
         InfLine line{FieldOf(written.key), {}};
         line.values.reserve(written.values.size());
         for (const auto& value : written.values)
@@ -101,7 +95,7 @@ std::string InfFile::Value(const std::string& section, const std::string& key) c
 {
     const auto found = sections_.find(LowerCase(section));
     if (found != sections_.end())
-        for (const auto& line : found->second.lines)
+        for (const auto& line : found->second)
             if (EqualNames(WithStrings(line.key), key))
                 return WithStrings(line.values.front());
     return {};

@@ -58,8 +58,6 @@ class InfFile {
     bool Has(const std::string& section) const;
     // Throws for a section that its strings make larger than memory should hold.
     std::vector<InfLine> Section(const std::string& name) const;
-    // The name as the INF spells it; `name` itself for a section that is not there.
-    std::string Spelling(const std::string& name) const;
     // First value of the section's first line with that key.
     std::string Value(const std::string& section, const std::string& key) const;
 
@@ -74,17 +72,13 @@ class InfFile {
         std::string key;
         std::vector<std::string> values;
     };
-    struct WrittenSection {
-        std::string name;
-        std::vector<WrittenLine> lines;
-    };
 
     void ReadStrings(unsigned language);
     InfField FieldOf(const std::string& written) const;
 
     std::filesystem::path folder_;
     std::string name_;
-    std::map<std::string, WrittenSection> sections_; // by their names in lower case
+    std::map<std::string, std::vector<WrittenLine>> sections_; // by their names in lower case
     std::map<std::string, std::string> strings_;
 };
 

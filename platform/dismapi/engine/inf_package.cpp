@@ -19,7 +19,7 @@ static void ReadDriverVer(const InfFile& inf, DriverPackage& package)
         if (!EqualNames(line.Key(), "DriverVer"))
             continue;
         unsigned month = 0, day = 0, year = 0;
-        if (std::sscanf(line.Value(0).c_str(), "%u/%u/%u", &month, &day, &year) == 3 &&
+        if (std::sscanf(line.Value(0).c_str(), "%u%*[/-]%u%*[/-]%u", &month, &day, &year) == 3 &&
             month >= 1 && month <= 12 && day >= 1 && day <= 31 && year >= 1601 && year <= 9999)
             package.date = {static_cast<std::uint16_t>(year), static_cast<std::uint16_t>(month),
                             static_cast<std::uint16_t>(day)};
@@ -85,6 +85,7 @@ static void ReadConfigurations(InfReader& reader, const InfSourceFiles& sources,
             package.configurations.push_back(
                 ReadConfiguration(reader, model.installSection, sources));
         const Configuration& configuration = package.configurations[place->second];
+        model.installSection = configuration.section;
         model.service = ServiceOf(configuration);
         model.featureScore = configuration.featureScore;
     }

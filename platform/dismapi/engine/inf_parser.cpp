@@ -55,8 +55,6 @@ void InfParser::ParseSectionName()
     if (name.size() > longest)
         Refuse(code::setup_section_too_long, "a section's name is too long");
     section_ = &inf_.sections_[LowerCase(name)];
-    if (section_->name.empty())
-        section_->name = name;
     at_ = end;
 }
 
@@ -74,7 +72,7 @@ void InfParser::ParseLine()
     line.values.push_back(std::move(field));
     while (ending == Ending::Comma)
         line.values.push_back(ParseField(false, ending));
-    section_->lines.push_back(std::move(line));
+    section_->push_back(std::move(line));
 }
 
 // A backslash with nothing but a comment behind it: the line goes on in the next one.

@@ -31,7 +31,7 @@ class InfParser {
     InfFile& inf_;
     std::size_t at_ = 0;
     std::size_t line_ = 1;
-    InfFile::WrittenSection* section_ = nullptr;
+    std::vector<InfFile::WrittenLine>* section_ = nullptr;
 };
 
 } // namespace kestro::servicing

@@ -75,6 +75,8 @@ static void ReadServiceLine(const InfLine& line, ServiceInstall& service)
         ReadDependencies(line, service);
     else if (auto setting = DirectiveOf(line))
         service.directives.push_back(std::move(*setting));
+    else if (key == "security" || key == "failureactions" || key == "addtrigger")
+        service.otherDirectives.push_back(line.Key());
 }
 
 static EventLog ReadEventLog(InfReader& reader, const PlacedLine& added)

@@ -18,8 +18,10 @@ const char* DirectoryOf(std::uint32_t code)
 {
     switch (code) {
     case 10:
+    case 16420:
         return "Windows";
     case 11:
+    case 16421:
         return "Windows\\System32";
     case 12:
         return "Windows\\System32\\drivers";
@@ -44,6 +46,8 @@ const char* DirectoryOf(std::uint32_t code)
         return "Windows\\System32\\spool\\drivers";
     case 55:
         return "Windows\\System32\\spool\\prtprocs";
+    case 16419:
+        return "ProgramData";
     case 16422:
         return "Program Files";
     case 16425:
@@ -65,6 +69,11 @@ std::string Joined(const std::string& folder, const std::string& path)
 }
 
 } // namespace
+
+bool HasPlace(const DirectoryPath& place)
+{
+    return place.directory == kStays || DirectoryOf(place.directory) != nullptr;
+}
 
 std::string PathOnDrive(const DirectoryPath& place, const std::string& folder)
 {

@@ -7,8 +7,11 @@
 
 namespace kestro::servicing {
 
+// Whether an offline image tells where a directory is.
+bool HasPlace(const DirectoryPath& place);
+
 // A path below the system drive, '\' between its parts: "Windows\System32\drivers\x.sys". Empty for a
-// directory whose place an offline image does not tell. `folder` is the package's in the repository.
+// directory without a place, and for the drive itself. `folder` is the package's in the repository.
 std::string PathOnDrive(const DirectoryPath& place, const std::string& folder);
 
 // The same as texts of the registry name it: "%SystemRoot%\System32\x.exe".

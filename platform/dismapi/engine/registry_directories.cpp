@@ -1,6 +1,7 @@
 // registry_directories.cpp - puts directories into the registry settings of a driver package.
 #include "registry_directories.h"
 
+#include "hive_values.h"
 #include "inf_number.h"
 #include "reflected_path.h"
 #include "text_encoding.h"
@@ -72,6 +73,10 @@ DriverPackage WithDirectories(DriverPackage package, const std::string& folder)
         PutDirectories(configuration.deviceSettings, folder);
         for (auto& service : configuration.services) {
             PutDirectories(service.settings, folder);
+            // Behind a quotation mark, say; what the whole path begins with is read apart.
+            if (service.binary.directory == 0)
+                service.binary.path = TextOf(
+                    {"", kExpandable, WithDirectories(Utf16Of(service.binary.path), folder, true)});
             for (auto& log : service.eventLogs)
                 PutDirectories(log.settings, folder);
         }

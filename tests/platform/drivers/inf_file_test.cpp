@@ -64,7 +64,6 @@ TEST(InfText, SectionsOfOneNameAreOne)
 {
     const auto inf = Inf("[First]\na=1\n[Second]\nb=2\n[FIRST]\nc=3\n");
     EXPECT_EQ(inf.Section("first").size(), 2u);
-    EXPECT_EQ(inf.Spelling("fIRST"), "First");
     EXPECT_EQ(inf.Value("first", "C"), "3");
     EXPECT_TRUE(inf.Has("SECOND"));
     EXPECT_FALSE(inf.Has("Third"));

@@ -199,8 +199,8 @@ TEST(InfSelection, InstallSectionsKnowArchitecturesOnly)
 {
     const std::string all = "[Install]\n[INSTALL.nt]\n[Install.NTamd64]\n[Install.NTamd64.10.0]\n";
     EXPECT_EQ(Section(all, Architecture::Amd64), "Install.NTamd64");
-    EXPECT_EQ(Section(all, Architecture::Arm64), "INSTALL.nt");
-    EXPECT_EQ(Section("[install]\n[Install.NTx86]\n", Architecture::Amd64), "install");
+    EXPECT_EQ(Section(all, Architecture::Arm64), "Install.NT");
+    EXPECT_EQ(Section("[install]\n[Install.NTx86]\n", Architecture::Amd64), "Install");
 }
 
 TEST(InfSelection, WhatBelongsToTheSectionThatWasFound)
