@@ -1,6 +1,7 @@
 // image_store.cpp - mounting image files into directories, saving and dropping their changes.
 #include "image_store.h"
 
+#include "image_choice.h"
 #include "image_extraction.h"
 #include "mount_changes.h"
 #include "mount_checks.h"
@@ -71,13 +72,7 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
     MountRecord record;
     record.image = request.image;
     record.imageIdentity = ImageIdentityOf(request.image);
-    const WimFile wim(request.image, WimFile::Access::Read, request.checkIntegrity, {});
-    record.index = request.name.empty() ? request.index : wim.FindImage(request.name);
-    wim.RequireImage(record.index);
-    if (!request.readOnly)
-        wim.RequireMountable(record.index);
-    if (!request.readOnly && wim.IsMarkedReadOnly())
-        throw ServicingError(code::image_file_read_only, request.image + " is marked read-only");
+    record.index = ChooseImage(request);
     if (const auto other = registry_.FindImage(request.image, record.index);
         other && !(other->readOnly && request.readOnly))
         throw ServicingError(other->readOnly ? code::image_mounted : code::image_mounted_read_write,

@@ -160,27 +160,6 @@ wimlib_wim_info WimFile::Info() const
     return info;
 }
 
-void WimFile::RequireMountable(unsigned index) const
-{
-    if (Info().compression_type == WIMLIB_COMPRESSION_TYPE_LZMS)
-        throw ServicingError(code::compression_not_mountable,
-                             path_ +
-                                 " has a compression whose files cannot be changed one by one "
-                                 "(LZMS): mount it read-only, or make an ordinary image of it: "
-                                 "wimlib-imagex export '" +
-                                 path_ + "' " + std::to_string(index) + " NEW.wim --compress=LZX");
-}
-
-void WimFile::RequireImage(unsigned index) const
-{
-    const unsigned count = Info().image_count;
-    if (index < 1 || index > count)
-        throw ServicingError(code::image_index_missing, path_ + " holds " + std::to_string(count) +
-                                                            " images, not number " +
-                                                            std::to_string(index));
-    RequireCredibleTree(OpenToLook(path_).Get(), path_, index);
-}
-
 unsigned WimFile::FindImage(const std::string& name) const
 {
     for (unsigned index = 1; index <= Info().image_count; ++index) {
@@ -206,16 +185,6 @@ std::string WimFile::Property(unsigned index, const std::string& name) const
     const char* const value =
         wimlib_get_image_property(wim_.get(), static_cast<int>(index), name.c_str());
     return value != nullptr ? value : "";
-}
-
-bool WimFile::IsMarkedReadOnly() const
-{
-    return Info().is_marked_readonly;
-}
-
-unsigned long long WimFile::TotalBytes() const
-{
-    return Info().total_bytes;
 }
 
 std::vector<StoredFile> WimFile::Files(unsigned index) const

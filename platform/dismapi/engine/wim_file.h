@@ -43,18 +43,13 @@ class WimFile {
     WimFile(const WimFile&) = delete;
     WimFile& operator=(const WimFile&) = delete;
 
-    // Read-write mounts need a compression whose files can be changed one by one.
-    void RequireMountable(unsigned index) const;
     // Images are counted from 1.
-    void RequireImage(unsigned index) const;
     unsigned FindImage(const std::string& name) const;
     unsigned ImageCount() const;
     // The image that the file is booted from; 0 without one.
     unsigned BootIndex() const;
     // A value of the image's XML data ("WINDOWS/ARCH"); empty without one.
     std::string Property(unsigned index, const std::string& name) const;
-    bool IsMarkedReadOnly() const;
-    unsigned long long TotalBytes() const;
 
     // All but directories and what has a name that no path can hold.
     std::vector<StoredFile> Files(unsigned index) const;

@@ -44,6 +44,7 @@ class WimHeader {
     bool IsEmpty() const { return bytes_.size() != kSize; }
     bool IsPipable() const { return bytes_.starts_with("WLPWM"); }
     bool IsOfImageFile() const { return bytes_.starts_with("MSWIM") || IsPipable(); }
+    bool IsMarkedReadOnly() const { return (Flags() & 4) != 0; }
     bool MayBeSolid() const { return Number(12, 4) != 0x10D00; }
     unsigned ImageCount() const { return static_cast<unsigned>(Number(44, 4)); }
     unsigned Parts() const { return static_cast<unsigned>(Number(42, 2)); }
