@@ -75,7 +75,7 @@ std::string ReadWholeFile(const std::string& path)
     }
 }
 
-void WriteWholeFile(const std::string& path, const std::string& content)
+void WriteWholeFile(const std::string& path, const std::string& content, Sync sync)
 {
     const std::string unfinished = path + ".unfinished";
     {
@@ -89,12 +89,13 @@ void WriteWholeFile(const std::string& path, const std::string& content)
                 throw SystemError("cannot write " + unfinished);
             done += static_cast<std::size_t>(count);
         }
-        if (fsync(file.Get()) != 0)
+        if (sync != Sync::Nothing && fsync(file.Get()) != 0)
             throw SystemError("cannot save " + unfinished);
     }
     if (rename(unfinished.c_str(), path.c_str()) != 0)
         throw SystemError("cannot replace " + path);
-    SyncDirectoryOf(path);
+    if (sync == Sync::Everything)
+        SyncDirectoryOf(path);
 }
 
 void SyncDirectoryOf(const std::string& path)

@@ -63,8 +63,14 @@ std::string FindDirectoryIn(const std::string& parent, const std::string& name);
 // Everything below throws ServicingError.
 
 std::string ReadWholeFile(const std::string& path);
-// The file is there as a whole or as it was, also after a crash.
-void WriteWholeFile(const std::string& path, const std::string& content);
+// The file is there as a whole or as it was; also after a crash, once it and its directory are synced.
+enum class Sync {
+    Everything,
+    Content, // the directory comes later
+    Nothing, // a crash may leave an empty file
+};
+void WriteWholeFile(const std::string& path, const std::string& content,
+                    Sync sync = Sync::Everything);
 void SyncDirectoryOf(const std::string& path);
 // Everything written to the open file is on disk.
 void SyncData(int file);

@@ -111,6 +111,7 @@ void ImageStore::Fill(MountEntry& entry, const MountRequest& request, const Prog
                       error.what());
         }
     }
+    entry.SetExtracting();
     ExtractImage(entry.Record(), progress);
     // Only what is on disk for good may count as what the image holds: files that a crash took
     // away must not look like files that the user changed.

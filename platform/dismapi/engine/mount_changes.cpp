@@ -103,6 +103,11 @@ bool CanWriteThroughMount(const std::string& serverProgram, const PlatformLog& l
 
 } // namespace
 
+UpperState SavedUpperState(const MountEntry& entry)
+{
+    return entry.Record().layersAreOld ? UpperStateFromText(entry.State()) : UpperState{};
+}
+
 ReplayPlan PlanFromRecord(const MountRecord& record, const UpperState& former,
                           const UpperState& now, const std::string& upper)
 {
@@ -121,7 +126,7 @@ MountChanges FindMountChanges(const MountEntry& entry, const std::string& server
     if (record.IsLazy()) {
         const UpperState now = ReadUpperState(LazyMount(record, {}, {}).Upper());
         MountChanges found =
-            ReplayInto(record, serverProgram, UpperStateFromText(entry.State()), now, progress);
+            ReplayInto(record, serverProgram, SavedUpperState(entry), now, progress);
         found.state = ToText(now);
         return found;
     }

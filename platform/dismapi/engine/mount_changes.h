@@ -22,6 +22,9 @@ struct MountChanges {
 MountChanges FindMountChanges(const MountEntry& entry, const std::string& serverProgram,
                               const PlatformLog& log, const Progress& progress);
 
+// What was in the lazy mount's upper directory when it was saved; nothing before the first save.
+UpperState SavedUpperState(const MountEntry& entry);
+
 // What is to be done to the saved image so that it becomes what the lazy mount was with that upper
 // directory.
 ReplayPlan PlanFromRecord(const MountRecord& record, const UpperState& former,

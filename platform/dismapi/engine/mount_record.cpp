@@ -141,11 +141,17 @@ bool Exists(const std::string& path)
     return access(path.c_str(), F_OK) == 0;
 }
 
+// A crash leaves of a file that was not synced an empty one.
+bool IsWritten(const std::string& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && status.st_size != 0;
+}
+
 void RenameOver(const std::string& from, const std::string& to)
 {
     if (rename(from.c_str(), to.c_str()) != 0)
         throw SystemError("cannot replace " + to);
-    SyncDirectoryOf(to);
 }
 
 FileDescriptor OpenLock(const std::string& path)
@@ -256,9 +262,9 @@ std::string MountEntry::UnfinishedImage() const
     return record_.image + ".kestro-" + fs::path(folder_).filename().string();
 }
 
-void MountEntry::Write(const MountRecord& record)
+void MountEntry::Write(const MountRecord& record, Sync sync)
 {
-    WriteWholeFile(folder_ + "/record.json", ToText(record));
+    WriteWholeFile(folder_ + "/record.json", ToText(record), sync);
     record_ = record;
 }
 
@@ -273,7 +279,14 @@ void MountEntry::SetLayers(const std::string& layers)
 {
     MountRecord changed = record_;
     changed.layers = layers;
-    Write(changed);
+    // A crash unmounts everything; what lies in the record's folder goes with that.
+    const bool isBesideImage = !layers.empty() && !layers.starts_with(folder_ + "/");
+    Write(changed, isBesideImage ? Sync::Everything : Sync::Nothing);
+}
+
+void MountEntry::SetExtracting()
+{
+    Write(record_);
 }
 
 void MountEntry::SetUnmounting()
@@ -291,14 +304,15 @@ void MountEntry::SetUnmounting()
 
 void MountEntry::SetMounted(const std::string& state)
 {
-    WriteWholeFile(folder_ + "/tree", state);
+    // Of a lazy mount it says nothing yet, and keeps the room that dropping the mount needs on a full disk.
+    WriteWholeFile(folder_ + "/tree", state, record_.IsLazy() ? Sync::Nothing : Sync::Content);
     SetStatus(MountStatus::Mounted);
 }
 
 void MountEntry::Prepare(const MountRecord& next, const std::string* state)
 {
     if (state != nullptr)
-        WriteWholeFile(folder_ + "/next-tree", *state);
+        WriteWholeFile(folder_ + "/next-tree", *state, Sync::Content);
     WriteWholeFile(folder_ + "/next.json", ToText(next));
 }
 
@@ -306,8 +320,11 @@ void MountEntry::Adopt()
 {
     record_ = Load(folder_ + "/next.json");
     record_.appendedTo = {};
-    if (Exists(folder_ + "/next-tree"))
+    if (Exists(folder_ + "/next-tree")) {
         RenameOver(folder_ + "/next-tree", folder_ + "/tree");
+        SyncDirectoryOf(folder_ + "/tree");
+    }
+    // If a crash takes that back, the next call adopts once more.
     RenameOver(folder_ + "/next.json", folder_ + "/record.json");
 }
 
@@ -385,7 +402,7 @@ void MountRegistry::ForEach(const std::string& directory, const Visit& visit) co
     for (const fs::directory_entry& entry : fs::directory_iterator(folder_, error)) {
         // A folder without a record is what a killed creation left: it never held anything.
         const std::string file = entry.path() / "record.json";
-        if (!Exists(file))
+        if (!IsWritten(file))
             continue;
         try {
             MountRecord record = Load(file);
@@ -464,7 +481,7 @@ MountEntry MountRegistry::Create(const MountRecord& record) const
                              "cannot create " + folder + ": " + error.message());
     FileDescriptor lock = OpenLock(folder + "/lock");
     flock(lock.Get(), LOCK_EX);
-    WriteWholeFile(folder + "/record.json", ToText(record));
+    WriteWholeFile(folder + "/record.json", ToText(record), Sync::Nothing);
     return MountEntry(folder, std::move(lock), record);
 }
 
@@ -476,7 +493,7 @@ FileDescriptor MountRegistry::Lock() const
     if (flock(lock.Get(), LOCK_EX) != 0)
         throw SystemError("cannot lock " + folder_);
     for (const fs::directory_entry& entry : fs::directory_iterator(folder_, error)) {
-        if (!entry.is_directory() || Exists(entry.path() / "record.json"))
+        if (!entry.is_directory() || IsWritten(entry.path() / "record.json"))
             continue;
         try {
             RemoveFolder(entry.path());

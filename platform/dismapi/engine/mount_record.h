@@ -57,7 +57,7 @@ class MountEntry {
 
     const MountRecord& Record() const { return record_; }
     // What was in the mount when it was made or last saved, as text: of an extracted one the whole tree's
-    // TreeState, of a lazy one the UpperState of its upper directory.
+    // TreeState, of a lazy one that was saved the UpperState of its upper directory.
     std::string State() const;
     // The name of the mount in the system's lists, no other mount's.
     std::string Name() const;
@@ -72,6 +72,8 @@ class MountEntry {
 
     // Written down before anything is in them.
     void SetLayers(const std::string& layers);
+    // Before the first file comes into the directory.
+    void SetExtracting();
     void SetMounted(const std::string& state);
     // The changes are dropped: from now on nothing can be saved.
     void SetUnmounting();
@@ -90,7 +92,7 @@ class MountEntry {
     void RemoveUnfinished() const;
 
   private:
-    void Write(const MountRecord& record);
+    void Write(const MountRecord& record, Sync sync = Sync::Everything);
     void SetStatus(MountStatus status);
     std::optional<MountRecord> Prepared() const;
     void DropPrepared() const;

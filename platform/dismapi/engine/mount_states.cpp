@@ -70,7 +70,7 @@ void ImageStore::RenewLayers(MountEntry& entry)
     const MountRecord old = entry.Record();
     const std::string upper = Lazy(entry).Upper();
     const UpperState now = ReadUpperState(upper);
-    const ReplayPlan plan = PlanFromRecord(old, UpperStateFromText(entry.State()), now, upper);
+    const ReplayPlan plan = PlanFromRecord(old, SavedUpperState(entry), now, upper);
 
     MountRecord next = old;
     const LayersIn place =
@@ -94,8 +94,7 @@ void ImageStore::RenewLayers(MountEntry& entry)
     }
     fresh.Clear();
     next.layersAreOld = false;
-    const std::string empty = ToText(UpperState{});
-    entry.Prepare(next, &empty);
+    entry.Prepare(next, nullptr);
     entry.Adopt();
     RemoveOtherLayers(entry);
 }

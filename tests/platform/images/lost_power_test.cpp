@@ -101,7 +101,7 @@ TEST_F(PowerLost, WhileAFileWithIntegrityDataIsAppendedTo)
 {
     Shell("wimlib-imagex capture " + (folder_ / "tree").string() + " " + Image().string() +
           " Test --check");
-    SaveUnderPowerFailures(4);
+    SaveUnderPowerFailures(6);
 }
 
 } // namespace
