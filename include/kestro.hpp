@@ -13,6 +13,7 @@
 #ifndef KESTRO_HPP
 #define KESTRO_HPP
 
+#include "kestro/disk_list.hpp"
 #include "kestro/disk_service.hpp"
 #include "kestro/library.hpp"
 #include "kestro/operations.hpp"

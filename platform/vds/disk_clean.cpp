@@ -17,7 +17,7 @@ std::int32_t MayClean(const DiskState& state, const PartitionTable& table, const
         return code::clean_with_oem;
     if (table.Holds(PartitionKind::Dynamic) && !flags.force)
         return code::dynamic_disk_not_empty;
-    if (table.Holds(PartitionKind::Data) && !flags.force)
+    if ((table.Holds(PartitionKind::Data) || table.Holds(PartitionKind::Esp)) && !flags.force)
         return code::clean_with_data;
     return code::ok;
 }

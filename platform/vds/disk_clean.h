@@ -36,7 +36,7 @@ struct DiskState {
 };
 
 struct CleanFlags {
-    bool force = false;    // also a disk with data partitions
+    bool force = false;    // also a disk with data or EFI system partitions
     bool forceOem = false; // also a disk with an OEM partition
     bool full = false;     // every sector, not just the partitioning structures
 };

@@ -8,6 +8,23 @@
 namespace kestro::vds {
 namespace {
 
+VDS_DISK_EXTENT_TYPE ExtentTypeOf(PartitionKind kind)
+{
+    switch (kind) {
+    case PartitionKind::Data:
+        return VDS_DET_DATA;
+    case PartitionKind::Dynamic:
+        return VDS_DET_LDM;
+    case PartitionKind::Oem:
+        return VDS_DET_OEM;
+    case PartitionKind::Esp:
+        return VDS_DET_ESP;
+    case PartitionKind::Reserved:
+        return VDS_DET_MSR;
+    }
+    return VDS_DET_UNKNOWN;
+}
+
 class Disk final : public ComObject<IVdsDisk, IVdsAdvancedDisk, IVdsDiskOnline> {
   public:
     explicit Disk(DiskEntry entry) : entry_(std::move(entry)) {}
@@ -30,10 +47,7 @@ class Disk final : public ComObject<IVdsDisk, IVdsAdvancedDisk, IVdsDiskOnline> 
     {
         return code::not_supported;
     }
-    HRESULT STDMETHODCALLTYPE QueryExtents(VDS_DISK_EXTENT** extents, LONG*) override
-    {
-        return None(extents, code::not_supported);
-    }
+    HRESULT STDMETHODCALLTYPE QueryExtents(VDS_DISK_EXTENT** extents, LONG* count) override;
     HRESULT STDMETHODCALLTYPE ConvertStyle(VDS_PARTITION_STYLE) override
     {
         return code::not_supported;
@@ -142,6 +156,40 @@ HRESULT STDMETHODCALLTYPE Disk::GetProperties(VDS_DISK_PROP* properties)
     properties->pwszFriendlyName = TaskString(current->section);
     properties->pwszDevicePath = TaskString(current->file);
     return S_OK;
+}
+
+// One for each partition; free space has none.
+HRESULT STDMETHODCALLTYPE Disk::QueryExtents(VDS_DISK_EXTENT** extents, LONG* count)
+{
+    if (extents == nullptr || count == nullptr)
+        return E_INVALIDARG;
+    *extents = nullptr;
+    *count = 0;
+    const auto current = ReadDisk(entry_.section);
+    if (!current)
+        return code::object_not_found;
+    try {
+        FileDisk file(*current, FileDisk::Access::Read);
+        const auto partitions = ReadPartitionTable(file).partitions;
+        if (partitions.empty())
+            return S_OK;
+        *extents = static_cast<VDS_DISK_EXTENT*>(
+            CoTaskMemAlloc(partitions.size() * sizeof(VDS_DISK_EXTENT)));
+        if (*extents == nullptr)
+            return E_OUTOFMEMORY;
+        for (const Partition& partition : partitions) {
+            VDS_DISK_EXTENT& extent = (*extents)[(*count)++];
+            extent = {};
+            extent.diskId = IdOf(L"disk", current->section);
+            extent.type = ExtentTypeOf(partition.kind);
+            extent.ullOffset = partition.offset;
+            extent.ullSize = partition.size;
+        }
+        return S_OK;
+    } catch (const DiskError&) {
+        Log(current->name + L": " + current->file + L" cannot be read");
+        return code::io_error;
+    }
 }
 
 } // namespace

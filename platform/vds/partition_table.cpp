@@ -55,7 +55,7 @@ PartitionKind KindOfMbrType(std::uint8_t type)
     case 0x42:
         return PartitionKind::Dynamic;
     case 0xEF:
-        return PartitionKind::System;
+        return PartitionKind::Esp;
     default:
         return PartitionKind::Data;
     }
@@ -144,8 +144,10 @@ constexpr std::uint64_t kPlatformRequired = 1; // attribute: the machine does no
 
 PartitionKind KindOfGptEntry(const Guid& type, std::uint64_t attributes)
 {
-    if (type == kEfiSystem || type == kMicrosoftReserved)
-        return PartitionKind::System;
+    if (type == kEfiSystem)
+        return PartitionKind::Esp;
+    if (type == kMicrosoftReserved)
+        return PartitionKind::Reserved;
     if (type == kRecovery || (attributes & kPlatformRequired) != 0)
         return PartitionKind::Oem;
     return type == kDynamicMetadata || type == kDynamicData ? PartitionKind::Dynamic

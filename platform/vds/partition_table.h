@@ -12,10 +12,11 @@ namespace kestro::vds {
 enum class PartitionStyle { None, Mbr, Gpt };
 
 enum class PartitionKind {
-    Data,    // holds a volume, or may hold one
-    Dynamic, // of a dynamic disk: holds volumes that may span disks
-    Oem,     // the maker's own: recovery, diagnostics
-    System,  // EFI system or Microsoft reserved partition: goes with the disk's other volumes
+    Data,     // holds a volume, or may hold one
+    Dynamic,  // of a dynamic disk: holds volumes that may span disks
+    Oem,      // the maker's own: recovery, diagnostics
+    Esp,      // EFI system partition
+    Reserved, // Microsoft reserved: nothing of a user's is in it
 };
 
 struct Partition {

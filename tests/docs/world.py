@@ -7,7 +7,7 @@ import subprocess
 import tempfile
 
 from driver_package import make_packages, minimal_hive
-from kestro_case import HANG, HOST, RUN
+from kestro_case import HANG, HOST, RUN, unmount_below
 
 PREFIX = os.environ["WINEPREFIX"]
 DRIVE = os.path.join(PREFIX, "dosdevices", "d:")
@@ -66,16 +66,8 @@ class World:
         os.remove(DRIVE)
         if os.path.exists(DISKS):
             os.remove(DISKS)
-        self.unmount_all()
+        unmount_below(self.folder.name)
         self.folder.cleanup()
-
-    def unmount_all(self):
-        """A page may end with an image mounted."""
-        with open("/proc/self/mounts", encoding="utf-8", errors="surrogateescape") as mounts:
-            for line in mounts:
-                directory = line.split(" ")[1]
-                if directory.startswith(self.folder.name + "/"):
-                    subprocess.run(["umount", "-l", directory], check=False)
 
     def path(self, windows):
         """The file behind a path on D: or C:."""

@@ -96,12 +96,6 @@ class DiskCase(KestroCase):
     def clean(self, name, *options, **more):
         return self.kestro("disk", "clean", name, "--yes", *options, **more)
 
-    def wait_until(self, condition):
-        end = time.monotonic() + HANG
-        while not condition():
-            self.assertLess(time.monotonic(), end, "it did not happen")
-            time.sleep(0.05)
-
     def bytes_of(self, file):
         with open(file, "rb") as stream:
             return stream.read()
@@ -177,6 +171,33 @@ class Lists(DiskCase):
         self.assertEqual(self.exit_code("disk", "list"), 0, self.errors)
         self.assertRegex(self.output, r"(?m)^NAME +SIZE +STYLE +STATE +CAN BE CLEANED\r?$")
         self.assertRegex(self.output, r"(?m)^\\\\\?\\PhysicalDrive1 +16\.0 MB +GPT +online +yes; data on it needs --force")
+
+    def test_the_list_and_a_clean_agree(self):
+        self.disk(GPT)
+        self.disk(MBR, Pack="Pack 1")
+        self.disk(OEM)
+        self.disk("label: dos\n2048,8192,27\n12288,4096,7\n")
+        self.disk("label: dos\n2048,8192,42\n")
+        self.disk("label: gpt\n2048,8192,U\n")
+        self.disk("label: gpt\n2048,8192,E3C9E316-0B5C-4DB8-817D-F92DF00215AE\n", Pack="Pack 1")
+        self.disk("label: gpt\n")
+        self.disk(None)
+        for keys in ({"Online": "no"}, {"ReadOnly": "yes"}, {"System": "yes"}, {"Boot": "yes"},
+                     {"File": "Z:\\none.img"}):
+            self.disk(None, **keys)
+        self.assertEqual(self.exit_code("disk", "list", "--json"), 0, self.errors)
+        disks = sorted(json.loads(self.output)["disks"], key=lambda disk: int(disk["name"].split("Drive")[1]))
+        self.assertEqual([disk["needs"] for disk in disks], [
+            ["--force"], ["--force"], ["--force-oem"], ["--force", "--force-oem"], ["--force"], ["--force"],
+            *[[] for _ in range(8)]])
+        for disk in disks:
+            with self.subTest(disk=disk["name"]):
+                for missing in disk["needs"]:
+                    self.clean(disk["name"], *[need for need in disk["needs"] if need != missing], exit_code=1)
+                if disk["can_be_cleaned"]:
+                    self.clean(disk["name"], *disk["needs"])
+                else:
+                    self.clean(disk["name"], "--force", "--force-oem", exit_code=1)
 
     def test_no_disk(self):
         self.assertEqual(self.exit_code("disk", "list", "--json"), 0, self.errors)

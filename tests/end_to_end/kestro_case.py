@@ -9,6 +9,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 SOURCE = os.environ["KESTRO_SOURCE"]
@@ -22,6 +23,15 @@ HANG = 120
 def sha256(path):
     with open(path, "rb") as file:
         return hashlib.sha256(file.read()).hexdigest()
+
+
+def unmount_below(folder):
+    """What is still mounted there goes away before the folder does."""
+    with open("/proc/self/mounts", encoding="utf-8", errors="surrogateescape") as mounts:
+        directories = [line.split(" ")[1] for line in mounts]
+    for directory in reversed(directories):
+        if directory.startswith(folder + "/"):
+            subprocess.run(["umount", "-l", directory], check=False)
 
 
 class ResultFile:
@@ -52,16 +62,8 @@ class KestroCase(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="kestro-")
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
-        self.addCleanup(self.unmount_all)
+        self.addCleanup(unmount_below, self.folder)
         self.result_number = 0
-
-    def unmount_all(self):
-        """What a failed test has left mounted goes away before its folder does."""
-        with open("/proc/self/mounts", encoding="utf-8", errors="surrogateescape") as mounts:
-            directories = [line.split(" ")[1] for line in mounts]
-        for directory in reversed(directories):
-            if directory.startswith(self.folder + "/"):
-                subprocess.run(["umount", "-l", directory], check=False)
 
     def path(self, *parts):
         return os.path.join(self.folder, *parts)
@@ -115,6 +117,27 @@ class KestroCase(unittest.TestCase):
     def start(self, *arguments):
         return subprocess.Popen(self.command(*arguments), stdin=subprocess.DEVNULL,
                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def start_watched(self, *arguments, **environment):
+        """A command whose output is looked at while it runs."""
+        process = subprocess.Popen(self.command(*arguments), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True, env={**os.environ, **environment})
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.stderr.close)
+        self.addCleanup(process.kill)
+        return process
+
+    def interrupt(self, process, request=signal.SIGINT):
+        """Asks it to end; returns its exit code and what it said."""
+        process.send_signal(request)
+        output, errors = process.communicate(timeout=HANG)
+        return process.returncode, output + errors
+
+    def wait_until(self, condition):
+        end = time.monotonic() + HANG
+        while not condition():
+            self.assertLess(time.monotonic(), end, "it did not happen")
+            time.sleep(0.02)
 
     @staticmethod
     def kill(process):

@@ -111,7 +111,7 @@ TEST_F(Disks, Gpt)
     const PartitionTable table = ReadPartitionTable(disk);
     EXPECT_EQ(table.style, PartitionStyle::Gpt);
     EXPECT_EQ(Offsets(table), (std::vector<std::uint64_t>{2048 * 512, 10240 * 512}));
-    EXPECT_EQ(table.partitions[0].kind, PartitionKind::System);
+    EXPECT_EQ(table.partitions[0].kind, PartitionKind::Esp);
     EXPECT_EQ(table.partitions[1].kind, PartitionKind::Data);
     EXPECT_EQ(table.partitions[1].size, 16384u * 512);
     EXPECT_NE(table.id, (std::array<std::uint8_t, 16>{}));
@@ -231,8 +231,12 @@ TEST_F(Disks, WhatIsRefused)
         EXPECT_EQ(May(dynamic, {}), code::dynamic_disk_not_empty);
         EXPECT_EQ(May(dynamic, {.force = true}), code::ok);
     }
-    const MemoryDisk system = Partitioned("label: gpt\\n2048,8192,U\\n");
-    EXPECT_EQ(May(system, {}), code::ok);
+    const MemoryDisk esp = Partitioned("label: gpt\\n2048,8192,U\\n");
+    EXPECT_EQ(May(esp, {}), code::clean_with_data);
+    EXPECT_EQ(May(esp, {.force = true}), code::ok);
+    const MemoryDisk reserved =
+        Partitioned("label: gpt\\n2048,8192,E3C9E316-0B5C-4DB8-817D-F92DF00215AE\\n");
+    EXPECT_EQ(May(reserved, {}), code::ok);
 
     const MemoryDisk blank(1 << 20, 512);
     EXPECT_EQ(May(blank, {}), code::ok);
