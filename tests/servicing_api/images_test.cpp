@@ -6,6 +6,7 @@
 #include <dismapi.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -17,6 +18,8 @@ namespace fs = std::filesystem;
 
 constexpr HRESULT invalidParameter = static_cast<HRESULT>(0x80070057);
 constexpr HRESULT aborted = HRESULT_FROM_WIN32(ERROR_REQUEST_ABORTED);
+constexpr HRESULT notMounted = static_cast<HRESULT>(0xC142010B);
+constexpr HRESULT openHandlesAtRemount = static_cast<HRESULT>(0xC004000C);
 
 // Sets the event at the first report after the given percent.
 struct Ending {
@@ -163,6 +166,92 @@ TEST_F(Images, AMountThatIsEndedLeavesNothing)
     EXPECT_TRUE(fs::is_empty(Mounted()));
     Ending never;
     EXPECT_EQ(Mount(never), S_OK);
+}
+
+// Images that are shown and not extracted: where that can be done.
+class ShownImages : public Images {
+  protected:
+    void SetUp() override
+    {
+        Images::SetUp();
+        SetEnvironmentVariableW(L"KESTRO_MOUNT", L"lazy");
+        Ending never;
+        if (const HRESULT result = Mount(never); FAILED(result))
+            GTEST_SKIP() << "no image can be shown here: " << std::hex << result;
+        EXPECT_EQ(Unmount(DISM_DISCARD_IMAGE, never), S_OK);
+    }
+    DismMountStatus Status() const
+    {
+        DismMountedImageInfo* mounts = nullptr;
+        UINT count = 0;
+        EXPECT_EQ(DismGetMountedImageInfo(&mounts, &count), S_OK);
+        DismMountStatus status = DismMountStatusInvalid;
+        for (UINT i = 0; i < count; ++i)
+            if (fs::path(mounts[i].MountPath) == Mounted())
+                status = mounts[i].MountStatus;
+        DismDelete(mounts);
+        return status;
+    }
+    // As if the process that shows it had died. Wine runs the system's own programs, too.
+    void TakeOff() const
+    {
+        std::wstring command = L"Z:\\bin\\umount -l " + Mounted().wstring().substr(2);
+        std::replace(command.begin() + 12, command.end(), L'\\', L'/');
+        STARTUPINFOW start = {};
+        start.cb = sizeof start;
+        PROCESS_INFORMATION process = {};
+        ASSERT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                                   nullptr, &start, &process));
+        CloseHandle(process.hThread);
+        CloseHandle(process.hProcess);
+        // Nobody tells here when it has ended.
+        for (int look = 0; look < 1000 && !fs::is_empty(Mounted()); ++look)
+            Sleep(20);
+    }
+};
+
+TEST_F(ShownImages, AMountTellsHowFarItIsAndLeavesNothingWhenItIsEnded)
+{
+    for (const UINT after : {0u, 100u}) {
+        Ending ending;
+        ending.after = after;
+        EXPECT_EQ(Mount(ending), aborted);
+        EXPECT_EQ(ending.last, after);
+        EXPECT_TRUE(fs::is_empty(Mounted()));
+        EXPECT_EQ(Status(), DismMountStatusInvalid);
+    }
+    Ending never;
+    EXPECT_EQ(Mount(never), S_OK);
+    EXPECT_EQ(never.last, 100u);
+    EXPECT_EQ(Status(), DismMountStatusOk);
+}
+
+TEST_F(ShownImages, AMountThatNobodyShowsAnyMoreIsPutBack)
+{
+    Ending never;
+    ASSERT_EQ(Mount(never), S_OK);
+    fs::create_directories(Mounted() / L"Windows");
+    TakeOff();
+    EXPECT_TRUE(fs::is_empty(Mounted()));
+    EXPECT_EQ(Status(), DismMountStatusNeedsRemount);
+    EXPECT_EQ(DismRemountImage(Mounted().c_str()), S_OK);
+    EXPECT_EQ(Status(), DismMountStatusOk);
+    EXPECT_TRUE(fs::exists(Mounted() / L"large.bin"));
+    EXPECT_TRUE(fs::exists(Mounted() / L"Windows"));
+}
+
+TEST_F(Images, AMountThatIsWholeStaysAtARemount)
+{
+    EXPECT_EQ(DismRemountImage(nullptr), invalidParameter);
+    EXPECT_EQ(DismRemountImage(Mounted().c_str()), notMounted);
+    MountAndChange();
+    fs::create_directories(Mounted() / L"Windows");
+    DismSession session = 0;
+    ASSERT_EQ(DismOpenSession(Mounted().c_str(), nullptr, nullptr, &session), S_OK);
+    EXPECT_EQ(DismRemountImage(Mounted().c_str()), openHandlesAtRemount);
+    EXPECT_EQ(DismCloseSession(session), S_OK);
+    EXPECT_EQ(DismRemountImage(Mounted().c_str()), S_OK);
+    EXPECT_TRUE(fs::exists(Mounted() / L"new.bin"));
 }
 
 TEST_F(Images, ASaveThatIsEndedLeavesTheImageAndTheMount)

@@ -46,6 +46,12 @@ void RequireReadableImage(const MountRequest& request)
         throw ServicingError(code::image_file_read_only, request.image + " is read-only");
 }
 
+void Tell(const Progress& progress, unsigned percent)
+{
+    if (progress && !progress(percent, 100))
+        throw ServicingError(code::cancelled, "the caller has ended the mount");
+}
+
 bool HasIntegrityData(const MountRecord& record)
 {
     return !record.imageIdentity.header.IntegrityTable().IsAbsent();
@@ -101,14 +107,18 @@ void ImageStore::Fill(MountEntry& entry, const MountRequest& request, const Prog
     if (request.way == MountWay::Extracted) {
         log_.Info("the image is extracted, as is asked for");
     } else {
+        Tell(progress, 0);
         try {
             MountLazily(entry);
-            return;
         } catch (const ServicingError& error) {
             if (request.way == MountWay::Lazy)
                 throw;
             log_.Info(std::string("the image is extracted, because it cannot be shown: ") +
                       error.what());
+        }
+        if (entry.Record().IsLazy()) {
+            Tell(progress, 100);
+            return;
         }
     }
     entry.SetExtracting();

@@ -98,6 +98,27 @@ TEST_F(LazyCase, ShowsSolidImagesReadOnly)
     ExpectNothingLeft();
 }
 
+TEST_F(LazyCase, AMountTellsHowFarItIsAndCanBeEnded)
+{
+    for (const bool readOnly : {true, false})
+        for (const unsigned end : {0U, 100U}) {
+            servicing::MountRequest request = ReadOnly();
+            request.readOnly = readOnly;
+            std::vector<unsigned> told;
+            EXPECT_CODE(Store().Mount(request,
+                                      [&](unsigned now, unsigned) {
+                                          told.push_back(now);
+                                          return now < end;
+                                      }),
+                        code::cancelled);
+            EXPECT_EQ(told.back(), end);
+            EXPECT_TRUE(fs::is_empty(Mounted()));
+            ExpectNothingLeft();
+        }
+    Store().Mount(ReadOnly());
+    Discard();
+}
+
 TEST_F(LazyCase, AMountWhoseProcessDiedIsPutBack)
 {
     Store().Mount(ReadOnly());
