@@ -2,6 +2,7 @@
 #include "call.h"
 
 #include "interrupt.h"
+#include "paths.h"
 #include "usage_error.h"
 
 #include <cstdio>
@@ -24,7 +25,7 @@ std::wstring TemporaryResult()
     wchar_t path[MAX_PATH];
     const std::wstring folder = std::filesystem::temp_directory_path().wstring();
     if (GetTempFileNameW(folder.c_str(), L"kes", 0, path) == 0)
-        throw UsageError("no temporary result file can be made in " + detail::Utf8(folder));
+        throw UsageError("no temporary result file can be made in " + Shown(folder));
     return path;
 }
 
@@ -34,7 +35,7 @@ void RequireWritable(const std::wstring& path)
     void* const file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE)
-        throw UsageError("the result file " + detail::Utf8(path) + " cannot be written (error " +
+        throw UsageError("the result file " + Shown(path) + " cannot be written (error " +
                          std::to_string(GetLastError()) + ")");
     CloseHandle(file);
 }
@@ -44,9 +45,8 @@ void RequireAnsi(const std::wstring& path, Form form)
     bool lossy = false;
     detail::Narrow(path, &lossy);
     if (lossy && form == Form::Narrow)
-        throw UsageError(
-            "the result file's path does not fit the ANSI code page: " + detail::Utf8(path) +
-            "; name another one with --result, or use --wide where there is a W form");
+        throw UsageError("the result file's path does not fit the ANSI code page: " + Shown(path) +
+                         "; name another one with --result, or use --wide where there is a W form");
 }
 
 // While this lives, what goes to standard output is dropped: the library prints there what its ResultFile
@@ -99,10 +99,10 @@ ResultPath::ResultPath(const std::wstring& named, int number, Form form) : tempo
     // Keys of an earlier call would stay in the file and read like this call's.
     std::error_code error;
     if (std::filesystem::exists(path, error) && std::filesystem::file_size(path, error) != 0)
-        throw UsageError("the result file " + detail::Utf8(path_) +
+        throw UsageError("the result file " + Shown(path_) +
                          " exists already; name a new one, so that nothing in it is lost");
     if (!std::filesystem::is_directory(path.parent_path(), error))
-        throw UsageError("there is no folder " + detail::Utf8(path.parent_path().wstring()) +
+        throw UsageError("there is no folder " + Shown(path.parent_path().wstring()) +
                          " for the result file");
     RequireAnsi(path_, form);
     RequireWritable(path_);

@@ -1,248 +1,61 @@
 // command_line.cpp - options and commands.
-#include "command_line.h"
+#include "command_line_parts.h"
 
-#include <CLI/CLI.hpp>
-
-#include <memory>
+#include <algorithm>
 #include <sstream>
 
 namespace kestro::host {
 namespace {
-
-std::wstring Wide(const std::string& text)
-{
-    return detail::Wide(text, CP_UTF8);
-}
-
-std::vector<std::wstring> Wide(const std::vector<std::string>& texts)
-{
-    std::vector<std::wstring> wide;
-    wide.reserve(texts.size());
-    for (const std::string& text : texts)
-        wide.push_back(Wide(text));
-    return wide;
-}
 
 std::string NoCommand(const std::string& word, const std::string& name)
 {
     return "There is no command " + word + " in " + name + ".\n";
 }
 
-// What the arguments of all commands are read into.
-struct Arguments {
-    std::string image, directory, name, file;
-    std::vector<std::string> infs, words;
-    bool commit = false, discard = false, watch = false, clean = false;
-    MountFlags mount;
-    ListFlags list;
-    InjectFlags inject;
-    std::string scratch;
-    unsigned idleSeconds = 0;
-    CleanFlags diskClean;
-    std::string result, log, library;
-};
+} // namespace
 
-class CommandLine {
-  public:
-    CommandLine()
-    {
-        app_.set_version_flag("--version", "kestro " KESTRO_VERSION);
-        app_.allow_windows_style_options(false); // a path may start with a slash
-        app_.require_subcommand(1);
-        app_.fallthrough();
-        app_.set_help_all_flag("--help-all", "help for all commands");
-        app_.add_option("--result", arguments_->result, "keep the ResultFile under this name");
-        app_.add_option("--log", arguments_->log, "the platform's own log file");
-        app_.add_option("--library", arguments_->library,
-                        "the Kestro.dll to use (default: beside kestro.exe)");
-        app_.add_flag("--wide", parsed_.options.wide, "call the W form of the functions");
-        app_.add_flag("--json", parsed_.options.json, "print one JSON document");
-        app_.footer("Exit codes: 0 success, 1 failed, 2 bad arguments, 3 no such disk,\n"
-                    "            4 Kestro.dll or something that it needs cannot be loaded,\n"
-                    "            5 interrupted\n"
-                    "kestro help COMMAND tells more about a command.");
-        AddInjectCommand();
-        AddImageCommands();
-        AddMountCommands();
-        AddDriverCommands();
-        AddDriverListCommands();
-        AddDiskCommands();
-        AddSystemCommands();
-        AddOtherCommands();
+CommandLine::CommandLine()
+{
+    app_.set_version_flag("--version", "kestro " KESTRO_VERSION);
+    app_.allow_windows_style_options(false); // a path may start with a slash
+    app_.require_subcommand(1);
+    app_.fallthrough();
+    app_.set_help_all_flag("--help-all", "help for all commands");
+    app_.add_option("--result", arguments_->result, "keep the ResultFile under this name");
+    app_.add_option("--log", arguments_->log, "the platform's own log file");
+    app_.add_option("--library", arguments_->library,
+                    "the Kestro.dll to use (default: beside kestro.exe)");
+    app_.add_flag("--wide", parsed_.options.wide, "call the W form of the functions");
+    app_.add_flag("--json", parsed_.options.json, "print one JSON document");
+    app_.footer("Exit codes: 0 success, 1 failed, 2 bad arguments, 3 no such disk,\n"
+                "            4 Kestro.dll or something that it needs cannot be loaded,\n"
+                "            5 interrupted\n"
+                "kestro help COMMAND tells more about a command.");
+    AddInjectCommand();
+    AddImageCommands();
+    AddMountCommands();
+    AddDriverCommands();
+    AddDriverListCommands();
+    AddDiskCommands();
+    AddSystemCommands();
+    AddOtherCommands();
+}
+
+Parsed CommandLine::Parse(std::vector<std::string> arguments)
+{
+    std::reverse(arguments.begin(), arguments.end());
+    try {
+        app_.parse(arguments);
+        parsed_.options.result = Given(arguments_->result);
+        parsed_.options.log = Given(arguments_->log);
+        parsed_.options.library = Given(arguments_->library);
+    } catch (const CLI::ParseError& error) {
+        parsed_.run = nullptr;
+        std::ostringstream text, errors;
+        parsed_.exitCode = app_.exit(error, text, errors) == 0 ? kExitSuccess : kExitUsage;
+        parsed_.text = UnknownCommand() + WithExamples(text.str()) + errors.str();
     }
-
-    Parsed Parse(std::vector<std::string> arguments)
-    {
-        std::reverse(arguments.begin(), arguments.end());
-        try {
-            app_.parse(arguments);
-            parsed_.options.result = Wide(arguments_->result);
-            parsed_.options.log = Wide(arguments_->log);
-            parsed_.options.library = Wide(arguments_->library);
-        } catch (const CLI::ParseError& error) {
-            parsed_.run = nullptr;
-            std::ostringstream text, errors;
-            parsed_.exitCode = app_.exit(error, text, errors) == 0 ? kExitSuccess : kExitUsage;
-            parsed_.text = UnknownCommand() + text.str() + errors.str();
-        }
-        return std::move(parsed_);
-    }
-
-  private:
-    using Command = std::function<int(const Context&, const Arguments&)>;
-
-    // Chooses the command when its name is parsed; its arguments live on with it.
-    void Choose(CLI::App* command, Command run)
-    {
-        command->callback([this, run = std::move(run)] {
-            parsed_.run = [run, arguments = arguments_](const Context& context) {
-                return run(context, *arguments);
-            };
-        });
-    }
-
-    void AddInjectCommand();
-    void AddImageCommands();
-    void AddMountCommands();
-    void AddDriverCommands();
-    void AddDriverListCommands();
-    void AddDiskCommands();
-    void AddSystemCommands();
-    void AddOtherCommands();
-    void ShowHelp();
-    std::string UnknownCommand() const;
-
-    CLI::App app_{
-        "Kestro services offline Windows images and disks and tells what became of each step.",
-        "kestro"};
-    std::shared_ptr<Arguments> arguments_ = std::make_shared<Arguments>();
-    Parsed parsed_;
-};
-
-void CommandLine::AddInjectCommand()
-{
-    Arguments& to = *arguments_;
-    auto* const inject = app_.add_subcommand(
-        "inject", "Put driver packages into an image file: mount, add, save, unmount");
-    inject->add_option("IMAGE", to.image, "the image file")->required();
-    inject->add_option("INF", to.infs, "INF files, and directories to search for them")->required();
-    inject->add_option("--index", to.inject.index,
-                       "the image's number or name, or all (default: the first)");
-    inject->add_flag("--dry-run", to.inject.dryRun, "only say what would be done");
-    inject->add_option("--scratch", to.scratch,
-                       "an existing directory to mount in (default: the temporary folder)");
-    inject->footer("Example: kestro inject D:\\boot.wim D:\\drivers --index 2");
-    Choose(inject, [](const Context& context, const Arguments& a) {
-        InjectFlags flags = a.inject;
-        flags.scratch = Wide(a.scratch);
-        return InjectCommand(context, Wide(a.image), Wide(a.infs), flags);
-    });
-}
-
-void CommandLine::AddImageCommands()
-{
-    Arguments& to = *arguments_;
-    auto* const image = app_.add_subcommand("image", "Look at image files");
-    image->require_subcommand(1);
-    auto* const list = image->add_subcommand("list", "List the images of a file");
-    list->add_option("FILE", to.image, "the image file")->required();
-    list->footer("Example: kestro image list D:\\install.wim");
-    Choose(list, [](const Context& context, const Arguments& a) {
-        return ImageListCommand(context, Wide(a.image));
-    });
-}
-
-void CommandLine::AddMountCommands()
-{
-    Arguments& to = *arguments_;
-    auto* const mount = app_.add_subcommand("mount", "Mount an image of an image file");
-    mount->add_option("IMAGE", to.image, "the image file")->required();
-    mount->add_option("DIR", to.directory, "an existing, empty directory")->required();
-    mount->add_option("--index", to.mount.index, "the image's number or name (default: the first)");
-    mount->add_flag("--read-only", to.mount.readOnly, "changes cannot be saved");
-    mount->footer("Example: kestro mount D:\\install.wim D:\\mount");
-    Choose(mount, [](const Context& context, const Arguments& a) {
-        return MountCommand(context, Wide(a.image), Wide(a.directory), a.mount);
-    });
-
-    auto* const mounts = app_.add_subcommand("mounts", "List what is mounted");
-    mounts->add_flag("--clean", to.clean, "first clear away what is broken");
-    mounts->footer("Example: kestro mounts --clean");
-    Choose(mounts, [](const Context& context, const Arguments& a) {
-        return MountsCommand(context, a.clean);
-    });
-
-    auto* const unmount = app_.add_subcommand("unmount", "Unmount a directory");
-    unmount->add_option("DIR", to.directory, "the mount directory")->required();
-    auto* const how = unmount->add_option_group("how", "What becomes of the changes");
-    how->add_flag("--commit", to.commit, "save the changes into the image file");
-    how->add_flag("--discard", to.discard, "drop the changes");
-    how->require_option(1);
-    unmount->footer("Example: kestro unmount D:\\mount --commit");
-    Choose(unmount, [](const Context& context, const Arguments& a) {
-        return UnmountCommand(context, Wide(a.directory), a.commit);
-    });
-}
-
-void CommandLine::AddDriverCommands()
-{
-    Arguments& to = *arguments_;
-    auto* const driver = app_.add_subcommand("driver", "Service the drivers of an offline image");
-    driver->require_subcommand(1);
-
-    auto* const add = driver->add_subcommand("add", "Add driver packages");
-    add->add_option("IMAGE", to.image, "root directory of the mounted or offline image")
-        ->required();
-    add->add_option("INF", to.infs, "INF files, and directories to search for them")->required();
-    add->footer("Example: kestro driver add D:\\mount D:\\drivers");
-    Choose(add, [](const Context& context, const Arguments& a) {
-        return DriverAddCommand(context, Wide(a.image), Wide(a.infs));
-    });
-
-    auto* const remove = driver->add_subcommand("remove", "Remove a driver package");
-    remove->add_option("IMAGE", to.image, "root directory of the image")->required();
-    remove->add_option("NAME", to.name, "its published name (oem0.inf)")->required();
-    remove->footer("Example: kestro driver remove D:\\mount oem0.inf");
-    Choose(remove, [](const Context& context, const Arguments& a) {
-        return DriverRemoveCommand(context, Wide(a.image), Wide(a.name));
-    });
-
-    auto* const info = driver->add_subcommand("info", "Describe a driver package and its devices");
-    info->add_option("IMAGE", to.image, "root directory of the image")->required();
-    info->add_option("DRIVER", to.name, "a published name, or the path of an INF")->required();
-    info->footer("Example: kestro driver info D:\\mount oem0.inf");
-    Choose(info, [](const Context& context, const Arguments& a) {
-        return DriverInfoCommand(context, Wide(a.image), Wide(a.name));
-    });
-}
-
-void CommandLine::AddDriverListCommands()
-{
-    Arguments& to = *arguments_;
-    CLI::App* const driver = app_.get_subcommand("driver");
-    auto* const list = driver->add_subcommand("list", "List the third-party driver packages");
-    list->add_option("IMAGE", to.image, "root directory of the image")->required();
-    list->add_flag("--all", to.list.all, "also those that came with Windows");
-    list->add_flag("--long", to.list.details, "class, provider, date, version, signature of each");
-    list->footer("Example: kestro driver list D:\\mount --long");
-    Choose(list, [](const Context& context, const Arguments& a) {
-        return DriverListCommand(context, Wide(a.image), a.list);
-    });
-
-    auto* const out = driver->add_subcommand("export", "Copy driver packages out of an image");
-    out->add_option("IMAGE", to.image, "root directory of the image")->required();
-    out->add_option("NAME", to.words, "published names, or all; then the directory to copy into")
-        ->required()
-        ->expected(2, -1);
-    out->footer("The last word is the directory. Each package gets a folder there, as its maker "
-                "published it.\n"
-                "Example: kestro driver export D:\\mount oem0.inf D:\\exported");
-    Choose(out, [](const Context& context, const Arguments& a) {
-        std::vector<std::wstring> names = Wide(a.words);
-        const std::wstring directory = names.back();
-        names.pop_back();
-        return DriverExportCommand(context, Wide(a.image), names, directory);
-    });
+    return std::move(parsed_);
 }
 
 void CommandLine::AddDiskCommands()
@@ -264,7 +77,7 @@ void CommandLine::AddDiskCommands()
     clean->add_flag("--yes", to.diskClean.yes, "really do it; without this nothing is done");
     clean->footer("Example: kestro disk clean \\\\?\\PhysicalDrive1 --force --yes");
     Choose(clean, [](const Context& context, const Arguments& a) {
-        return DiskCleanCommand(context, Wide(a.name), a.diskClean);
+        return DiskCleanCommand(context, Given(a.name), a.diskClean);
     });
 
     for (const bool online : {true, false}) {
@@ -274,7 +87,7 @@ void CommandLine::AddDiskCommands()
         change->add_option("NAME", to.name, "the disk's name")->required();
         change->footer("Example: kestro disk " + verb + " \\\\?\\PhysicalDrive1");
         Choose(change, [online](const Context& context, const Arguments& a) {
-            return DiskOnlineCommand(context, Wide(a.name), online);
+            return DiskOnlineCommand(context, Given(a.name), online);
         });
     }
 }
@@ -289,7 +102,7 @@ void CommandLine::AddSystemCommands()
     install->add_option("INF", to.file, "its INF file")->required();
     install->footer("Example: kestro inf install D:\\drivers\\net.inf");
     Choose(install, [](const Context& context, const Arguments& a) {
-        return InfInstallCommand(context, Wide(a.file));
+        return InfInstallCommand(context, Given(a.file));
     });
 
     auto* const selftest = app_.add_subcommand(
@@ -311,7 +124,7 @@ void CommandLine::AddOtherCommands()
         ->needs(watch);
     result->footer("Example: kestro result D:\\result.ini --watch --idle 60");
     Choose(result, [](const Context& context, const Arguments& a) {
-        return ResultCommand(context, Wide(a.file), a.watch, a.idleSeconds);
+        return ResultCommand(context, Given(a.file), a.watch, a.idleSeconds);
     });
 
     auto* const run = app_.add_subcommand("run", "Run a list of operations from a JSON file");
@@ -324,7 +137,7 @@ void CommandLine::AddOtherCommands()
                 "                    [\"unmount\", \"D:\\\\mount\", \"--commit\"] ] }\n"
                 "Example: kestro run D:\\deploy.json");
     Choose(run, [](const Context& context, const Arguments& a) {
-        return RunCommand(context, Wide(a.file));
+        return RunCommand(context, Given(a.file));
     });
 
     auto* const help = app_.add_subcommand("help", "Tell more about a command");
@@ -348,7 +161,8 @@ void CommandLine::ShowHelp()
         name += " " + word;
     }
     // App::help would show the command that was chosen, and that is help.
-    parsed_.text = app_.get_formatter()->make_help(command, name, CLI::AppFormatMode::Normal);
+    parsed_.text =
+        WithExamples(app_.get_formatter()->make_help(command, name, CLI::AppFormatMode::Normal));
 }
 
 // CLI11 only says that a command is missing where it met a word that is none.
@@ -366,8 +180,6 @@ std::string CommandLine::UnknownCommand() const
             return NoCommand(word, name);
     return "";
 }
-
-} // namespace
 
 Parsed ParseCommandLine(const std::vector<std::string>& arguments)
 {

@@ -2,6 +2,7 @@
 #include "direct_command.h"
 
 #include "interrupt.h"
+#include "live_clock.h"
 #include "session.h"
 
 #include <filesystem>
@@ -28,6 +29,7 @@ std::optional<ServicingError> WithServicing(const Context& context,
                                             const std::function<void(const Servicing&)>& work)
 {
     const InterruptGuard guard;
+    const LiveClock clock(*context.out);
     const std::wstring log = LogFileOf(context.options);
     try {
         const Servicing servicing(log);
@@ -35,7 +37,7 @@ std::optional<ServicingError> WithServicing(const Context& context,
         return {};
     } catch (const ServicingError& error) {
         context.out->Failed(error.Function(), error.Code());
-        context.out->Progress("The platform's own log: " + detail::Utf8(log));
+        context.out->Progress("The platform's own log: " + Shown(log));
         return error;
     }
 }

@@ -13,19 +13,18 @@ using nlohmann::json;
 json PackageToJson(const std::wstring& inf, bool added, bool certain,
                    std::optional<std::int32_t> lastError)
 {
-    return {{"inf", detail::Utf8(inf)},
+    return {{"inf", Shown(inf)},
             {"added", certain ? json(added) : json()},
             {"last_error", certain && !added && lastError ? json(*lastError) : json()}};
 }
 
 int AddOne(Session& session, const std::wstring& image, const std::wstring& inf)
 {
-    session.Out().Progress("Adding " + detail::Utf8(inf));
+    session.Out().Progress("Adding " + Shown(inf));
     const ResultPath result = session.NextResult();
     const Outcome outcome = session.Kestro().AddDriver(image, inf, session.FilesWith(result));
     const json package = PackageToJson(inf, outcome.succeeded, outcome.certain, outcome.lastError);
-    return session.Finish(outcome, "Added " + detail::Utf8(inf),
-                          {{"packages", json::array({package})}});
+    return session.Finish(outcome, "Added " + Shown(inf), {{"packages", json::array({package})}});
 }
 
 struct ListTotals {
@@ -44,7 +43,7 @@ void TellPackages(const Session& session, const DriverListOutcome& outcome, List
                                  : package.certain ? "failed "
                                                    : "unknown";
         session.Out().Line("  " + std::to_string(totals.done) + " of " + std::to_string(totals.of) +
-                           "  " + what + "  " + detail::Utf8(package.inf));
+                           "  " + what + "  " + Shown(package.inf));
         totals.packages.push_back(
             PackageToJson(package.inf, package.added, package.certain, package.lastError));
     }
@@ -97,6 +96,7 @@ int AddMany(Session& session, const std::wstring& image, const std::vector<std::
 int DriverAddCommand(const Context& context, const std::wstring& image,
                      const std::vector<std::wstring>& arguments)
 {
+    const InterruptGuard guard;
     const std::vector<std::wstring> infs = FindInfs(arguments);
     Session session(context, "driver add");
     const std::wstring root = FullPath(image);
@@ -106,11 +106,11 @@ int DriverAddCommand(const Context& context, const std::wstring& image,
 int DriverRemoveCommand(const Context& context, const std::wstring& image, const std::wstring& name)
 {
     Session session(context, "driver remove");
-    session.Out().Progress("Removing " + detail::Utf8(name));
+    session.Out().Progress("Removing " + Shown(name));
     const ResultPath result = session.NextResult();
     return session.Finish(
         session.Kestro().RemoveDriver(FullPath(image), name, session.FilesWith(result)),
-        "Removed " + detail::Utf8(name));
+        "Removed " + Shown(name));
 }
 
 } // namespace kestro::host

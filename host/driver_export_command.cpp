@@ -2,6 +2,7 @@
 // from the image's driver store.
 #include "direct_command.h"
 #include "interrupt.h"
+#include "live_clock.h"
 #include "session.h"
 #include "usage_error.h"
 
@@ -38,7 +39,7 @@ std::vector<PackageDetails> Wanted(const std::vector<PackageDetails>& packages,
                 wanted.push_back(package);
         if (wanted.size() == before)
             throw UsageError(all ? "the image has no third-party package"
-                                 : "the image has no package " + detail::Utf8(name));
+                                 : "the image has no package " + Shown(name));
     }
     return wanted;
 }
@@ -64,7 +65,7 @@ std::vector<Export> Plan(const std::vector<PackageDetails>& packages, const fs::
             name += L"-" + fs::path(detail::Wide(package.publishedName, CP_UTF8)).stem().wstring();
         exports.push_back({package.publishedName, inf.parent_path(), directory / name});
         if (fs::exists(exports.back().to))
-            throw UsageError(detail::Utf8(exports.back().to.wstring()) +
+            throw UsageError(Shown(exports.back().to.wstring()) +
                              " exists already; nothing was exported");
     }
     return exports;
@@ -101,20 +102,21 @@ void CopyPackage(const Export& package)
 int CopyAll(const Context& context, const std::vector<Export>& exports, json& document)
 {
     const InterruptGuard guard;
-    std::size_t done = 0;
+    const LiveClock clock(*context.out);
+    std::size_t done = 0, tried = 0;
     for (const Export& package : exports) {
         if (Interrupted())
             break;
+        context.out->SetPercent(tried++, exports.size());
         json entry = {{"published_name", package.publishedName},
-                      {"folder", detail::Utf8(package.to.wstring())},
+                      {"folder", Shown(package.to.wstring())},
                       {"exported", false},
                       {"error", ""}};
         try {
             CopyPackage(package);
             entry["exported"] = true;
             ++done;
-            context.out->Line("  " + package.publishedName + "  " +
-                              detail::Utf8(package.to.wstring()));
+            context.out->Line("  " + package.publishedName + "  " + Shown(package.to.wstring()));
         } catch (const fs::filesystem_error& error) {
             entry["error"] = error.code().message();
             context.out->Error(package.publishedName +
@@ -136,7 +138,7 @@ int DriverExportCommand(const Context& context, const std::wstring& image,
 {
     const fs::path target = FullPath(directory);
     json document = {{"command", "driver export"},
-                     {"directory", detail::Utf8(target.wstring())},
+                     {"directory", Shown(target.wstring())},
                      {"packages", json::array()}};
     std::vector<PackageDetails> packages;
     const auto failure = WithServicing(context, [&](const Servicing& servicing) {

@@ -27,7 +27,7 @@ void Show(const Output& out, const DriverDetails& details)
     };
     const PackageDetails& package = details.package;
     line("published name", package.publishedName.empty() ? "-" : package.publishedName);
-    line("file", package.originalFileName);
+    line("file", Shown(package.originalFileName));
     line("class", package.className + " " + package.classGuid);
     line("provider", package.provider);
     line("version", package.version + "  " + package.date);
@@ -49,7 +49,7 @@ int DriverInfoCommand(const Context& context, const std::wstring& image, const s
         document["devices"] = json::array();
         const DriverDetails details = ServicingSession(servicing, FullPath(image)).Driver(asked);
         Show(*context.out, details);
-        context.out->Line("The image knows " + detail::Utf8(driver));
+        context.out->Line("The image knows " + Shown(driver));
         document["package"] = ToJson(details.package);
         for (const DeviceDetails& device : details.devices)
             document["devices"].push_back(ToJson(device));

@@ -33,9 +33,9 @@ void Show(const Output& out, const std::vector<PackageDetails>& packages, bool d
         if (details)
             rows.push_back({package.publishedName, package.className, package.provider,
                             package.date, package.version, package.bootCritical ? "yes" : "no",
-                            NameOf(package.signature), package.originalFileName});
+                            NameOf(package.signature), Shown(package.originalFileName)});
         else
-            rows.push_back({package.publishedName, package.originalFileName});
+            rows.push_back({package.publishedName, Shown(package.originalFileName)});
     if (details)
         ShowTable(out,
                   {"NAME", "CLASS", "PROVIDER", "DATE", "VERSION", "BOOT", "SIGNATURE", "FILE"},
@@ -71,10 +71,10 @@ int DriverListCommand(const Context& context, const std::wstring& image, const L
     json list = json::array();
     for (const ListedPackage& package : listing.packages) {
         list.push_back({{"published_name", package.publishedName},
-                        {"original_file", package.originalFileName}});
+                        {"original_file", Shown(package.originalFileName)}});
         std::string line = package.publishedName;
         line.resize(std::max<std::size_t>(line.size() + 2, 16), ' ');
-        session.Out().Line(line + package.originalFileName);
+        session.Out().Line(line + Shown(package.originalFileName));
     }
     return session.Finish(listing,
                           std::to_string(listing.packages.size()) + " third-party packages",

@@ -1,6 +1,7 @@
 // image_choice.cpp - the images of a file that --index means.
 #include "image_choice.h"
 
+#include "paths.h"
 #include "usage_error.h"
 
 #include <algorithm>
@@ -12,7 +13,7 @@ namespace {
 [[noreturn]] void Refuse(const std::wstring& file, const std::vector<ImageDetails>& images,
                          const std::string& why)
 {
-    std::string text = detail::Utf8(file) + " " + why + "; it holds";
+    std::string text = Shown(file) + " " + why + "; it holds";
     for (const ImageDetails& image : images)
         text += (image.index > 1 ? ", " : " ") + std::to_string(image.index) +
                 (image.name.empty() ? "" : " (" + image.name + ")");

@@ -16,14 +16,14 @@ struct Mounting {
 
     std::string Done() const
     {
-        return "Mounted in " + detail::Utf8(directory) +
+        return "Mounted in " + Shown(directory) +
                (index != 1 ? ", image " + std::to_string(index) : "") +
                (readOnly ? ", read-only" : "");
     }
     json Document() const
     {
-        return {{"image", detail::Utf8(image)},
-                {"directory", detail::Utf8(directory)},
+        return {{"image", Shown(image)},
+                {"directory", Shown(directory)},
                 {"index", index},
                 {"read_only", readOnly}};
     }
@@ -42,7 +42,7 @@ int TakeBack(Session& session, const Mounting& mounting, Outcome outcome)
         session.Out().Document(document);
     }
     session.Out().Error(unmounted ? "interrupted; nothing is mounted"
-                                  : "interrupted, and " + detail::Utf8(mounting.directory) +
+                                  : "interrupted, and " + Shown(mounting.directory) +
                                         " is still mounted");
     return kExitInterrupted;
 }
@@ -78,6 +78,7 @@ int MountDirectly(const Context& context, const Mounting& mounting)
 int MountCommand(const Context& context, const std::wstring& image, const std::wstring& directory,
                  const MountFlags& flags)
 {
+    const InterruptGuard guard;
     Session session(context, "mount");
     Mounting mounting{FullPath(image), FullPath(directory), 1, flags.readOnly};
     if (!flags.index.empty() && flags.index != "1") {
@@ -88,8 +89,8 @@ int MountCommand(const Context& context, const std::wstring& image, const std::w
             return kExitFailed;
         mounting.index = ChooseImage(mounting.image, *images, flags.index).index;
     }
-    session.Out().Progress("Mounting " + detail::Utf8(mounting.image) + " into " +
-                           detail::Utf8(mounting.directory));
+    session.Out().Progress("Mounting " + Shown(mounting.image) + " into " +
+                           Shown(mounting.directory));
     return mounting.index == 1 && !mounting.readOnly ? MountByLibrary(session, mounting)
                                                      : MountDirectly(context, mounting);
 }
@@ -98,7 +99,7 @@ int UnmountCommand(const Context& context, const std::wstring& directory, bool c
 {
     Session session(context, "unmount");
     const std::wstring mountPath = FullPath(directory);
-    session.Out().Progress(std::string("Unmounting ") + detail::Utf8(mountPath) +
+    session.Out().Progress(std::string("Unmounting ") + Shown(mountPath) +
                            (commit ? ", saving its changes" : ", dropping its changes"));
     const ResultPath result = session.NextResult();
     return session.Finish(session.Kestro().Unmount(mountPath, commit, session.FilesWith(result)),

@@ -42,7 +42,7 @@ int ImageListCommand(const Context& context, const std::wstring& image)
 {
     const std::wstring file = FullPath(image);
     return RunDirectly(context, "image list", [&](const Servicing& servicing, json& document) {
-        document["file"] = detail::Utf8(file);
+        document["file"] = Shown(file);
         document["images"] = json::array();
         std::vector<std::vector<std::string>> rows;
         for (const ImageDetails& details : servicing.Images(file)) {

@@ -58,6 +58,8 @@ std::string WhyUnfit(const std::wstring& inf, std::uint32_t imageArchitecture)
 {
     const std::set<std::string> architectures = Architectures(inf);
     const std::string wanted = ArchitectureText(imageArchitecture);
+    if (wanted == "-")
+        return "for another architecture or Windows version";
     if (architectures.count("any") != 0 || architectures.count(wanted) != 0)
         return "for another Windows version";
     std::string list;

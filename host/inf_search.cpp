@@ -43,12 +43,12 @@ std::vector<std::wstring> FindInfs(const std::vector<std::wstring>& arguments)
         if (fs::is_directory(path, error)) {
             const auto below = InfsBelow(path);
             if (below.empty())
-                throw UsageError("there is no INF file below " + detail::Utf8(path));
+                throw UsageError("there is no INF file below " + Shown(path));
             std::for_each(below.begin(), below.end(), add);
         } else if (fs::exists(path, error)) {
             add(path);
         } else {
-            throw UsageError("there is no INF file " + detail::Utf8(path));
+            throw UsageError("there is no INF file " + Shown(path));
         }
     }
     return infs;

@@ -4,6 +4,7 @@
 #include "direct_command.h"
 #include "inf_fit.h"
 #include "interrupt.h"
+#include "paths.h"
 #include "result_codes.h"
 
 #include <algorithm>
@@ -178,7 +179,7 @@ void Injection::Unmount(InjectedImage& result)
     if (result.error.empty())
         result.error = error;
     if (!gone)
-        result.error += "; the image is still mounted in " + detail::Utf8(directory_);
+        result.error += "; the image is still mounted in " + Shown(directory_);
 }
 
 std::optional<std::vector<PackageDetails>> Injection::Listed(InjectedImage& result)
@@ -238,9 +239,11 @@ void Injection::TryAll(InjectedImage& result)
     const auto failure = WithServicing(context_, [&](const Servicing& servicing) {
         const ServicingSession session(servicing, directory_);
         auto before = session.Packages(false);
+        std::size_t tried = 0;
         for (Injected& package : result.packages) {
             if (Interrupted())
                 return;
+            context_.out->SetPercent(tried++, result.packages.size());
             try {
                 session.Add(package.inf);
                 auto after = session.Packages(false);

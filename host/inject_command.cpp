@@ -4,6 +4,7 @@
 #include "inf_search.h"
 #include "inject.h"
 #include "interrupt.h"
+#include "paths.h"
 #include "usage_error.h"
 
 #include <filesystem>
@@ -31,8 +32,7 @@ class MountFolder {
             if (error)
                 break;
         }
-        throw UsageError("no directory to mount into can be made in " +
-                         detail::Utf8(parent.wstring()));
+        throw UsageError("no directory to mount into can be made in " + Shown(parent.wstring()));
     }
     ~MountFolder() { RemoveDirectoryW(path_.c_str()); }
     MountFolder(const MountFolder&) = delete;
@@ -56,7 +56,7 @@ void Show(const Output& out, const InjectedImage& result, bool dryRun)
         if (dryRun && package.state == State::Added)
             state = "would add";
         state.resize(15, ' ');
-        out.Line("  " + state + detail::Utf8(package.inf) +
+        out.Line("  " + state + Shown(package.inf) +
                  (package.publishedName.empty() || dryRun ? "" : " as " + package.publishedName) +
                  (package.reason.empty() ? "" : ": " + package.reason));
     }
@@ -68,7 +68,7 @@ json ToJson(const InjectedImage& result)
 {
     json packages = json::array();
     for (const Injected& package : result.packages)
-        packages.push_back({{"inf", detail::Utf8(package.inf)},
+        packages.push_back({{"inf", Shown(package.inf)},
                             {"state", NameOf(package.state)},
                             {"published_name", package.publishedName},
                             {"reason", package.reason},
@@ -156,7 +156,7 @@ int InjectCommand(const Context& context, const std::wstring& image,
     const std::wstring file = FullPath(image);
     Session session(context, "inject");
     json document = {{"command", "inject"},
-                     {"file", detail::Utf8(file)},
+                     {"file", Shown(file)},
                      {"dry_run", flags.dryRun},
                      {"images", json::array()}};
     const auto images = ImagesOf(context, file, document);
@@ -168,7 +168,7 @@ int InjectCommand(const Context& context, const std::wstring& image,
     for (const ImageDetails& one : chosen) {
         if (Interrupted())
             break;
-        context.out->Line(detail::Utf8(file) + ", " + Title(one));
+        context.out->Line(Shown(file) + ", " + Title(one));
         const MountFolder folder(flags.scratch.empty() ? L"" : FullPath(flags.scratch));
         results.push_back(
             Injection(context, session, file, folder.Path(), flags.dryRun).Into(one, infs));

@@ -1,5 +1,6 @@
 // mounts_command.cpp - what is mounted, and clearing away what is broken.
 #include "direct_command.h"
+#include "paths.h"
 #include "table.h"
 
 namespace kestro::host {
@@ -22,8 +23,8 @@ const char* NameOf(MountDetails::State state)
 
 json ToJson(const MountDetails& mount)
 {
-    return {{"directory", mount.directory},
-            {"image", mount.image},
+    return {{"directory", Shown(mount.directory)},
+            {"image", Shown(mount.image)},
             {"index", mount.index},
             {"read_only", mount.readOnly},
             {"state", NameOf(mount.state)}};
@@ -50,7 +51,8 @@ int MountsCommand(const Context& context, bool clean)
         for (const MountDetails& mount : mounts) {
             document["mounts"].push_back(ToJson(mount));
             rows.push_back({NameOf(mount.state), mount.readOnly ? "read-only" : "read-write",
-                            std::to_string(mount.index), mount.directory, mount.image});
+                            std::to_string(mount.index), Shown(mount.directory),
+                            Shown(mount.image)});
         }
         if (rows.empty())
             context.out->Line("Nothing is mounted");

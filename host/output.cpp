@@ -2,6 +2,7 @@
 #include "output.h"
 
 #include "interrupt.h"
+#include "paths.h"
 #include "result_codes.h"
 
 #include <algorithm>
@@ -39,14 +40,33 @@ std::string Seconds(std::chrono::milliseconds time)
 
 } // namespace
 
-void Output::Live(const std::string& text) const
+bool Output::IsLive() const
 {
     DWORD mode = 0;
-    if (json_ || !GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode))
+    return !json_ && GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode);
+}
+
+void Output::Live(std::chrono::milliseconds since) const
+{
+    if (!IsLive())
         return;
+    std::string text = Seconds(since);
+    if (const int percent = percent_; percent >= 0) {
+        char number[16];
+        std::snprintf(number, sizeof number, "  %3d %%", percent);
+        text += number;
+    }
+    const std::scoped_lock lock(mutex_);
     Clear();
     Put(stderr, STD_ERROR_HANDLE, text);
     live_ = text.size();
+}
+
+void Output::EndLive() const
+{
+    const std::scoped_lock lock(mutex_);
+    Clear();
+    percent_ = -1;
 }
 
 void Output::Clear() const
@@ -55,58 +75,57 @@ void Output::Clear() const
         Put(stderr, STD_ERROR_HANDLE, "\r" + std::string(std::exchange(live_, 0), ' ') + "\r");
 }
 
+void Output::Write(std::FILE* stream, DWORD handle, const std::string& text) const
+{
+    const std::scoped_lock lock(mutex_);
+    Clear();
+    Put(stream, handle, text);
+}
+
+void Output::SetPercent(std::uint64_t done, std::uint64_t of) const
+{
+    if (of != 0)
+        percent_ = static_cast<int>(done * 100 / of);
+}
+
 Watch Output::LiveWatch() const
 {
-    const auto start = std::chrono::steady_clock::now();
-    return {[this, start](std::uint32_t current, std::uint32_t total) {
-                if (total == 0)
-                    return;
-                char percent[16];
-                std::snprintf(percent, sizeof percent, "  %3u %%",
-                              static_cast<unsigned>(std::uint64_t{current} * 100 / total));
-                Live(Seconds(std::chrono::duration_cast<std::chrono::milliseconds>(
-                         std::chrono::steady_clock::now() - start)) +
-                     percent);
-            },
+    return {[this](std::uint32_t current, std::uint32_t total) { SetPercent(current, total); },
             InterruptEvent()};
 }
 
 void Output::Line(const std::string& text) const
 {
-    Clear();
     if (!json_)
-        Put(stdout, STD_OUTPUT_HANDLE, text + "\n");
+        Write(stdout, STD_OUTPUT_HANDLE, text + "\n");
 }
 
 void Output::Error(const std::string& text) const
 {
-    Clear();
-    Put(stderr, STD_ERROR_HANDLE, "kestro: " + text + "\n");
+    Write(stderr, STD_ERROR_HANDLE, "kestro: " + text + "\n");
 }
 
 void Output::Text(const std::string& text, bool asError) const
 {
-    Clear();
     if (asError)
-        Put(stderr, STD_ERROR_HANDLE, text);
+        Write(stderr, STD_ERROR_HANDLE, text);
     else
-        Put(stdout, STD_OUTPUT_HANDLE, text);
+        Write(stdout, STD_OUTPUT_HANDLE, text);
 }
 
 void Output::Progress(const std::string& text) const
 {
-    Clear();
     if (!json_)
-        Put(stderr, STD_ERROR_HANDLE, text + "\n");
+        Write(stderr, STD_ERROR_HANDLE, text + "\n");
 }
 
 Follower Output::LogFollower() const
 {
     return [this](const LogLine* line, std::chrono::milliseconds since) {
         if (line != nullptr)
-            Progress(Seconds(since) + "  " + line->text);
+            Progress(Seconds(since) + "  " + ShownAtEnd(line->text));
         else
-            Live(Seconds(since));
+            Live(since);
     };
 }
 
@@ -140,14 +159,13 @@ void Output::Failed(const std::string& what, std::int32_t code,
 
 void Output::Document(const json& document)
 {
-    Clear();
     if (gathered_.is_array()) {
         gathered_.push_back(document);
         return;
     }
     // Text that is not UTF-8 is shown as far as it goes instead of losing the whole document.
-    Put(stdout, STD_OUTPUT_HANDLE,
-        document.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
+    Write(stdout, STD_OUTPUT_HANDLE,
+          document.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
 }
 
 json CodeToJson(std::int32_t code)

@@ -6,6 +6,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -21,7 +25,11 @@ class Output {
     void Progress(const std::string& text) const;
     Follower LogFollower() const;
     // One line of a terminal that is written over again and again while work goes on; nowhere else.
-    void Live(const std::string& text) const;
+    bool IsLive() const;
+    void Live(std::chrono::milliseconds since) const;
+    // What a live line says besides the time.
+    void SetPercent(std::uint64_t done, std::uint64_t of) const;
+    void EndLive() const;
     // Shows how far a call has come, and lets a request to end cancel it.
     Watch LiveWatch() const;
     // The steps with their outcomes, and what failed.
@@ -38,11 +46,14 @@ class Output {
     nlohmann::json Gathered() { return std::exchange(gathered_, nlohmann::json()); }
 
   private:
+    void Write(std::FILE* stream, DWORD handle, const std::string& text) const;
     void Clear() const;
 
     bool json_;
+    mutable std::mutex mutex_;     // a live line is written by a thread of its own
     mutable std::size_t live_ = 0; // how long the line is that is written over
-    nlohmann::json gathered_;      // an array while documents are gathered
+    mutable std::atomic<int> percent_ = -1;
+    nlohmann::json gathered_; // an array while documents are gathered
 };
 
 nlohmann::json ToJson(const Report& report);

@@ -1,5 +1,6 @@
 // package_text.cpp - a driver package's details as the host shows them.
 #include "package_text.h"
+#include "paths.h"
 
 namespace kestro::host {
 
@@ -19,7 +20,7 @@ const char* NameOf(PackageDetails::Signature signature)
 nlohmann::json ToJson(const PackageDetails& package)
 {
     return {{"published_name", package.publishedName},
-            {"original_file", package.originalFileName},
+            {"original_file", Shown(package.originalFileName)},
             {"catalog", package.catalogFile},
             {"class", package.className},
             {"class_guid", package.classGuid},

@@ -76,20 +76,19 @@ int ResultCommand(const Context& context, const std::wstring& file, bool watch,
     const std::wstring path = FullPath(file);
     Output& out = *context.out;
     if (watch) {
-        out.Progress("Following " + detail::Utf8(path) +
-                     (idleSeconds != 0 ? "" : "; Ctrl+C ends it"));
+        out.Progress("Following " + Shown(path) + (idleSeconds != 0 ? "" : "; Ctrl+C ends it"));
         Follow(out, path, idleSeconds);
     }
     const auto report = ReadResultFile(path);
     if (!report)
-        throw UsageError("cannot read the result file " + detail::Utf8(path));
+        throw UsageError("cannot read the result file " + Shown(path));
     if (!IsOurs(*report))
-        throw UsageError(detail::Utf8(path) + " holds nothing that the library writes");
+        throw UsageError(Shown(path) + " holds nothing that the library writes");
     bool failed = false;
     for (const Step& step : report->steps)
         failed = failed || step.succeeded == false;
     if (out.Json()) {
-        nlohmann::json document = {{"command", "result"}, {"file", detail::Utf8(path)}};
+        nlohmann::json document = {{"command", "result"}, {"file", Shown(path)}};
         document.update(ToJson(*report));
         nlohmann::json failures = nlohmann::json::array();
         for (const Failure& failure : report->failures) {

@@ -26,7 +26,7 @@ struct List {
 
 [[noreturn]] void Refuse(const std::wstring& file, const std::string& why)
 {
-    throw UsageError(detail::Utf8(file) + ": " + why);
+    throw UsageError(Shown(file) + ": " + why);
 }
 
 Operation ReadOperation(const std::wstring& file, const json& words, std::size_t number)
@@ -55,7 +55,7 @@ List ReadList(const std::wstring& file)
 {
     std::ifstream stream{std::filesystem::path(file)};
     if (!stream)
-        throw UsageError("cannot read the list " + detail::Utf8(file));
+        throw UsageError("cannot read the list " + Shown(file));
     const json document = json::parse(stream, nullptr, false);
     if (document.is_discarded() || !document.is_object() || !document.contains("operations") ||
         !document["operations"].is_array())
@@ -117,6 +117,7 @@ int RunOne(const Context& context, const Operation& operation)
 
 int RunCommand(const Context& context, const std::wstring& file)
 {
+    const InterruptGuard guard;
     const List list = ReadList(FullPath(file));
     Output& out = *context.out;
     const std::size_t count = list.operations.size();
@@ -130,21 +131,22 @@ int RunCommand(const Context& context, const std::wstring& file)
         results.push_back({{"operation", operation.words},
                            {"exit_code", exitCode},
                            {"documents", out.Gathered()}});
-        if (exitCode == kExitSuccess)
-            continue;
-        ++failed;
-        if (list.stopOnFailure || Interrupted())
+        failed += exitCode != kExitSuccess;
+        if ((failed != 0 && list.stopOnFailure) || Interrupted())
             break;
     }
+    const bool succeeded = failed == 0 && done == count;
     if (out.Json())
         out.Document({{"command", "run"},
-                      {"succeeded", failed == 0},
+                      {"succeeded", succeeded},
                       {"operations", results},
                       {"not_run", count - done}});
     out.Line(std::to_string(done - failed) + " of " + std::to_string(count) +
              " operations succeeded, " + std::to_string(failed) + " failed" +
              (done < count ? ", " + std::to_string(count - done) + " not run" : ""));
-    return failed == 0 ? kExitSuccess : kExitFailed;
+    if (succeeded)
+        return kExitSuccess;
+    return Interrupted() ? kExitInterrupted : kExitFailed;
 }
 
 } // namespace kestro::host

@@ -29,11 +29,6 @@ const Library& Loaded(std::wstring path)
 
 } // namespace
 
-std::wstring FullPath(const std::wstring& path)
-{
-    return fs::absolute(path).wstring();
-}
-
 Session::Session(const Context& context, std::string command)
     : context_(context), command_(std::move(command)),
       library_(Loaded(LibraryPath(context.options))),
@@ -76,7 +71,7 @@ int Session::Finish(const Outcome& outcome, const std::string& done,
     }
     if (outcome.failure) {
         Out().Failed(outcome.failure->function, outcome.failure->hresult, outcome.lastError);
-        Out().Progress("The platform's own log: " + detail::Utf8(logFile_));
+        Out().Progress("The platform's own log: " + Shown(logFile_));
     } else if (!outcome.reported) {
         Out().Error(command_ + (outcome.certain
                                     ? " failed, and the result file cannot be read"

@@ -3,10 +3,9 @@
 #pragma once
 
 #include "commands.h"
+#include "paths.h"
 
 namespace kestro::host {
-
-std::wstring FullPath(const std::wstring& path);
 
 class Session {
   public:

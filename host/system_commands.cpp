@@ -12,7 +12,7 @@ using nlohmann::json;
 int FinishDisk(const Session& session, const std::wstring& disk, const DiskOutcome& outcome,
                const std::string& done)
 {
-    const std::string name = detail::Utf8(disk);
+    const std::string name = Shown(disk);
     if (session.Out().Json()) {
         json document = session.Document(outcome);
         document["disk"] = name;
@@ -35,7 +35,7 @@ int FinishDisk(const Session& session, const std::wstring& disk, const DiskOutco
 
 int DiskCleanCommand(const Context& context, const std::wstring& name, const CleanFlags& flags)
 {
-    const std::string disk = detail::Utf8(name);
+    const std::string disk = Shown(name);
     if (!flags.yes)
         throw UsageError(
             "this would wipe the disk " + disk +
@@ -56,13 +56,13 @@ int DiskOnlineCommand(const Context& context, const std::wstring& name, bool onl
     return FinishDisk(session, name,
                       online ? session.Kestro().OnlineDisk(name)
                              : session.Kestro().OfflineDisk(name),
-                      detail::Utf8(name) + (online ? " is online" : " is offline"));
+                      Shown(name) + (online ? " is online" : " is offline"));
 }
 
 int InfInstallCommand(const Context& context, const std::wstring& inf)
 {
     const std::wstring path = FullPath(inf);
-    const std::string shown = detail::Utf8(path);
+    const std::string shown = Shown(path);
     if (!std::filesystem::is_regular_file(path))
         throw UsageError("there is no INF file " + shown);
     Session session(context, "inf install");
@@ -90,7 +90,7 @@ std::string PathOf(HMODULE module)
     wchar_t path[32768] = {};
     if (module == nullptr || GetModuleFileNameW(module, path, 32767) == 0)
         return "not loaded";
-    return detail::Utf8(path);
+    return Shown(path);
 }
 
 } // namespace

@@ -268,5 +268,22 @@ class Refusals(DriverCase):
                                    if line.lstrip("-").isdigit()])
 
 
+class Interruptions(DriverCase):
+    def test_packages_are_added_as_a_whole_and_the_rest_is_not_tried(self):
+        for number in range(2, 5):
+            make_packages(self.path("packages%d" % number))
+        # Four times the same packages: three calls of the library.
+        folders = [self.path("packages"), *[self.path("packages%d" % number) for number in range(2, 5)]]
+        process = self.start_watched("driver", "add", self.mounted, *folders)
+        self.assertIn("Adding 8 packages", process.stderr.readline())
+        code, said = self.interrupt(process)
+        self.assertEqual(code, 5, said)
+        self.assertRegex(said, "interrupted; (8|16) packages were not tried")
+        self.assertEqual(len(self.listed()), len(INFS))
+        self.kestro("unmount", self.mounted, "--discard")
+        for index, inf in enumerate(INFS):
+            self.check_in_image("oem%d.inf" % index, inf)
+
+
 if __name__ == "__main__":
     unittest.main()

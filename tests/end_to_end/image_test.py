@@ -2,12 +2,15 @@
 
 import json
 import os
+import pty
+import re
 import shutil
 import unittest
 
-from kestro_case import KestroCase, sha256
+from kestro_case import RUN, KestroCase, sha256
 
 ERROR_FILE_NOT_FOUND = "0x80070002"
+RECORDS = os.path.join(os.environ["WINEPREFIX"], "drive_c/ProgramData/Kestro/Mounts")
 
 
 class ImageCase(KestroCase):
@@ -147,9 +150,8 @@ class Mounts(ImageCase):
 
     def test_a_mount_that_was_never_finished_is_cleared_away(self):
         self.mount("--index", "2")
-        records = os.path.join(os.environ["WINEPREFIX"], "drive_c/ProgramData/Kestro/Mounts")
-        for folder in os.listdir(records):
-            record = os.path.join(records, folder, "record.json")
+        for folder in os.listdir(RECORDS):
+            record = os.path.join(RECORDS, folder, "record.json")
             if not os.path.isfile(record):
                 continue
             with open(record, encoding="utf-8") as stream:
@@ -162,6 +164,84 @@ class Mounts(ImageCase):
         self.assertGreaterEqual(self.document("mounts", "--clean")["cleared"], 1)
         self.assertEqual(os.listdir(self.mounted), [])
         self.mount("--index", "2")
+
+
+    def test_a_record_that_cannot_be_read_is_cleared_away(self):
+        self.mount("--index", "2")
+        damaged = os.path.join(RECORDS, "damaged-by-a-test")
+        os.makedirs(damaged)
+        self.addCleanup(shutil.rmtree, damaged, ignore_errors=True)
+        with open(os.path.join(damaged, "record.json"), "w", encoding="utf-8") as stream:
+            stream.write('{"directory": ')
+        # Other mounts are not kept from anything.
+        mounted = self.document("mounts")["mounts"]
+        self.unmount("--discard")
+        self.mount("--index", "1")
+        self.assertTrue(os.path.exists(damaged))
+        after = self.document("mounts", "--clean")
+        self.assertFalse(os.path.exists(damaged))
+        self.assertEqual([mount["directory"] for mount in after["mounts"]],
+                         [mount["directory"] for mount in mounted])
+        self.unmount("--discard")
+
+
+class LargeImages(ImageCase):
+    """Those that keep the library busy for a while."""
+
+    def setUp(self):
+        super().setUp()
+        self.write("large/Windows/large.bin", os.urandom(200 << 20))
+        self.image = self.capture("large", "large.wim", "--compress=none")
+        self.wimlib("append", self.path("large"), self.image, "Second")
+        os.remove(self.path("large/Windows/large.bin"))
+
+    def on_a_terminal(self, *arguments):
+        process, terminal = pty.fork()
+        if process == 0:
+            os.environ["KESTRO_MOUNT"] = "extract"
+            os.execv(RUN, self.command(*arguments))
+        shown = b""
+        with open(terminal, "rb", buffering=0) as stream:
+            try:
+                while piece := stream.read(4096):
+                    shown += piece
+            except OSError:
+                pass  # the other side is closed
+        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(process, 0)[1]), 0, shown)
+        return shown.decode(errors="replace")
+
+    def test_a_terminal_shows_time_and_percent(self):
+        shown = self.on_a_terminal("mount", self.image, self.mounted, "--index", "2")
+        percents = [int(number) for number in re.findall(r" \d+\.\d s +(\d+) %", shown)]
+        self.assertGreater(len(percents), 0, shown)
+        self.assertEqual(percents, sorted(percents))
+        self.exit_code("unmount", self.mounted, "--discard")
+        # The library's own mount tells nobody how far it is.
+        shown = self.on_a_terminal("mount", self.image, self.mounted)
+        self.assertRegex(shown, r" \d+\.\d s\x1b")
+        self.assertNotIn("%", shown)
+
+    def test_a_mount_is_taken_back(self):
+        before = sha256(self.image)
+        process = self.start_watched("mount", self.image, self.mounted, KESTRO_MOUNT="extract")
+        self.assertIn("Mounting", process.stderr.readline())
+        code, said = self.interrupt(process)
+        self.assertEqual(code, 5, said)
+        self.assertIn("interrupted; nothing is mounted", said)
+        self.assertEqual(os.listdir(self.mounted), [])
+        self.assertNotIn(self.folder, str(self.document("mounts")["mounts"]).replace("\\\\", "/"))
+        self.assertEqual(sha256(self.image), before)
+
+    def test_a_list_of_operations_ends_after_the_one_that_runs(self):
+        operations = self.write("list.json", json.dumps({"operations": [
+            ["mount", self.image, self.mounted], ["unmount", self.mounted, "--discard"]]}))
+        process = self.start_watched("run", operations, "--json", KESTRO_MOUNT="extract")
+        self.wait_until(lambda: os.listdir(self.mounted) or process.poll() is not None)
+        code, said = self.interrupt(process)
+        self.assertEqual(code, 5, said)
+        document = json.loads(said[:said.rindex("}") + 1])
+        self.assertEqual(([one["exit_code"] for one in document["operations"]], document["not_run"]), ([5], 1))
+        self.assertEqual(os.listdir(self.mounted), [])
 
 
 class Unwritable(ImageCase):

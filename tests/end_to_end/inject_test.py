@@ -6,7 +6,6 @@ import json
 import os
 import signal
 import subprocess
-import time
 import unittest
 
 from driver_package import make_packages, minimal_hive
@@ -27,15 +26,13 @@ class InjectCase(KestroCase):
         self.scratch = self.path("scratch")
         os.makedirs(self.scratch)
 
-    def make_image(self, count, extra=None):
+    def make_image(self, count):
         image = self.path("boot.wim")
         for number in range(1, count + 1):
             tree = "tree%d" % number
             self.write(tree + "/Windows/System32/config/DRIVERS", minimal_hive())
             self.write(tree + "/Windows/only%d.txt" % number, "image %d\r\n" % number)
             os.makedirs(self.path(tree, "Windows/INF"))
-            if extra:
-                self.write(tree + "/Windows/large.bin", extra)
             self.wimlib("append" if os.path.exists(image) else "capture", self.path(tree), image,
                         "Image %d" % number, "--image-property=WINDOWS/ARCH=9")
         return image
@@ -140,6 +137,26 @@ class SkipsAndFailures(InjectCase):
         self.assertEqual(document["summary"]["failed"], 0)
         self.assertEqual(document["summary"]["added"], len(self.packages) - 2)
 
+    def test_packages_for_a_later_windows(self):
+        software = self.write("tree1/Windows/System32/config/SOFTWARE", minimal_hive())
+        text = self.write("version.reg", "\n".join((
+            "Windows Registry Editor Version 5.00", "", "[HKEY\\Microsoft]", "",
+            "[HKEY\\Microsoft\\Windows NT]", "", "[HKEY\\Microsoft\\Windows NT\\CurrentVersion]",
+            '"CurrentMajorVersionNumber"=dword:0000000a', '"CurrentMinorVersionNumber"=dword:00000000',
+            '"CurrentBuildNumber"="15063"', "")))
+        subprocess.run(["hivexregedit", "--merge", "--prefix", "HKEY", software, text], check=True, timeout=HANG)
+        os.remove(self.image)
+        self.capture("tree1", "boot.wim")
+        # Its models are for build 16299 and later. An image need not say which architecture it has.
+        tried = self.inject(self.path("packages"), "--dry-run")
+        self.assertEqual(self.reasons(tried)["kestrodisplay.inf"],
+                         ("skipped", "for another architecture or Windows version"))
+        self.wimlib("info", self.image, "1", "--image-property=WINDOWS/ARCH=9")
+        for document in (self.inject(self.path("packages"), "--dry-run"), self.inject(self.path("packages"))):
+            self.assertEqual(self.reasons(document)["kestrodisplay.inf"],
+                             ("skipped", "for another Windows version"))
+            self.assertEqual(self.states(document).count("added"), len(self.packages) - 1)
+
     def test_a_broken_package_is_a_failure_and_the_others_go_in(self):
         self.write("packages/broken.inf", "this is no INF\r\n")
         document = self.inject(self.path("packages"), exit_code=1)
@@ -179,19 +196,8 @@ class Interruptions(InjectCase):
     """The request to end comes at a moment that the program itself announces."""
 
     def start_inject(self):
-        process = subprocess.Popen(
-            self.command("inject", self.image, self.path("packages"), "--index", "all", "--scratch", self.scratch),
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self.addCleanup(process.stdout.close)
-        self.addCleanup(process.stderr.close)
-        self.addCleanup(process.kill)
-        return process
-
-    def wait_until(self, condition):
-        end = time.monotonic() + HANG
-        while not condition():
-            self.assertLess(time.monotonic(), end)
-            time.sleep(0.02)
+        return self.start_watched("inject", self.image, self.path("packages"), "--index", "all",
+                                  "--scratch", self.scratch)
 
     def test_interrupted_while_an_image_is_mounted(self):
         for request in (signal.SIGINT, signal.SIGTERM):
@@ -199,19 +205,17 @@ class Interruptions(InjectCase):
                 process = self.start_inject()
                 self.wait_until(lambda: any(os.listdir(os.path.join(self.scratch, name))
                                             for name in os.listdir(self.scratch)) or process.poll() is not None)
-                process.send_signal(request)
-                output, errors = process.communicate(timeout=HANG)
-                self.assertEqual(process.returncode, 5, output + errors)
-                self.assertIn("interrupted", errors)
+                code, said = self.interrupt(process, request)
+                self.assertEqual(code, 5, said)
+                self.assertIn("interrupted", said)
                 self.check_nothing_is_mounted()
                 self.verify(self.image)
 
     def test_interrupted_as_soon_as_it_runs(self):
         process = self.start_inject()
         self.assertIn("image 1", process.stdout.readline())
-        process.send_signal(signal.SIGINT)
-        output, errors = process.communicate(timeout=HANG)
-        self.assertEqual(process.returncode, 5, output + errors)
+        code, said = self.interrupt(process)
+        self.assertEqual(code, 5, said)
         self.check_nothing_is_mounted()
         self.assertEqual(self.infs_in(2), [])
         # Afterwards everything works.
