@@ -44,18 +44,24 @@ fs::path DriverStore::Now(const fs::path& path) const
     return fs::exists(path) ? path : fs::path();
 }
 
-std::set<std::string> DriverStore::NamesIn(const fs::path& folder) const
+static std::set<std::string> NamesOnDisk(const fs::path& folder)
 {
     std::set<std::string> names;
     if (fs::is_directory(folder))
         for (const auto& entry : fs::directory_iterator(folder))
-            if (!Now(entry.path()).empty())
-                names.insert(entry.path().filename().string());
-    if (change_)
-        for (const auto& [target, staged] : change_->files.Placed())
-            if (target.parent_path() == folder)
-                names.insert(target.filename().string());
+            names.insert(entry.path().filename().string());
     return names;
+}
+
+std::set<std::string> DriverStore::NamesIn(const fs::path& folder) const
+{
+    if (!change_)
+        return NamesOnDisk(folder);
+    // While it lasts, nobody else changes the image's drivers; large folders are read once.
+    const auto [read, isNew] = change_->namesOnDisk.try_emplace(folder);
+    if (isNew)
+        read->second = NamesOnDisk(folder);
+    return change_->files.NamesIn(folder, read->second);
 }
 
 static bool ByNumberThenName(const PublishedInf& left, const PublishedInf& right)

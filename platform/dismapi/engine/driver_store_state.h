@@ -8,6 +8,8 @@
 #include "image_lock.h"
 
 #include <functional>
+#include <map>
+#include <set>
 
 namespace kestro::servicing {
 
@@ -34,7 +36,8 @@ struct DriverStore::Change {
     ImageChange files;
     ImageHives hives;
     ImageWindows windows;
-    bool began = false;   // something was changed
+    std::map<std::filesystem::path, std::set<std::string>> namesOnDisk; // in folders that were read
+    bool began = false;                                                 // something was changed
     bool spoiled = false; // a failure left the hives with half a package
 };
 

@@ -121,13 +121,21 @@ fs::path ImageChange::Now(const fs::path& target) const
     return IsThere(target) ? target : fs::path();
 }
 
-std::map<fs::path, fs::path> ImageChange::Placed() const
+std::set<std::string> ImageChange::NamesIn(const fs::path& folder,
+                                           std::set<std::string> names) const
 {
-    std::map<fs::path, fs::path> placed;
-    for (const auto& [target, step] : steps_)
-        if (step.kind == Step::Kind::Place)
-            placed[step.target] = StagedOf(step);
-    return placed;
+    const std::string inFolder = folder.string() + "/";
+    for (auto step = steps_.lower_bound(inFolder);
+         step != steps_.end() && step->first.starts_with(inFolder); ++step) {
+        const std::string name = step->first.substr(inFolder.size());
+        if (name.find('/') != std::string::npos)
+            continue;
+        if (step->second.kind == Step::Kind::Remove)
+            names.erase(name);
+        else
+            names.insert(name);
+    }
+    return names;
 }
 
 ImageChange::Steps ImageChange::StepsInOrder() const

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,8 +41,9 @@ class ImageChange {
 
     // What will be at `target`: where its content is now, or an empty path if nothing will be there.
     std::filesystem::path Now(const std::filesystem::path& target) const;
-    // The paths that Place was asked for, with where their content is.
-    std::map<std::filesystem::path, std::filesystem::path> Placed() const;
+    // The names that will be in a folder which has `names` now.
+    std::set<std::string> NamesIn(const std::filesystem::path& folder,
+                                  std::set<std::string> names) const;
 
     bool IsEmpty() const { return steps_.empty(); }
     void Commit();
