@@ -6,10 +6,10 @@
 
 namespace kestro::servicing {
 
-// hivex ends the process when it frees a cell that is none, or frees one twice. This throws
-// ServicingError unless each cell of the keys at `paths` ('\' between names, from the root) and of
-// everything below them, and each key and list on the way there, is a cell of its own. The rest of the
-// hive may be what it is: nothing there is changed.
+// A cell that is freed twice, or was none, would be given to two keys. This throws ServicingError unless
+// each cell of the keys at `paths` ('\' between names, from the root) and of everything below them, and
+// each key and list on the way there, is a cell of its own. The rest of the hive may be what it is:
+// nothing there is changed.
 void CheckHive(const std::string& content, const std::vector<std::string>& paths,
                const std::string& file);
 

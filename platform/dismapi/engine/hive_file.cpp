@@ -1,127 +1,41 @@
-// hive_file.cpp - a registry hive of an offline image: keys and values, read and written.
+// hive_file.cpp - a registry hive of an offline image: finds keys, reads and writes values.
 #include "hive_file.h"
 
 #include "file_system.h"
 #include "hive_check.h"
-#include "hive_header.h"
+#include "hive_layout.h"
 #include "hive_log.h"
+#include "hive_names.h"
 #include "image_tree.h"
 #include "servicing_error.h"
 
 #include <fcntl.h>
-#include <hivex.h>
-#include <sys/mman.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 
 namespace fs = std::filesystem;
 
 namespace kestro::servicing {
 
-namespace {
+using namespace hive_layout;
 
-struct FreeMemory {
-    void operator()(void* memory) const { std::free(memory); }
-};
-template <class T>
-using Malloced = std::unique_ptr<T, FreeMemory>;
-
-// hivex reads files; this one is nowhere but in memory.
-FileDescriptor MemoryFile(const std::string& content)
+HiveFile::HiveFile(const fs::path& file) : file_(file), cells_(ReadHive(file).bytes, file.string())
 {
-    FileDescriptor file(memfd_create("hive", MFD_CLOEXEC));
-    if (!file)
-        throw SystemError("cannot make a file in memory");
-    for (std::size_t done = 0; done < content.size();) {
-        const ssize_t count = write(file.Get(), content.data() + done, content.size() - done);
-        if (count < 0)
-            throw SystemError("cannot write a file in memory");
-        done += static_cast<std::size_t>(count);
-    }
-    return file;
-}
-
-// A type beyond the ones that hivex names is copied past its enumeration.
-hive_type HivexType(std::uint32_t type)
-{
-    hive_type result;
-    static_assert(sizeof result == sizeof type);
-    std::memcpy(&result, &type, sizeof result);
-    return result;
-}
-
-std::uint32_t TypeNumber(const hive_type& type)
-{
-    std::uint32_t number;
-    std::memcpy(&number, &type, sizeof number);
-    return number;
-}
-
-} // namespace
-
-void HiveFile::Close::operator()(hive_h* hive) const
-{
-    hivex_close(hive);
-}
-
-HiveFile::HiveFile(const fs::path& file) : file_(file)
-{
-    const HiveContent content = ReadHive(file);
-    FileDescriptor inMemory;
-    std::string path = file.string();
-    if (content.fromLog) {
-        inMemory = MemoryFile(content.bytes);
-        path = "/proc/self/fd/" + std::to_string(inMemory.Get());
-    }
-    hive_.reset(hivex_open(path.c_str(), HIVEX_OPEN_WRITE));
-    if (!hive_)
-        throw ServicingError(code::bad_hive, "cannot read the registry hive " + file.string());
 }
 
 void HiveFile::CheckForChanges(const std::vector<std::string>& paths) const
 {
-    CheckHive(ReadHive(file_).bytes, paths, file_.string());
-}
-
-HiveFile::Names& HiveFile::NamesBelow(Key key) const
-{
-    const auto [names, isNew] = names_.try_emplace(key);
-    if (isNew)
-        for (const Key child : Children(key))
-            names->second.emplace(LowerCase(Name(child)), child);
-    return names->second;
-}
-
-HiveFile::Key HiveFile::Child(Key parent, const std::string& name) const
-{
-    const Names& names = NamesBelow(parent);
-    const auto found = names.find(LowerCase(name));
-    return found == names.end() ? 0 : found->second;
-}
-
-HiveFile::Key HiveFile::MakeChild(Key parent, const std::string& name)
-{
-    if (const Key child = Child(parent, name))
-        return child;
-    Utf16(name); // hivex reads from nowhere when a name is not UTF-8
-    const Key child = hivex_node_add_child(hive_.get(), parent, name.c_str());
-    if (!child)
-        throw SystemError("cannot make the registry key " + name);
-    NamesBelow(parent).emplace(LowerCase(name), child);
-    ++changes_;
-    return child;
+    CheckHive(cells_.Content(), paths, file_.string());
 }
 
 HiveFile::Key HiveFile::Find(std::string_view path) const
 {
-    return Find(hivex_root(hive_.get()), path);
+    return Find(cells_.Root(), path);
 }
 
 HiveFile::Key HiveFile::Make(std::string_view path)
 {
-    return Make(hivex_root(hive_.get()), path);
+    return Make(cells_.Root(), path);
 }
 
 // Calls `step` with each name of the path.
@@ -148,147 +62,190 @@ HiveFile::Key HiveFile::Make(Key parent, std::string_view path)
     return parent;
 }
 
-std::vector<HiveFile::Key> HiveFile::Children(Key key) const
-{
-    std::vector<Key> children;
-    if (!key)
-        return children;
-    const Malloced<hive_node_h> nodes(hivex_node_children(hive_.get(), key));
-    for (const hive_node_h* node = nodes.get(); node && *node; ++node)
-        children.push_back(*node);
-    return children;
-}
-
-std::string HiveFile::Name(Key key) const
-{
-    const Malloced<char> name(hivex_node_name(hive_.get(), key));
-    return name ? name.get() : "";
-}
-
 bool HiveFile::IsEmpty(Key key) const
 {
-    return hivex_node_nr_children(hive_.get(), key) == 0 &&
-           hivex_node_nr_values(hive_.get(), key) == 0;
+    return SubkeysOf(key).cells.empty() &&
+           cells_.Word(static_cast<Cell>(key), key_field::values) == 0;
 }
 
-void HiveFile::Remove(Key key)
+// --- values ------------------------------------------------------------------------------------------
+
+std::vector<HiveFile::Cell> HiveFile::ValueCells(Cell key) const
 {
-    const std::string name = Name(key);
-    const Key parent = hivex_node_parent(hive_.get(), key);
-    if (hivex_node_delete_child(hive_.get(), key) != 0)
-        throw SystemError("cannot remove the registry key " + name);
-    NamesBelow(parent).erase(LowerCase(name));
-    ++changes_;
+    std::vector<Cell> values;
+    const std::size_t count = cells_.Word(key, key_field::values);
+    if (count == 0)
+        return values;
+    const Cell list = cells_.Word(key, key_field::valueList);
+    if (count > cells_.Room(list) / 4)
+        cells_.Refuse("a list of values is too long");
+    for (std::size_t i = 0; i < count; ++i) {
+        values.push_back(cells_.Word(list, 4 + i * 4));
+        cells_.Expect(values.back(), "vk");
+    }
+    return values;
+}
+
+std::string HiveFile::ValueName(Cell value) const
+{
+    return NameText(
+        cells_.Bytes(value, value_field::name, cells_.Half(value, value_field::nameLength)),
+        (cells_.Half(value, value_field::flags) & kNarrowValue) != 0);
+}
+
+std::string HiveFile::Data(Cell value) const
+{
+    const std::uint32_t length = cells_.Word(value, value_field::length);
+    if (length & kInline)
+        return std::string(
+            cells_.Bytes(value, value_field::data, std::min<std::size_t>(length & ~kInline, 4)));
+    if (length == 0)
+        return {};
+    const Cell data = cells_.Word(value, value_field::data);
+    if (length <= kLargestData || length <= cells_.Room(data))
+        return std::string(cells_.Bytes(data, 4, length));
+    // In pieces.
+    cells_.Expect(data, "db");
+    const Cell list = cells_.Word(data, 8);
+    std::string bytes;
+    for (std::size_t i = 0; i < cells_.Half(data, 6); ++i) {
+        const std::size_t more = std::min<std::size_t>(kLargestData, length - bytes.size());
+        bytes += cells_.Bytes(cells_.Word(list, 4 + i * 4), 4, more);
+    }
+    if (bytes.size() != length)
+        cells_.Refuse("a value is cut off");
+    return bytes;
 }
 
 std::vector<HiveValue> HiveFile::Values(Key key) const
 {
-    const Malloced<hive_value_h> values(hivex_node_values(hive_.get(), key));
-    if (!values)
-        throw ServicingError(code::bad_hive, "cannot read registry values of " + file_.string());
     std::vector<HiveValue> result;
-    for (const hive_value_h* value = values.get(); *value; ++value) {
-        const Malloced<char> name(hivex_value_key(hive_.get(), *value));
-        hive_type type = hive_t_REG_NONE;
-        std::size_t length = 0;
-        const Malloced<char> data(hivex_value_value(hive_.get(), *value, &type, &length));
-        if (!name || !data)
-            throw ServicingError(code::bad_hive,
-                                 "cannot read a registry value of " + file_.string());
-        result.push_back({name.get(), TypeNumber(type), std::string(data.get(), length)});
-    }
+    for (const Cell value : ValueCells(static_cast<Cell>(key)))
+        result.push_back({ValueName(value), cells_.Word(value, value_field::type), Data(value)});
     return result;
 }
 
 std::optional<HiveValue> HiveFile::Value(Key key, const std::string& name) const
 {
-    const hive_value_h value = key ? hivex_node_get_value(hive_.get(), key, name.c_str()) : 0;
-    if (!value)
-        return std::nullopt;
-    hive_type type = hive_t_REG_NONE;
-    std::size_t length = 0;
-    const Malloced<char> data(hivex_value_value(hive_.get(), value, &type, &length));
-    if (!data)
-        return std::nullopt;
-    return HiveValue{name, TypeNumber(type), std::string(data.get(), length)};
+    if (key)
+        for (const Cell value : ValueCells(static_cast<Cell>(key)))
+            if (EqualNames(ValueName(value), name))
+                return HiveValue{name, cells_.Word(value, value_field::type), Data(value)};
+    return std::nullopt;
 }
 
-// hivex sets all values of a key or one, and each time makes every one of them anew.
-void HiveFile::Replace(Key key, const std::vector<HiveValue>& values)
+HiveFile::Cell HiveFile::NewValue(const HiveValue& value)
 {
-    std::vector<HiveValue> kept = values;
-    std::vector<hive_set_value> all;
-    for (auto& value : kept) {
-        Utf16(value.name);
-        all.push_back(
-            {value.name.data(), HivexType(value.type), value.data.size(), value.data.data()});
+    if (value.data.size() > kLargestData)
+        throw ServicingError(code::invalid_parameter,
+                             "the registry value " + value.name + " is too large");
+    const StoredName name = NameBytes(value.name);
+    const Cell cell = cells_.Allocate(value_field::name - 4 + name.bytes.size());
+    cells_.Put(cell, 4, "vk");
+    cells_.PutHalf(cell, value_field::nameLength, static_cast<std::uint16_t>(name.bytes.size()));
+    cells_.PutWord(cell, value_field::type, value.type);
+    cells_.PutHalf(cell, value_field::flags, name.narrow && !value.name.empty() ? kNarrowValue : 0);
+    cells_.Put(cell, value_field::name, name.bytes);
+    const auto length = static_cast<std::uint32_t>(value.data.size());
+    if (length <= 4) {
+        cells_.PutWord(cell, value_field::length, length | kInline);
+        cells_.Put(cell, value_field::data, value.data);
+        return cell;
     }
-    if (hivex_node_set_values(hive_.get(), key, all.size(), all.data(), 0) != 0)
-        throw SystemError("cannot set registry values of " + Name(key));
+    const Cell data = cells_.Allocate(length);
+    cells_.Put(data, 4, value.data);
+    cells_.PutWord(cell, value_field::length, length);
+    cells_.PutWord(cell, value_field::data, data);
+    return cell;
+}
+
+// Of what is in pieces the pieces stay in the hive: their cells were not checked.
+void HiveFile::FreeValue(Cell value)
+{
+    const std::uint32_t length = cells_.Word(value, value_field::length);
+    if (!(length & kInline) && length != 0)
+        cells_.Free(cells_.Word(value, value_field::data));
+    cells_.Free(value);
+}
+
+void HiveFile::SetValueCells(Cell key, const std::vector<Cell>& values)
+{
+    const std::size_t before = cells_.Word(key, key_field::values);
+    Cell list = before == 0 ? HiveCells::kNone : cells_.Word(key, key_field::valueList);
+    if (list != HiveCells::kNone && (values.empty() || values.size() * 4 > cells_.Room(list))) {
+        cells_.Free(list);
+        list = HiveCells::kNone;
+    }
+    if (list == HiveCells::kNone && !values.empty())
+        list = cells_.Allocate(values.size() * 4);
+    for (std::size_t i = 0; i < values.size(); ++i)
+        cells_.PutWord(list, 4 + i * 4, values[i]);
+    cells_.PutWord(key, key_field::values, static_cast<std::uint32_t>(values.size()));
+    cells_.PutWord(key, key_field::valueList, list);
+}
+
+void HiveFile::NoteChange(Cell key)
+{
+    cells_.Put(key, key_field::written, FileTimeNow());
     ++changes_;
 }
 
-static std::vector<HiveValue>::iterator FindNamed(std::vector<HiveValue>& values,
-                                                  const std::string& name)
+void HiveFile::Grow(Cell key, std::size_t field, std::size_t size)
 {
-    return std::find_if(values.begin(), values.end(),
-                        [&](const HiveValue& value) { return EqualNames(value.name, name); });
+    cells_.PutWord(key, field, std::max(cells_.Word(key, field), static_cast<std::uint32_t>(size)));
 }
 
 void HiveFile::Set(Key key, const std::vector<HiveValue>& values)
 {
-    if (values.empty())
-        return;
-    std::vector<HiveValue> all = Values(key);
+    const auto cell = static_cast<Cell>(key);
+    std::vector<Cell> all = ValueCells(cell);
     bool differs = false;
     for (const auto& value : values) {
-        const auto there = FindNamed(all, value.name);
+        const auto there = std::find_if(all.begin(), all.end(), [&](Cell one) {
+            return EqualNames(ValueName(one), value.name);
+        });
+        if (there != all.end() && cells_.Word(*there, value_field::type) == value.type &&
+            Data(*there) == value.data)
+            continue;
+        const Cell written = NewValue(value);
         if (there == all.end()) {
-            all.push_back(value);
+            all.push_back(written);
         } else {
-            if (there->type == value.type && there->data == value.data)
-                continue;
-            *there = value;
+            FreeValue(*there);
+            *there = written;
         }
         differs = true;
+        Grow(cell, key_field::longestValueName, Utf16(value.name).size());
+        Grow(cell, key_field::largestData, value.data.size());
     }
-    if (differs)
-        Replace(key, all);
+    if (!differs)
+        return;
+    SetValueCells(cell, all);
+    NoteChange(cell);
 }
 
 bool HiveFile::RemoveValue(Key key, const std::string& name)
 {
-    std::vector<HiveValue> all = Values(key);
-    const auto there = FindNamed(all, name);
+    const auto cell = static_cast<Cell>(key);
+    std::vector<Cell> all = ValueCells(cell);
+    const auto there = std::find_if(all.begin(), all.end(),
+                                    [&](Cell value) { return EqualNames(ValueName(value), name); });
     if (there == all.end())
         return false;
+    FreeValue(*there);
     all.erase(there);
-    Replace(key, all);
+    SetValueCells(cell, all);
+    NoteChange(cell);
     return true;
-}
-
-// hivex counts the sequence numbers up and leaves the times: an old log of the same time would seem to
-// belong to the hive when Windows next marks it.
-static void StampHive(const fs::path& file)
-{
-    constexpr std::size_t timeInFirstBin = 20;
-    const FileDescriptor handle(open(file.c_str(), O_RDWR | O_CLOEXEC));
-    std::string header(kHiveSector, '\0');
-    const std::string time = FileTimeNow();
-    if (!handle || pread(handle.Get(), header.data(), header.size(), 0) != kHiveSector)
-        throw SystemError("cannot read " + file.string());
-    header.replace(hive_field::written, time.size(), time);
-    SetHiveChecksum(header);
-    if (pwrite(handle.Get(), header.data(), header.size(), 0) != kHiveSector ||
-        pwrite(handle.Get(), time.data(), time.size(), kHiveBins + timeInFirstBin) != 8)
-        throw SystemError("cannot write " + file.string());
 }
 
 void HiveFile::Save(const fs::path& file)
 {
-    if (hivex_commit(hive_.get(), file.c_str(), 0) != 0)
+    WriteLists();
+    const FileDescriptor handle(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (!handle)
         throw SystemError("cannot write the registry hive " + file.string());
-    StampHive(file);
+    WriteRange(handle.Get(), 0, cells_.Finished(FileTimeNow()));
 }
 
 } // namespace kestro::servicing

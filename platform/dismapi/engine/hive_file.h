@@ -1,17 +1,15 @@
 // hive_file.h - a registry hive of an offline image: keys and values, read and written.
 #pragma once
 
+#include "hive_cells.h"
 #include "hive_values.h"
 
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
-
-struct hive_h;
 
 namespace kestro::servicing {
 
@@ -53,17 +51,39 @@ class HiveFile {
     const std::filesystem::path& Path() const { return file_; }
 
   private:
-    struct Close {
-        void operator()(hive_h* hive) const;
+    using Cell = HiveCells::Cell;
+    // The subkeys of a key, which its list in the hive may be behind: lists are written last, each once.
+    struct Subkeys {
+        std::vector<Cell> cells;
+        std::unordered_map<std::string, Cell> byName; // in lower case
+        bool changed = false;
     };
-    void Replace(Key key, const std::vector<HiveValue>& values);
-    // The children of a key by their names in lower case. hivex reads all their names for each look-up.
-    using Names = std::unordered_map<std::string, Key>;
-    Names& NamesBelow(Key key) const;
+
+    // Lists of keys, and keys (hive_keys.cpp).
+    Subkeys& SubkeysOf(Key key) const;
+    void ReadList(Cell list, bool ofLists, std::vector<Cell>& keys) const;
+    Cell NewKey(Cell parent, const std::string& name);
+    std::string FreeList(Cell key);
+    void FreeKey(Cell key);
+    void WriteList(Cell key, Subkeys& subkeys);
+    Cell MakeLeaf(std::string_view id, const Cell* first, const Cell* last);
+    void WriteLists();
+    std::string_view StoredKeyName(Cell key, bool& narrow) const;
+    std::u16string OrderName(Cell key) const;
+
+    // Values (hive_file.cpp).
+    std::vector<Cell> ValueCells(Cell key) const;
+    std::string ValueName(Cell value) const;
+    std::string Data(Cell value) const;
+    Cell NewValue(const HiveValue& value);
+    void FreeValue(Cell value);
+    void SetValueCells(Cell key, const std::vector<Cell>& values);
+    void Grow(Cell key, std::size_t field, std::size_t size);
+    void NoteChange(Cell key);
 
     std::filesystem::path file_;
-    std::unique_ptr<hive_h, Close> hive_;
-    mutable std::unordered_map<Key, Names> names_;
+    HiveCells cells_;
+    mutable std::unordered_map<Key, Subkeys> subkeys_;
     unsigned changes_ = 0;
 };
 

@@ -153,7 +153,7 @@ std::string DriverCase::Service(const std::string& service, const std::string& v
 static std::string DescribeHive(const fs::path& hive)
 {
     return Shell("hivexml " + hive.string() +
-                 " | sed 's/<mtime>[^<]*//g; s/<byte_run [^>]*>//g;"
+                 " | sed 's/<mtime>[^<]*<.mtime>//g; s/<byte_run [^>]*>//g;"
                  " s/\\(key=\"\\(Import\\|Update\\)Date\"\\) value=\"[^\"]*\"/\\1/g'");
 }
 
