@@ -200,6 +200,7 @@ void RemoveFolder(const std::string& folder)
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
         if (IsServedElsewhere(entry.path() / "served"))
             return;
+    UnmountNamed(NameOf(folder));
     UnmountBelow(folder);
     EmptyDirectory(folder);
     rmdir(folder.c_str());
@@ -259,7 +260,8 @@ std::vector<std::string> MountEntry::OtherLayers(LayersIn place) const
 
 std::string MountEntry::UnfinishedImage() const
 {
-    return record_.image + ".kestro-" + fs::path(folder_).filename().string();
+    // No other name of the mount's beside the image file begins like this one.
+    return record_.image + "." + Name() + ".new";
 }
 
 void MountEntry::Write(const MountRecord& record, Sync sync)

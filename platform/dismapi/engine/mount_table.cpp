@@ -65,13 +65,27 @@ bool Unmount(const std::string& directory, Unmounting how)
     return false;
 }
 
-void UnmountBelow(const std::string& folder)
+namespace {
+
+template <class Wanted>
+void UnmountAll(const Wanted& wanted)
 {
     const std::vector<MountPoint> mounts = ReadMountTable();
     for (auto mount = mounts.rbegin(); mount != mounts.rend(); ++mount)
-        if (mount->directory.starts_with(folder + "/") &&
-            !Unmount(mount->directory, Unmounting::WhenUnused))
+        if (wanted(*mount) && !Unmount(mount->directory, Unmounting::WhenUnused))
             throw ServicingError(code::partly_unmounted, mount->directory + " is in use");
+}
+
+} // namespace
+
+void UnmountBelow(const std::string& folder)
+{
+    UnmountAll([&](const MountPoint& mount) { return mount.directory.starts_with(folder + "/"); });
+}
+
+void UnmountNamed(const std::string& source)
+{
+    UnmountAll([&](const MountPoint& mount) { return mount.source == source; });
 }
 
 } // namespace kestro::servicing

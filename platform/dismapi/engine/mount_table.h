@@ -20,6 +20,8 @@ std::vector<MountPoint> MountsOn(const std::string& directory);
 // Takes down everything that is mounted on a directory below the folder, the newest first. Throws
 // partly_unmounted when something of it is in use.
 void UnmountBelow(const std::string& folder);
+// All mounts that are called so.
+void UnmountNamed(const std::string& source);
 
 enum class Unmounting {
     WhenUnused,
