@@ -1,9 +1,8 @@
 // replay_plan.h - what has to be done to a saved image so that it becomes what its mount shows.
 //
 // Places: "saved" paths are those of the image as it was last saved, all others are those of the mount
-// as it is now. An upper directory's source is its place in the image as it was mounted; it stays the
-// same directory however often it is moved, and that is what a plan goes by. Everything else goes by its
-// path.
+// as it is now. What is known again under another name is moved, and keeps all that the image knows of it;
+// everything else goes by its path.
 #pragma once
 
 #include "upper_state.h"
@@ -28,10 +27,11 @@ struct ReplayPlan {
         };
         std::string path;
         How how = How::Kept;
-        std::string from; // saved path of one that moved
+        std::string from; // its saved path, if it is not a new one
     };
     struct Name {
         std::string path;
+        std::string from;             // saved path of one that moved
         unsigned long long group = 0; // equal for those that the saved image has on one file, or 0
     };
     struct File {
@@ -42,6 +42,7 @@ struct ReplayPlan {
     };
 
     std::vector<Directory> directories; // a directory before what is in it
+    std::vector<std::string> left;      // directories out of which something moved
     std::vector<std::string> removed;
     std::vector<File> files;
     bool Empty() const { return directories.empty() && removed.empty() && files.empty(); }

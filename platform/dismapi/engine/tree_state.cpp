@@ -33,13 +33,14 @@ void WalkDirectory(FileDescriptor opened, const std::string& path, const TreeVis
         if (name == "." || name == "..")
             continue;
         const std::string child = path + "/" + name;
-        struct stat status = {};
-        if (fstatat(fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        struct statx status = {};
+        if (statx(fd, name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME,
+                  &status) != 0) {
             if (errno == ENOENT)
                 continue;
             throw SystemError("cannot look at " + child);
         }
-        if (!S_ISDIR(status.st_mode)) {
+        if (!S_ISDIR(status.stx_mode)) {
             visit(child, status, -1);
             continue;
         }
@@ -74,19 +75,23 @@ bool PathOrder::operator()(const std::string& left, const std::string& right) co
                                         [&](char a, char b) { return rank(a) < rank(b); });
 }
 
-FileState StateOf(const struct stat& status)
+FileState StateOf(const struct statx& status)
 {
     FileState state;
-    state.type = S_ISDIR(status.st_mode)   ? FileType::Directory
-                 : S_ISREG(status.st_mode) ? FileType::File
-                 : S_ISLNK(status.st_mode) ? FileType::Link
-                                           : FileType::Other;
+    state.type = S_ISDIR(status.stx_mode)   ? FileType::Directory
+                 : S_ISREG(status.stx_mode) ? FileType::File
+                 : S_ISLNK(status.stx_mode) ? FileType::Link
+                                            : FileType::Other;
+    const auto time = [](const statx_timestamp& given) {
+        return Nanoseconds({given.tv_sec, static_cast<long>(given.tv_nsec)});
+    };
+    state.inode = status.stx_ino;
+    state.born = (status.stx_mask & STATX_BTIME) != 0 ? time(status.stx_btime) : 0;
     if (state.type == FileType::Directory)
         return state; // what is in it is listed; the rest of it changes with every entry
-    state.size = status.st_size;
-    state.modified = Nanoseconds(status.st_mtim);
-    state.changed = Nanoseconds(status.st_ctim);
-    state.inode = status.st_ino;
+    state.size = static_cast<long long>(status.stx_size);
+    state.modified = time(status.stx_mtime);
+    state.changed = time(status.stx_ctime);
     return state;
 }
 
@@ -101,7 +106,7 @@ void WalkTree(const std::string& root, const TreeVisit& visit)
 TreeState ReadTreeState(const std::string& root)
 {
     TreeState state;
-    WalkTree(root, [&](const std::string& path, const struct stat& status, int) {
+    WalkTree(root, [&](const std::string& path, const struct statx& status, int) {
         state.emplace(path, StateOf(status));
     });
     return state;
@@ -113,9 +118,9 @@ std::string ToText(const TreeState& state)
     std::string text;
     char numbers[160];
     for (const auto& [path, file] : state) {
-        const int length = std::snprintf(numbers, sizeof numbers, "%c %lld %lld %lld %llu ",
+        const int length = std::snprintf(numbers, sizeof numbers, "%c %lld %lld %lld %llu %lld ",
                                          static_cast<char>(file.type), file.size, file.modified,
-                                         file.changed, file.inode);
+                                         file.changed, file.inode, file.born);
         text.append(numbers, static_cast<std::size_t>(length));
         text.append(path).push_back('\0');
     }
@@ -131,8 +136,8 @@ TreeState TreeStateFromText(const std::string& text)
         char type = 0;
         int length = 0;
         if (end == std::string::npos ||
-            std::sscanf(text.c_str() + start, "%c %lld %lld %lld %llu %n", &type, &file.size,
-                        &file.modified, &file.changed, &file.inode, &length) != 5 ||
+            std::sscanf(text.c_str() + start, "%c %lld %lld %lld %llu %lld %n", &type, &file.size,
+                        &file.modified, &file.changed, &file.inode, &file.born, &length) != 6 ||
             length == 0)
             throw ServicingError(code::not_a_valid_mount,
                                  "the record of the mounted files is damaged");
@@ -161,7 +166,7 @@ TreeChanges Compare(const TreeState& before, const TreeState& now)
         if (found == before.end() || found->second.type != file.type ||
             found->second.size != file.size || found->second.modified != file.modified)
             changes.added.push_back(path);
-        else if (found->second != file)
+        else if (found->second != file && file.type != FileType::Directory)
             changes.touched.push_back(path);
     }
     return changes;

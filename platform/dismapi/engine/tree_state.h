@@ -1,6 +1,7 @@
 // tree_state.h - the state of a directory tree at one moment, and what has changed since.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <functional>
@@ -16,6 +17,7 @@ struct FileState {
     FileType type = FileType::Other;
     long long size = 0, modified = 0, changed = 0; // nanoseconds
     unsigned long long inode = 0;
+    long long born = 0; // 0 where the file system does not tell
     bool operator==(const FileState&) const = default;
 };
 
@@ -27,11 +29,11 @@ struct PathOrder {
 // Paths are relative to the tree's root, with a leading slash; the root itself is not listed.
 using TreeState = std::map<std::string, FileState, PathOrder>;
 
-FileState StateOf(const struct stat& status);
+FileState StateOf(const struct statx& status);
 // Calls for everything below the root, a directory before what is in it and with its descriptor, all
 // else with -1. What goes away meanwhile is left out.
 using TreeVisit =
-    std::function<void(const std::string& path, const struct stat& status, int directory)>;
+    std::function<void(const std::string& path, const struct statx& status, int directory)>;
 void WalkTree(const std::string& root, const TreeVisit& visit);
 
 TreeState ReadTreeState(const std::string& root);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <utility>
 
@@ -34,8 +35,15 @@ class Replayer {
     void Run();
 
   private:
+    struct Move {
+        std::string from, to;
+        bool isDirectory;
+    };
+    std::vector<Move> Moves() const;
     void MoveAway();
-    void PutDirectory(const Directory& directory, std::size_t number);
+    void MakeHolding();
+    void PutBackMoved(const File& file);
+    void PutDirectory(const Directory& directory);
     void PutFile(const File& file);
     bool PutContent(const Name& name, bool inPlace);
     void PutLink(const Name& name);
@@ -49,14 +57,14 @@ class Replayer {
     bool StandsAlone(const File& file, const Name& name) const;
     void Remove(const std::string& path);
     std::string At(const std::string& path) const { return places_.target + path; }
-    std::string Held(std::size_t number) const { return holding_ + "/" + std::to_string(number); }
     void Touch(const std::string& path) { touched_.insert(path.substr(0, path.rfind('/'))); }
 
     const ReplayPlan& plan_;
     const ReplayPlaces& places_;
     const Progress& progress_;
-    std::string holding_;           // where directories wait for their new places
-    std::set<std::string> touched_; // directories whose entries were changed
+    std::string holding_;                     // where what moves waits for its new place
+    std::map<std::string, std::string> held_; // in it, by their new places
+    std::set<std::string> touched_;           // directories whose entries were changed
     std::vector<std::pair<std::string, struct stat>> written_;
     long long totalBytes_ = 0, writtenBytes_ = 0;
     unsigned lastPercent_ = 0;
@@ -76,12 +84,14 @@ void Replayer::Run()
 {
     const auto root = Look(places_.target);
     MoveAway();
-    for (std::size_t i = 0; i < plan_.directories.size(); ++i)
-        PutDirectory(plan_.directories[i], i);
-    if (!holding_.empty() && rmdir(holding_.c_str()) != 0)
-        throw SystemError("cannot remove " + holding_);
+    for (const Directory& directory : plan_.directories)
+        PutDirectory(directory);
     for (const std::string& path : plan_.removed)
         Remove(path);
+    for (const File& file : plan_.files)
+        PutBackMoved(file);
+    if (!holding_.empty() && rmdir(holding_.c_str()) != 0)
+        throw SystemError("cannot remove " + holding_);
     for (const File& file : plan_.files)
         PutFile(file);
     SetTimes();
@@ -89,47 +99,80 @@ void Replayer::Run()
         CopyTimes(*root, places_.target);
 }
 
-// Before anything is made or removed: a directory may move out of one that goes, into one that comes, or
-// into the place of one that itself moves.
-void Replayer::MoveAway()
+std::vector<Replayer::Move> Replayer::Moves() const
 {
-    const auto depth = [&](std::size_t number) {
-        const std::string& from = plan_.directories[number].from;
-        return std::count(from.begin(), from.end(), '/');
+    std::vector<Move> moves;
+    for (const Directory& directory : plan_.directories)
+        if (directory.how == Directory::How::Moved)
+            moves.push_back({directory.from, directory.path, true});
+    for (const File& file : plan_.files)
+        for (const Name& name : file.names)
+            if (!name.from.empty())
+                moves.push_back({name.from, name.path, false});
+    // What is in a directory that moves, too, goes first.
+    const auto depth = [](const Move& move) {
+        return std::count(move.from.begin(), move.from.end(), '/');
     };
-    std::vector<std::size_t> moved;
-    for (std::size_t i = 0; i < plan_.directories.size(); ++i)
-        if (plan_.directories[i].how == Directory::How::Moved)
-            moved.push_back(i);
-    if (moved.empty())
-        return;
-    std::stable_sort(moved.begin(), moved.end(),
-                     [&](std::size_t a, std::size_t b) { return depth(a) > depth(b); });
+    std::stable_sort(moves.begin(), moves.end(), [&](const Move& left, const Move& right) {
+        return depth(left) > depth(right);
+    });
+    return moves;
+}
+
+void Replayer::MakeHolding()
+{
     std::string name = At("/kestro-moving");
     while (Look(name))
         name += '_';
     if (mkdir(name.c_str(), 0700) != 0)
         throw SystemError("cannot create " + name);
     holding_ = name;
-    for (const std::size_t number : moved) {
-        const std::string from = At(plan_.directories[number].from);
-        if (rename(from.c_str(), Held(number).c_str()) == 0)
+}
+
+// Before anything is made or removed: a directory may move out of one that goes, into one that comes, or
+// into the place of one that itself moves.
+void Replayer::MoveAway()
+{
+    const std::vector<Move> moves = Moves();
+    if (moves.empty())
+        return;
+    MakeHolding();
+    for (const Move& move : moves) {
+        const std::string held = holding_ + "/" + std::to_string(held_.size());
+        if (rename(At(move.from).c_str(), held.c_str()) == 0) {
+            held_[move.to] = held;
             continue;
+        }
+        if (errno == ENOENT && !move.isDirectory)
+            continue; // it moved while a save looked for it; now it is written
         if (errno == ENOENT)
-            throw ServicingError(code::not_a_valid_mount,
-                                 "the image has no directory " + plan_.directories[number].from +
-                                     ", which was moved to " + plan_.directories[number].path);
-        throw SystemError("cannot move " + from);
+            throw ServicingError(code::not_a_valid_mount, "the image has no directory " +
+                                                              move.from + ", which was moved to " +
+                                                              move.to);
+        throw SystemError("cannot move " + At(move.from));
     }
 }
 
-void Replayer::PutDirectory(const Directory& directory, std::size_t number)
+void Replayer::PutBackMoved(const File& file)
+{
+    for (const Name& name : file.names) {
+        const auto held = held_.find(name.path);
+        if (held == held_.end())
+            continue;
+        Remove(name.path);
+        if (rename(held->second.c_str(), At(name.path).c_str()) != 0)
+            throw SystemError("cannot move a file to " + At(name.path));
+        Touch(name.path);
+    }
+}
+
+void Replayer::PutDirectory(const Directory& directory)
 {
     const std::string path = At(directory.path);
     const auto existing = Look(path);
     if (directory.how == Directory::How::Moved) {
         Remove(directory.path);
-        if (rename(Held(number).c_str(), path.c_str()) != 0)
+        if (rename(held_.at(directory.path).c_str(), path.c_str()) != 0)
             throw SystemError("cannot move a directory to " + path);
         Touch(directory.path);
     } else if (existing && S_ISDIR(existing->st_mode)) {
@@ -181,8 +224,9 @@ void Replayer::PutFile(const File& file)
     if (file.type == FileType::Other)
         return PutSpecial(file.names.front());
     const Name* first = &file.names.front();
+    const bool isThere = first->from.empty() || held_.contains(first->path);
     bool inPlace = true;
-    if (file.write) {
+    if (file.write || !isThere) {
         const auto place = std::find_if(file.names.begin(), file.names.end(),
                                         [&](const Name& name) { return StandsAlone(file, name); });
         inPlace = place != file.names.end();
@@ -276,6 +320,7 @@ void Replayer::SetTimes()
     for (const auto& [path, status] : written_)
         CopyTimes(status, path);
     std::set<std::string> directories = touched_;
+    directories.insert(plan_.left.begin(), plan_.left.end());
     for (const Directory& directory : plan_.directories)
         directories.insert(directory.path);
     // One that has its time keeps the others too.

@@ -6,7 +6,6 @@
 #include "windows_name.h"
 
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <sys/xattr.h>
 
 #include <algorithm>
@@ -15,7 +14,7 @@
 namespace kestro::servicing {
 namespace {
 
-constexpr char kMark[] = "upper 1\n";
+constexpr char kMark[] = "upper 2\n";
 
 std::string Attribute(int directory, const char* name, const std::string& path)
 {
@@ -26,16 +25,30 @@ std::string Attribute(int directory, const char* name, const std::string& path)
     return std::string(value, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
 }
 
+// The serving process gives it to each file that the overlay copies.
+std::string PlaceOf(const std::string& file)
+{
+    char value[4096];
+    const ssize_t length = lgetxattr(file.c_str(), "trusted.kestro.place", value, sizeof value);
+    if (length < 0 && errno != ENODATA && errno != EOPNOTSUPP && errno != ENOENT)
+        throw SystemError("cannot read where " + file + " was");
+    return std::string(value, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+}
+
 UpperState ReadOnce(const std::string& upper)
 {
     UpperState state;
-    WalkTree(upper, [&](const std::string& path, const struct stat& status, int directory) {
+    WalkTree(upper, [&](const std::string& path, const struct statx& status, int directory) {
         UpperEntry& entry = state[path];
         entry.file = StateOf(status);
-        entry.whiteout = S_ISCHR(status.st_mode) && status.st_rdev == makedev(0, 0);
+        entry.whiteout =
+            S_ISCHR(status.stx_mode) && status.stx_rdev_major == 0 && status.stx_rdev_minor == 0;
+        if (entry.file.type == FileType::File || entry.file.type == FileType::Link)
+            entry.place = PlaceOf(upper + path);
         if (directory < 0)
             return;
-        entry.file.modified = Nanoseconds(status.st_mtim);
+        entry.file.modified =
+            Nanoseconds({status.stx_mtime.tv_sec, static_cast<long>(status.stx_mtime.tv_nsec)});
         entry.opaque = Attribute(directory, "trusted.overlay.opaque", path) == "y";
         entry.redirect = Attribute(directory, "trusted.overlay.redirect", path);
     });
@@ -71,7 +84,7 @@ UpperState ReadUpperState(const std::string& upper)
 
 void ForgetOrigins(const std::string& upper)
 {
-    WalkTree(upper, [&](const std::string& path, const struct stat&, int directory) {
+    WalkTree(upper, [&](const std::string& path, const struct statx&, int directory) {
         const bool forgotten =
             directory >= 0 || lremovexattr((upper + path).c_str(), "trusted.overlay.origin") == 0 ||
             errno == ENODATA || errno == ENOENT || errno == EOPNOTSUPP;
@@ -98,16 +111,17 @@ std::string ToText(const UpperState& state)
     std::string text = kMark;
     char numbers[160];
     for (const auto& [path, entry] : state) {
-        const int length = std::snprintf(numbers, sizeof numbers, "%c%c %lld %lld %lld %llu ",
+        const int length = std::snprintf(numbers, sizeof numbers, "%c%c %lld %lld %lld %llu %lld ",
                                          static_cast<char>(entry.file.type),
                                          entry.whiteout ? 'w'
                                          : entry.opaque ? 'o'
                                                         : '-',
                                          entry.file.size, entry.file.modified, entry.file.changed,
-                                         entry.file.inode);
+                                         entry.file.inode, entry.file.born);
         text.append(numbers, static_cast<std::size_t>(length));
         text.append(path).push_back('\0');
         text.append(entry.redirect).push_back('\0');
+        text.append(entry.place).push_back('\0');
     }
     return text;
 }
@@ -121,20 +135,24 @@ UpperState UpperStateFromText(const std::string& text)
     UpperState state;
     for (std::size_t start = sizeof kMark - 1; start < text.size();) {
         const std::size_t middle = text.find('\0', start);
-        const std::size_t end = middle == std::string::npos ? middle : text.find('\0', middle + 1);
+        const auto next = [&](std::size_t at) {
+            return at == std::string::npos ? at : text.find('\0', at + 1);
+        };
+        const std::size_t last = next(middle), end = next(last);
         UpperEntry entry;
         char type = 0, flag = 0;
         int length = 0;
         if (end == std::string::npos ||
-            std::sscanf(text.c_str() + start, "%c%c %lld %lld %lld %llu %n", &type, &flag,
+            std::sscanf(text.c_str() + start, "%c%c %lld %lld %lld %llu %lld %n", &type, &flag,
                         &entry.file.size, &entry.file.modified, &entry.file.changed,
-                        &entry.file.inode, &length) != 6 ||
+                        &entry.file.inode, &entry.file.born, &length) != 7 ||
             length == 0)
             throw damaged;
         entry.file.type = static_cast<FileType>(type);
         entry.whiteout = flag == 'w';
         entry.opaque = flag == 'o';
-        entry.redirect = text.substr(middle + 1, end - middle - 1);
+        entry.redirect = text.substr(middle + 1, last - middle - 1);
+        entry.place = text.substr(last + 1, end - last - 1);
         const std::size_t name = start + static_cast<std::size_t>(length);
         state.emplace(text.substr(name, middle - name), std::move(entry));
         start = end + 1;

@@ -14,6 +14,7 @@ struct UpperEntry {
     bool whiteout = false; // the image's entry of this name is deleted
     bool opaque = false;   // nothing of the image shows through this directory
     std::string redirect;  // of a moved directory: where the overlay says that it was
+    std::string place; // of a file or a link that is one of the image as mounted: its path there
     bool operator==(const UpperEntry&) const = default;
 };
 

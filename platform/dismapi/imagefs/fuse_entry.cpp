@@ -25,10 +25,10 @@ namespace {
 
 // Where libfuse expects an operation, counted in pointers.
 struct Places {
-    std::size_t getattr, readlink, read, setxattr, init, fgetattr;
+    std::size_t getattr, readlink, read, setxattr, getxattr, listxattr, removexattr, init, fgetattr;
 };
-constexpr Places kVersion2 = {0, 1, 15, 21, 29, 34};
-constexpr Places kVersion3 = {0, 1, 13, 19, 27, 0}; // no fgetattr of its own
+constexpr Places kVersion2 = {0, 1, 15, 21, 22, 23, 24, 29, 34};
+constexpr Places kVersion3 = {0, 1, 13, 19, 20, 21, 22, 27, 0}; // no fgetattr of its own
 
 // Version 3 passes one argument more to some of them, which a function of version 2 never sees.
 using GetAttributes = int (*)(const char*, struct stat*, void*);
@@ -101,6 +101,34 @@ int ReadInTime(const char* path, char* buffer, std::size_t size, off_t offset, v
     return result < 0 ? -EIO : result;
 }
 
+// The overlay copies a file's attributes with the file: so a file that was changed and renamed tells which
+// one of the image it was. Only the superuser sees the attribute.
+constexpr char kPlace[] = "trusted.kestro.place";
+// Not longer than what file systems keep in an attribute of its own.
+constexpr std::size_t kLongestPlace = 1024;
+
+int Give(const char* bytes, std::size_t length, char* buffer, std::size_t size)
+{
+    if (size != 0 && size < length)
+        return -ERANGE;
+    if (size != 0)
+        std::memcpy(buffer, bytes, length);
+    return static_cast<int>(length);
+}
+
+int ListPlace(const char* path, char* list, std::size_t size)
+{
+    return std::strlen(path) > kLongestPlace ? 0 : Give(kPlace, sizeof kPlace, list, size);
+}
+
+int GetPlace(const char* path, const char* name, char* value, std::size_t size)
+{
+    const std::size_t length = std::strlen(path);
+    if (std::strcmp(name, kPlace) != 0 || length > kLongestPlace)
+        return -ENODATA;
+    return Give(path, length, value, size);
+}
+
 // The image is mounted, and the first request is about to be answered.
 void* Mounted(void* connection, void* settings)
 {
@@ -154,8 +182,11 @@ std::vector<void*> Operations(const void* given, std::size_t bytes, void* userDa
         Replace(operations[places.fgetattr], g_getOpenAttributes, GetOpenAttributesAsShown);
     Replace(operations[places.readlink], g_readLink, ReadLinkAsShown);
     Replace(operations[places.read], g_read, ReadInTime);
-    // Set, get, list, remove. One of libwim's attributes ends the mount for whoever reads it.
-    std::fill_n(operations.begin() + static_cast<std::ptrdiff_t>(places.setxattr), 4, nullptr);
+    // One of libwim's attributes ends the mount for whoever reads it.
+    const bool isBelowOverlay = g_view.mountPoint != g_view.shownAs;
+    operations[places.setxattr] = operations[places.removexattr] = nullptr;
+    operations[places.getxattr] = isBelowOverlay ? reinterpret_cast<void*>(GetPlace) : nullptr;
+    operations[places.listxattr] = isBelowOverlay ? reinterpret_cast<void*>(ListPlace) : nullptr;
     return operations;
 }
 

@@ -2,6 +2,7 @@
 // volume keeps it where the file's content, name or folder changed, and everywhere else.
 #include "replay_case.h"
 
+#include <fcntl.h>
 #include <sys/xattr.h>
 
 #include <fstream>
@@ -34,6 +35,24 @@ class Metadata : public ReplayCase {
     void ExpectKept(const std::string& path, const std::string& now)
     {
         EXPECT_EQ(Lasting(before_.at(path)), Lasting(Facts()[now])) << now;
+    }
+    // Another name takes the short one away, as it does on Windows.
+    void ExpectKeptByRename(const std::string& path, const std::string& now)
+    {
+        const auto withoutShortName = [](const std::string& facts) {
+            const std::size_t at = facts.find("Short Name");
+            return at == std::string::npos
+                       ? facts
+                       : facts.substr(0, at) + facts.substr(facts.find('\n', at) + 1);
+        };
+        EXPECT_EQ(withoutShortName(Lasting(before_.at(path))),
+                  withoutShortName(Lasting(Facts()[now])))
+            << now;
+    }
+    void ExpectLinks(const std::string& path, int count)
+    {
+        const std::string fact = "Link Count          = " + std::to_string(count) + "\n";
+        EXPECT_NE(Facts()[path].find(fact), std::string::npos) << Facts()[path];
     }
     // All that is there now, but for the given paths, is as it was.
     void ExpectUntouchedBut(const std::set<std::string>& paths)
@@ -129,6 +148,17 @@ std::string Metadata::Lasting(const std::string& facts)
     return lasting;
 }
 
+TEST_F(Metadata, IsNotInTheWayOfWhatIsShown)
+{
+    const std::string applied = NewDirectory();
+    Shell("wimlib-imagex apply " + Image().string() + " 1 " + applied);
+    auto request = Request();
+    request.way = servicing::MountWay::Lazy;
+    Store().Mount(request);
+    EXPECT_EQ(ViewOf(applied), ViewOf(Mounted()));
+    Discard();
+}
+
 TEST_F(Metadata, OfAChangedFileStays)
 {
     Lay();
@@ -210,6 +240,86 @@ TEST_F(Metadata, StaysWhenTheStoreSaves)
         }
         ExpectNothingLeft();
     }
+}
+
+TEST_F(Metadata, OfARenamedFileStays)
+{
+    const std::string software = kConfig + "/SOFTWARE", text = "/Windows/long name.txt";
+    fs::copy_file(Image(), folder_ / "original.wim");
+    for (const auto way : {servicing::MountWay::Lazy, servicing::MountWay::Extracted}) {
+        SCOPED_TRACE(way == servicing::MountWay::Lazy ? "lazy" : "extracted");
+        fs::copy_file(folder_ / "original.wim", Image(), fs::copy_options::overwrite_existing);
+        auto request = Request();
+        request.way = way;
+        Store().Mount(request);
+        const auto save = [&] {
+            EXPECT_TRUE(Store().Commit(Mounted(), {}));
+            ExpectValidImage();
+        };
+        fs::rename(In(kHive), In("/Windows/hive"));
+        std::ofstream(In(software), std::ios::app) << " changed";
+        fs::rename(In(software), In("/soft"));
+        fs::rename(In("/Windows/link1"), In("/Windows/renamed link"));
+        save();
+        ExpectKeptByRename(kHive, "/Windows/hive");
+        ExpectKeptByRename(software, "/soft");
+        EXPECT_EQ(FileInImage("/soft"), "software changed");
+        ExpectKeptByRename("/Windows/link2", "/Windows/renamed link");
+        ExpectLinks("/Windows/renamed link", 4);
+
+        // Two that were renamed, and one of them with one that was not.
+        ASSERT_EQ(renameat2(AT_FDCWD, In("/soft").c_str(), AT_FDCWD, In("/Windows/hive").c_str(),
+                            RENAME_EXCHANGE),
+                  0);
+        ASSERT_EQ(
+            renameat2(AT_FDCWD, In("/soft").c_str(), AT_FDCWD, In(text).c_str(), RENAME_EXCHANGE),
+            0);
+        fs::rename(In(kConfig), In("/moved"));
+        save();
+        ExpectKeptByRename(kHive, text);
+        ExpectKeptByRename(software, "/Windows/hive");
+        ExpectKeptByRename(text, "/soft");
+        ExpectKeptByRename(kConfig, "/moved");
+        EXPECT_EQ(FileInImage(text), "hive");
+
+        // The way of many editors: what is new is new.
+        fs::rename(In("/soft"), In("/soft~"));
+        WriteFile(In("/soft"), "new");
+        fs::rename(In("/Windows/renamed link"), In("/Windows/link1"));
+        std::ofstream(In(text)) << "changed";
+        fs::rename(In(text), In("/moved/SYSTEM"));
+        Commit();
+        ExpectValidImage();
+        ExpectKeptByRename(text, "/soft~");
+        ExpectKeptByRename(kHive, "/moved/SYSTEM");
+        EXPECT_EQ(FileInImage("/moved/SYSTEM"), "changed");
+        EXPECT_EQ(Facts()["/soft"].find("stream \"stream\""), std::string::npos);
+        ExpectLinks("/Windows/link1", 4);
+        ExpectNothingLeft();
+    }
+}
+
+// A copy that looks like the file in everything, the superuser's attributes among it.
+TEST_F(Metadata, OfACopiedFileStaysWithTheFile)
+{
+    const std::string text = "/Windows/long name.txt";
+    auto request = Request();
+    request.way = servicing::MountWay::Lazy;
+    Store().Mount(request);
+    const auto copy = [&](const char* to) {
+        Shell("cp -a '" + In(text).string() + "' '" + In(to).string() + "'");
+    };
+    copy("/before"); // while nothing of the file was changed
+    EXPECT_TRUE(Store().Commit(Mounted(), {}));
+    std::ofstream(In(text)) << "changed";
+    copy("/after");
+    Commit();
+    ExpectValidImage();
+    ExpectKept(text, text);
+    EXPECT_EQ(FileInImage(text), "changed");
+    EXPECT_EQ(FileInImage("/before"), "text");
+    EXPECT_EQ(FileInImage("/after"), "changed");
+    ExpectUntouchedBut({text, "/", "/before", "/after"});
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "replay_case.h"
 
 #include "file_system.h"
+#include "image_server.h"
 #include "mount_point.h"
 
 #include <sys/mount.h>
@@ -93,8 +94,15 @@ std::string ReplayCase::NewDirectory() const
 void ReplayCase::Lay()
 {
     ++generation_;
-    Shell("wimlib-imagex mount " + Image().string() + " 1 " + Lower() +
-          " --streams-interface=none");
+    servicing::ImageServer server;
+    server.program = KESTRO_IMAGE_SERVER;
+    server.image = Image();
+    server.shownAs = Mounted();
+    server.mountPoint = Lower();
+    server.lock = folder_ / ("served" + std::to_string(generation_));
+    server.name = "kestro-test";
+    WriteFile(server.lock, "");
+    servicing::StartServing(server, servicing::ServerAccess::Own);
     ASSERT_TRUE(MountOverlay(Lower(), Upper(), Work(), Mounted())) << strerror(errno);
     former_.clear();
 }
@@ -127,7 +135,7 @@ void ReplayCase::Save(const servicing::Progress& progress)
         Shell("wimlib-imagex mountrw " + next.string() + " 1 " + saved +
               " --streams-interface=none --staging-dir=" + (folder_ / "staging").string());
         try {
-            servicing::Replay(plan, {Upper(), saved, servicing::ReplayTarget::Image, Lower()},
+            servicing::Replay(plan, {Upper(), saved, servicing::ReplayTarget::Image, Mounted()},
                               progress);
         } catch (...) {
             Shell("wimlib-imagex unmount " + saved);
@@ -147,7 +155,7 @@ void ReplayCase::PutBack()
     const servicing::UpperState now = servicing::ReadUpperState(old);
     const servicing::ReplayPlan plan = Plan(now);
     Lay();
-    servicing::Replay(plan, {old, Mounted(), servicing::ReplayTarget::Mount, Lower()}, {});
+    servicing::Replay(plan, {old, Mounted(), servicing::ReplayTarget::Mount, Mounted()}, {});
     EXPECT_EQ(before, ViewOf(Mounted()));
 }
 
