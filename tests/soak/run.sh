@@ -47,11 +47,13 @@ trap_() (
     ctest --preset trap -E '^docs\.' --output-log "$logs/trap.log"
 )
 
-# An overlay's changes saved again and again, in many random sequences.
+# An overlay's changes saved again and again, in many random sequences; an image of many files.
 replay() (
     say "replay"
     KESTRO_REPLAY_SEQUENCES=200 build/platform/tests/platform/images/image_store_test \
         --gtest_filter='ReplaySequences.*' | tee "$logs/replay.log"
+    KESTRO_SHOWN_FILES=100000 build/platform/tests/platform/images/image_store_test \
+        --gtest_filter='LazyCase.ShowsWhatApplyingExtracts' | tee -a "$logs/replay.log"
 )
 
 # The embedded platform's native tests with address and undefined-behaviour sanitizers.

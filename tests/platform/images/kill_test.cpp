@@ -2,6 +2,7 @@
 // changes the disk. After each kill the image file verifies and holds the old state or the new one, and
 // the next call finishes the work.
 #include "image_case.h"
+#include "image_server.h"
 #include "killed_process.h"
 
 namespace kestro::test {
@@ -242,6 +243,40 @@ TEST_F(Killed, WhileItMounts)
         ASSERT_FALSE(HasFailure());
     }
     EXPECT_GT(kills, 10);
+}
+
+// After a restart: over an image that was saved, with what was not.
+TEST_F(Killed, WhileItPutsBack)
+{
+    if (!IsLazy())
+        GTEST_SKIP() << "what is extracted needs not be put back";
+    const fs::path windows = folder_ / "mount/Windows", empty = windows / "Empty";
+    Mount();
+    int kills = 0;
+    for (bool killed = true; killed; ++kills) {
+        SCOPED_TRACE("killed before change " + std::to_string(kills + 1));
+        ChangeTree(kills + 1);
+        EXPECT_TRUE(Store().Commit(Mounted(), {}));
+        const bool isAway = kills % 2 != 0;
+        fs::rename((isAway ? empty : windows) / "notes.txt",
+                   (isAway ? windows : empty) / "notes.txt");
+        WriteFile(windows / "unsaved.txt", std::to_string(kills));
+        for (const auto& entry : fs::recursive_directory_iterator(folder_ / "records"))
+            if (entry.path().filename() == "served")
+                servicing::EndServing(entry.path());
+        killed = RunAndKill([&] { Store().PutBack(Mounted()); }, kills + 1);
+        Store().PutBack(Mounted());
+        EXPECT_EQ(ReadFile(windows / "unsaved.txt"), std::to_string(kills));
+        EXPECT_EQ(ReadFile(windows / "System32/hosts"), "generation " + std::to_string(kills + 1));
+        EXPECT_EQ(ReadFile((isAway ? windows : empty) / "notes.txt"), std::string(5000, 'n'));
+        EXPECT_FALSE(fs::exists((isAway ? empty : windows) / "notes.txt"));
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_GT(kills, 20);
+    Commit();
+    ExpectGeneration(kills);
+    EXPECT_EQ(FileInImage("/Windows/unsaved.txt"), std::to_string(kills - 1));
+    ExpectNothingLeft();
 }
 
 } // namespace
