@@ -313,6 +313,7 @@ def main():
     parser.add_argument("--json", default=os.path.join(OUT, "platform.json"))
     arguments = parser.parse_args()
     rounds = 1 if arguments.quick else 3
+    os.environ["KESTRO_MOUNT"] = "extract"  # what apply and capture do by hand
 
     os.makedirs(OUT, exist_ok=True)
     folder, image = sample_image.prepare(OUT, 1_500 if arguments.quick else 12_000)
