@@ -27,6 +27,8 @@ std::size_t RoundedUp(std::size_t size, std::size_t unit)
 HiveCells::HiveCells(std::string bytes, std::string name)
     : bytes_(std::move(bytes)), name_(std::move(name))
 {
+    // What lies behind the last bin is no part of the hive.
+    bytes_.resize(std::min(bytes_.size(), kHiveBins + HiveWord(bytes_, hive_field::binsSize)));
     if (bytes_.size() < kHiveBins + kBinHeader || bytes_.compare(kHiveBins, 4, "hbin") != 0)
         Refuse("it has no bins");
     if (HiveWord(bytes_, kMajorVersion) != 1)
@@ -119,15 +121,13 @@ void HiveCells::NoteFree(Cell cell, std::size_t size)
     free_.emplace(size, cell);
 }
 
-// What lies behind the last bin is no part of the hive.
 void HiveCells::FindFree()
 {
     knowsFree_ = true;
     std::size_t bin = kHiveBins;
-    const std::size_t end = kHiveBins + HiveWord(bytes_, hive_field::binsSize);
-    while (bin < end && bytes_.compare(bin, 4, "hbin") == 0) {
+    while (bin < bytes_.size()) {
         const std::size_t next = bin + HiveWord(bytes_, bin + 8);
-        if (next <= bin || next > bytes_.size())
+        if (bytes_.compare(bin, 4, "hbin") != 0 || next <= bin || next > bytes_.size())
             Refuse("a bin has a wrong size");
         for (std::size_t cell = bin + kBinHeader; cell < next;) {
             const auto size = static_cast<std::int32_t>(HiveWord(bytes_, cell));
@@ -140,7 +140,6 @@ void HiveCells::FindFree()
         }
         bin = next;
     }
-    bytes_.resize(bin);
 }
 
 void HiveCells::AddBin(std::size_t size)

@@ -187,6 +187,21 @@ TEST_F(Hives, AValueInPiecesIsRead)
               std::string(kLargestData, 'a') + std::string(100, 'b'));
 }
 
+TEST_F(Hives, WhatLiesBehindTheLastBinIsNoPartOfIt)
+{
+    const std::string whole = MinimalHive();
+    WriteFile(hive_, whole + std::string(5000, 'x'));
+    Change([](HiveFile& hive) { hive.Make("Key"); });
+    EXPECT_EQ(fs::file_size(hive_), whole.size());
+    std::string shorter = ReadFile(hive_);
+    servicing::SetHiveWord(shorter, servicing::hive_field::binsSize, 0);
+    servicing::SetHiveChecksum(shorter);
+    WriteFile(hive_, shorter);
+    EXPECT_CODE(HiveFile{hive_}, code::bad_hive);
+    WriteFile(hive_, whole.substr(0, whole.size() - 8));
+    EXPECT_CODE(Change([](HiveFile& hive) { hive.Make("Key"); }), code::bad_hive);
+}
+
 TEST_F(Hives, NamesThatAHiveCannotHold)
 {
     Change([](HiveFile& hive) {
