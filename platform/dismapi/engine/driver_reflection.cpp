@@ -21,9 +21,12 @@ struct KeptValue {
     std::uint32_t flag;
     const char* name;
 };
-constexpr KeptValue kKept[] = {
-    {0x8, "DisplayName"},      {0x10, "Start"},         {0x20, "ErrorControl"}, {0x40, "Group"},
-    {0x80, "DependOnService"}, {0x80, "DependOnGroup"}, {0x100, "Description"}};
+constexpr KeptValue kKept[] = {{0x8, "DisplayName"},       {0x10, "Start"},
+                               {0x20, "ErrorControl"},     {0x40, "Group"},
+                               {0x80, "DependOnService"},  {0x80, "DependOnGroup"},
+                               {0x100, "Description"},     {0x1000, "RequiredPrivileges"},
+                               {0x4000, "ServiceSidType"}, {0x8000, "DelayedAutostart"},
+                               {0x40000, "BootFlags"}};
 
 // Windows 10 and later have the framework themselves.
 bool IsFrameworkInstaller(const std::string& name, const ImageWindows& windows)
@@ -120,6 +123,8 @@ void DriverReflection::WriteService(const DriverEntry& entry, const ServiceInsta
     if (!service.startName.empty() || (service.type & kWin32) != 0)
         values.push_back(
             TextValue("ObjectName", service.startName.empty() ? "LocalSystem" : service.startName));
+    for (const auto& directive : service.directives)
+        values.push_back({directive.name, directive.type, directive.data});
     const auto keeps = [&](const HiveValue& value) {
         return std::any_of(std::begin(kKept), std::end(kKept), [&](const KeptValue& kept) {
             return (service.flags & kept.flag) != 0 && value.name == kept.name &&
@@ -137,7 +142,6 @@ void DriverReflection::WriteService(const DriverEntry& entry, const ServiceInsta
         system.Remove(override);
     for (const auto& directive : service.otherDirectives)
         leftOut_.insert("the " + directive + " of the service " + service.name);
-    Apply(key, service.directives);
     Apply(key, service.settings);
     for (const auto& log : service.eventLogs)
         WriteEventLog(log);

@@ -117,10 +117,13 @@ TEST_F(Rules, AServiceThatIsThereKeepsWhatTheFlagsSay)
     MergeRegistry(Hive("SYSTEM"),
                   "[\\ControlSet002\\Services\\kssample]\n\"Start\"=dword:00000000\n"
                   "\"ErrorControl\"=dword:00000003\n\"DisplayName\"=\"There\"\n"
-                  "\"Group\"=\"There\"\n\n");
-    AddDevice("[Install.Services]\nAddService=kssample,0x0000015A,Service\n[Service]\n"
+                  "\"Group\"=\"There\"\n\"ServiceSidType\"=dword:00000003\n\n");
+    AddDevice("[Install.Services]\nAddService=kssample,0x0000415A,Service\n[Service]\n"
               "DisplayName=New\nDescription=New\nServiceType=1\nStartType=3\nErrorControl=1\n"
-              "LoadOrderGroup=New\nServiceBinary=%12%\\kssample.sys\n");
+              "LoadOrderGroup=New\nServiceBinary=%12%\\kssample.sys\nServiceSidType=1\n"
+              "BootFlags=4\n");
+    EXPECT_EQ(Service("kssample", "ServiceSidType"), "DW 0x3");
+    EXPECT_EQ(Service("kssample", "BootFlags"), "DW 0x4");
     EXPECT_EQ(Service("kssample", "Start"), "DW 0x0");
     EXPECT_EQ(Service("kssample", "ErrorControl"), "DW 0x1");
     EXPECT_EQ(Service("kssample", "DisplayName"), "SZ There");
