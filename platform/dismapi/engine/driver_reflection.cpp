@@ -84,15 +84,19 @@ HiveFile::Key DriverReflection::MakeInSet(const std::string& path)
 
 void DriverReflection::Write(const DriverEntry& entry)
 {
-    for (const auto& configuration : entry.package->configurations) {
-        // What an included INF of Windows installs is there.
+    // What an included INF of Windows installs is there.
+    for (const auto& configuration : entry.package->configurations)
         for (const auto& service : configuration.services)
             if (service.inf.empty())
                 WriteService(entry, service);
+    // Also of a service that came with Windows; a key without its service would be left behind.
+    HiveFile& system = *hives_.System();
+    for (const auto& configuration : entry.package->configurations)
         for (const auto& framework : configuration.kmdfServices)
-            hives_.System()->Set(MakeInSet(KeyOfService(framework.service) + "\\Parameters\\Wdf"),
-                                 {TextValue("KmdfLibraryVersion", framework.libraryVersion)});
-    }
+            if (const Key service =
+                    system.Find(hives_.ControlSet() + "\\" + KeyOfService(framework.service)))
+                system.Set(system.Make(service, "Parameters\\Wdf"),
+                           {TextValue("KmdfLibraryVersion", framework.libraryVersion)});
     if (hives_.Software())
         for (const auto& file : FilesOf(entry))
             WriteLockdown(entry, file);

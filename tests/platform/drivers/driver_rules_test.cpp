@@ -133,6 +133,18 @@ TEST_F(Rules, AServiceThatIsThereKeepsWhatTheFlagsSay)
               "BIN 0100000001000000");
 }
 
+TEST_F(Rules, TheFrameworksVersionOfServicesThatAreThere)
+{
+    MergeRegistry(Hive("SYSTEM"), "[\\ControlSet002\\Services\\ksthere]\n\n");
+    AddDevice(std::string(kService) +
+              "[Install.Wdf]\nKmdfService=kssample,Kmdf\nKmdfService=ksthere,Kmdf\n"
+              "KmdfService=ksnowhere,Kmdf\n[Kmdf]\nKmdfLibraryVersion=1.15\n");
+    for (const char* service : {"kssample", "ksthere"})
+        EXPECT_EQ(Service(std::string(service) + "\\Parameters\\Wdf", "KmdfLibraryVersion"),
+                  "SZ 1.15");
+    EXPECT_TRUE(Registry("SYSTEM", "ControlSet002\\Services\\ksnowhere").empty());
+}
+
 TEST_F(Rules, AProgramInQuotationMarks)
 {
     const auto added =
