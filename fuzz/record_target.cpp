@@ -22,7 +22,8 @@ void UseEntry(servicing::MountEntry& entry)
     Compare(tree, {});
     Compare({}, tree);
     const std::string state = ToText(tree);
-    entry.SetMounted(state);
+    entry.PrepareMounted(state);
+    entry.SetMounted();
     entry.Prepare(entry.Record(), &state);
     entry.Recover();
 }

@@ -2,7 +2,6 @@
 #include "image_store.h"
 
 #include "image_choice.h"
-#include "image_extraction.h"
 #include "mount_changes.h"
 #include "mount_checks.h"
 #include "servicing_error.h"
@@ -44,12 +43,6 @@ void RequireReadableImage(const MountRequest& request)
     // Asked of the mode too: a privileged process may write what nobody is meant to.
     if ((status.st_mode & 0222) == 0 || access(request.image.c_str(), W_OK) != 0)
         throw ServicingError(code::image_file_read_only, request.image + " is read-only");
-}
-
-void Tell(const Progress& progress, unsigned percent)
-{
-    if (progress && !progress(percent, 100))
-        throw ServicingError(code::cancelled, "the caller has ended the mount");
 }
 
 bool HasIntegrityData(const MountRecord& record)
@@ -100,63 +93,6 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
         throw;
     }
     log_.Info("mounted in " + stopwatch.Text());
-}
-
-void ImageStore::Fill(MountEntry& entry, const MountRequest& request, const Progress& progress)
-{
-    if (request.way == MountWay::Extracted) {
-        log_.Info("the image is extracted, as is asked for");
-    } else {
-        Tell(progress, 0);
-        try {
-            MountLazily(entry);
-        } catch (const ServicingError& error) {
-            if (request.way == MountWay::Lazy)
-                throw;
-            log_.Info(std::string("the image is extracted, because it cannot be shown: ") +
-                      error.what());
-        }
-        if (entry.Record().IsLazy()) {
-            Tell(progress, 100);
-            return;
-        }
-    }
-    entry.SetExtracting();
-    ExtractImage(entry.Record(), progress);
-    // Only what is on disk for good may count as what the image holds: files that a crash took
-    // away must not look like files that the user changed.
-    SyncFileSystem(request.directory);
-    entry.SetMounted(ToText(ReadTreeState(request.directory)));
-}
-
-void ImageStore::MountLazily(MountEntry& entry)
-{
-    if (serverProgram_.empty())
-        throw ServicingError(code::not_supported, "there is no program that serves images");
-    LazyMount::RequireSystem();
-    for (const LayersIn place : {LayersIn::Record, LayersIn::ImageFolder}) {
-        entry.SetLayers(entry.NewLayers(place));
-        const LazyMount lazy = Lazy(entry);
-        try {
-            lazy.MakeLayers();
-            lazy.Mount();
-            entry.SetMounted(ToText(UpperState{}));
-            log_.Info("the image is shown by a process of its own");
-            return;
-        } catch (const ServicingError& error) {
-            const bool isUnfit = dynamic_cast<const LayersUnfit*>(&error) != nullptr;
-            lazy.Clear();
-            lazy.Remove();
-            entry.SetLayers({});
-            if (!isUnfit || place == LayersIn::ImageFolder) {
-                // What is wrong with the image says it better.
-                WimFile(entry.Record().image, WimFile::Access::Read, false, {})
-                    .Files(entry.Record().index);
-                throw;
-            }
-            log_.Info(error.what());
-        }
-    }
 }
 
 LazyMount ImageStore::Lazy(const MountEntry& entry) const

@@ -304,11 +304,20 @@ void MountEntry::SetUnmounting()
     }
 }
 
-void MountEntry::SetMounted(const std::string& state)
+void MountEntry::PrepareMounted(const std::string& state) const
 {
     // Of a lazy mount it says nothing yet, and keeps the room that dropping the mount needs on a full disk.
     WriteWholeFile(folder_ + "/tree", state, record_.IsLazy() ? Sync::Nothing : Sync::Content);
-    SetStatus(MountStatus::Mounted);
+    MountRecord mounted = record_;
+    mounted.status = MountStatus::Mounted;
+    WriteWholeFile(folder_ + "/mounted.json", ToText(mounted), Sync::Content);
+}
+
+void MountEntry::SetMounted()
+{
+    RenameOver(folder_ + "/mounted.json", folder_ + "/record.json");
+    SyncDirectoryOf(folder_ + "/record.json");
+    record_.status = MountStatus::Mounted;
 }
 
 void MountEntry::Prepare(const MountRecord& next, const std::string* state)

@@ -74,7 +74,9 @@ class MountEntry {
     void SetLayers(const std::string& layers);
     // Before the first file comes into the directory.
     void SetExtracting();
-    void SetMounted(const std::string& state);
+    // The record and the state that SetMounted puts into force; it may still be taken for something else.
+    void PrepareMounted(const std::string& state) const;
+    void SetMounted();
     // The changes are dropped: from now on nothing can be saved.
     void SetUnmounting();
     // A new image file comes into force together with the new record: Prepare writes down what will
