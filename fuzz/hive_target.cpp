@@ -5,6 +5,7 @@
 #include "targets.h"
 
 #include <cstring>
+#include <filesystem>
 
 namespace kestro::fuzz {
 namespace {
@@ -50,6 +51,17 @@ servicing::DriverPackage Package()
     return package;
 }
 
+void RequireSound(const std::filesystem::path& hive)
+{
+    bool sound = true;
+    try {
+        HiveFile(hive).CheckForChanges({servicing::kDatabaseKey});
+    } catch (const ServicingError&) {
+        sound = false;
+    }
+    Require(sound, "a saved hive is sound");
+}
+
 void Use(const Scratch& scratch)
 {
     HiveFile hive(scratch / "hive");
@@ -68,6 +80,7 @@ void Use(const Scratch& scratch)
     database.Register(entry);
     database.WriteNumbers({0});
     hive.Save(scratch / "registered");
+    RequireSound(scratch / "registered");
     HiveFile registered(scratch / "registered");
     DriverDatabase again(registered, DriverDatabase::Part::System);
     Require(again.FolderOf(kPublished) == entry.folder, "a registered package is known");
@@ -75,6 +88,7 @@ void Use(const Scratch& scratch)
     again.Unregister("oem1.inf");
     again.WriteNumbers({});
     registered.Save(scratch / "unregistered");
+    RequireSound(scratch / "unregistered");
     HiveFile unregistered(scratch / "unregistered");
     Require(!DriverDatabase(unregistered, DriverDatabase::Part::System).Knows(kPublished),
             "a package that was taken away is not known");
