@@ -38,7 +38,7 @@ if(WIN32)
 
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/include" DESTINATION . COMPONENT development)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION . COMPONENT development
-    PATTERN "demo.sh" EXCLUDE)
+    PATTERN "demo.sh" EXCLUDE PATTERN "fleet" EXCLUDE PATTERN "container" EXCLUDE)
   install(FILES $<TARGET_FILE:Kestro>.debug $<TARGET_FILE:kestro>.debug DESTINATION bin
     COMPONENT development)
   install(FILES "${package_files}/README.md" DESTINATION . COMPONENT development)
