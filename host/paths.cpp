@@ -67,7 +67,7 @@ std::wstring FullPath(const std::wstring& path)
 
 std::string Shown(const std::wstring& path)
 {
-    const std::string text = detail::Utf8(path);
+    std::string text = detail::Utf8(path);
     if (!WantsUnixPaths() || !StartsAtADrive(text))
         return text;
     // Wine knows what is there. What is not hangs on the last directory that is.
@@ -80,7 +80,7 @@ std::string Shown(const std::wstring& path)
             return found.get() + detail::Utf8(rest);
         if (!known.has_relative_path())
             return text;
-        rest = L"/" + known.filename().wstring() + rest;
+        rest.insert(0, L"/" + known.filename().wstring());
         known = known.parent_path();
     }
 }
