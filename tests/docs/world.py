@@ -7,7 +7,7 @@ import subprocess
 import tempfile
 
 from driver_package import make_packages, minimal_hive
-from kestro_case import HANG, HOST, RUN, unmount_below
+from kestro_case import HANG, HOST, RUN, run_windows, unmount_below
 
 PREFIX = os.environ["WINEPREFIX"]
 DRIVE = os.path.join(PREFIX, "dosdevices", "d:")
@@ -145,9 +145,8 @@ class World:
     # --- what a page shows --------------------------------------------------------------------
 
     def run(self, command):
-        done = subprocess.run([RUN, *command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.STDOUT, timeout=HANG, cwd=self.folder.name)
-        self.output = done.stdout.decode(errors="replace").replace("\r", "")
+        done = run_windows([RUN, *command], stderr=subprocess.STDOUT, cwd=self.folder.name)
+        self.output = done.stdout.replace("\r", "")
         self.exit_code = done.returncode
 
     def kestro(self, line):

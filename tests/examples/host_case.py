@@ -2,10 +2,9 @@
 and the ResultFiles."""
 
 import os
-import subprocess
 
 from driver_package import make_packages, minimal_hive
-from kestro_case import HANG, RUN, KestroCase, ResultFile
+from kestro_case import RUN, KestroCase, ResultFile, run_windows
 
 
 def windows(path):
@@ -23,10 +22,7 @@ class HostCase(KestroCase):
             os.makedirs(self.path(folder))
 
     def run_host(self, program, *arguments, **environment):
-        done = subprocess.run([RUN, program, *arguments], stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=HANG, text=True,
-                              env={**os.environ, **environment})
-        return self.finished(done)
+        return self.finished(run_windows([RUN, program, *arguments], env={**os.environ, **environment}))
 
     def result(self, name):
         return ResultFile(self.path("results", name))
