@@ -25,23 +25,23 @@ quietly() { # quietly COMMAND...: shows what it printed only when it fails
 }
 
 mkdir "$work/system" "$work/context"
-# Containers of engines that may set no limits get this shell's.
-limits=(--ulimit "nofile=$(ulimit -Sn):$(ulimit -Hn)" --network host)
+# Limits that every engine may set, also one that may not raise this shell's.
+limits=(--ulimit nofile=1024:1024 --ulimit nproc=1000:1000 --network host)
 podman=(podman --root "$work/storage" --runroot "$work/run" --storage-driver vfs)
-why="there is neither podman nor docker"
+why="there is neither podman nor docker, or none of them can run one here"
 try_engine() { # try_engine COMMAND...: whether a container of it runs
     command -v "$1" >/dev/null || return 1
     [ -e "$work/system/etc/debian_version" ] || make_system 12 "$work/system" "$work/log"
     engine=("$@")
-    if ! why=$(tar -C "$work/system" -c . | "$@" import - localhost/kestro-try-base 2>&1 >/dev/null &&
-        "$@" run --rm "${limits[@]}" localhost/kestro-try-base true 2>&1); then
+    if ! { tar -C "$work/system" -c . | "$@" import - localhost/kestro-try-base &&
+        "$@" run --rm "${limits[@]}" localhost/kestro-try-base true; } >"$work/output" 2>&1; then
         "$@" rmi -f localhost/kestro-try-base >/dev/null 2>&1 || true
         engine=()
         return 1
     fi
 }
 try_engine "${podman[@]}" || try_engine "${podman[@]}" --cgroup-manager cgroupfs --runtime runc ||
-    try_engine docker || { step "the container is not tried: ${why##*$'\n'}"; exit 0; }
+    try_engine docker || { step "the container is not tried: $why"; exit 0; }
 
 cp "$package" examples/container/Containerfile "$work/context/"
 isolation=()
