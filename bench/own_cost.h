@@ -1,6 +1,7 @@
 // own_cost.h - each export against its floor.
 #pragma once
 
+#include <stdexcept>
 #include <string>
 
 #include <nlohmann/json.hpp>

@@ -6,6 +6,7 @@
 #include "table.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace kestro::host {
 namespace {

@@ -1,6 +1,8 @@
 // session_case.cpp - the session around every operation on an image, and its exit.
 #include "contract/session_case.h"
 
+#include <algorithm>
+
 namespace kestro::test {
 
 namespace {

@@ -2,6 +2,7 @@
 #include "support/expectation.h"
 
 #include <filesystem>
+#include <stdexcept>
 
 namespace kestro::test {
 namespace {

@@ -6,6 +6,7 @@
 #include "servicing_error.h"
 #include "trust_list.h"
 
+#include <algorithm>
 #include <charconv>
 #include <ctime>
 #include <fstream>

@@ -6,6 +6,7 @@
 #include "servicing_error.h"
 #include "text_encoding.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace fs = std::filesystem;

@@ -8,6 +8,8 @@
 
 #include <fcntl.h>
 
+#include <iterator>
+
 namespace kestro::test {
 namespace {
 
