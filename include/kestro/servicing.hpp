@@ -167,14 +167,14 @@ class Servicing {
     {
         detail::MustServe<const wchar_t*, const wchar_t*, UINT, const wchar_t*, int, DWORD, HANDLE,
                           detail::ProgressCallback, void*>(
-            "DismMountImage", file.c_str(), directory.c_str(), index, nullptr, 0, readOnly ? 1 : 0,
+            "DismMountImage", file.c_str(), directory.c_str(), index, nullptr, 0, DWORD{readOnly},
             watch.cancel, detail::CallbackOf(watch), const_cast<Watch*>(&watch));
     }
 
     void Unmount(const std::wstring& directory, bool saveChanges, const Watch& watch = {}) const
     {
         detail::MustServe<const wchar_t*, DWORD, HANDLE, detail::ProgressCallback, void*>(
-            "DismUnmountImage", directory.c_str(), saveChanges ? 0 : 1, watch.cancel,
+            "DismUnmountImage", directory.c_str(), DWORD{!saveChanges}, watch.cancel,
             detail::CallbackOf(watch), const_cast<Watch*>(&watch));
     }
 

@@ -2,18 +2,19 @@
 #include "support/kestro_library.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 
 namespace kestro::test {
 
 namespace {
 
-// KESTRO_DLL comes from the build; a path of the build machine is on drive Z: under Wine.
+// KESTRO_DLL names another one than the build's; a path of the build machine is on drive Z: under Wine.
 std::wstring LibraryPath()
 {
     const char* path = std::getenv("KESTRO_DLL");
     if (!path)
-        path = KESTRO_DLL_DEFAULT;
+        return BuiltFile(L"Kestro.dll");
     std::wstring wide(path, path + std::char_traits<char>::length(path));
     if (wide.starts_with(L'/'))
         wide = L"Z:" + wide;
@@ -24,6 +25,14 @@ std::wstring LibraryPath()
 }
 
 } // namespace
+
+std::wstring BuiltFile(const std::wstring& name)
+{
+    wchar_t program[MAX_PATH];
+    GetModuleFileNameW(nullptr, program, MAX_PATH);
+    const auto tests = std::filesystem::path(program).parent_path();
+    return (tests.parent_path().parent_path() / L"bin" / name).wstring();
+}
 
 bool KestroLibrary::Instrumented()
 {

@@ -21,6 +21,9 @@ struct ResultFile {
     const wchar_t* wide;
 };
 
+// A file beside Kestro.dll, as the build and the packed tests lay it out: bin beside the tests' folder.
+std::wstring BuiltFile(const std::wstring& name);
+
 class KestroLibrary {
   public:
     static KestroLibrary& Get();

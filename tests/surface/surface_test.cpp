@@ -46,7 +46,9 @@ std::vector<std::string> Names(const std::vector<ListedImport>& list)
 // What the library's own objects leave to others; what its toolchain's runtime needs does not stand there.
 std::set<std::string> OwnReferences()
 {
-    std::ifstream file(std::filesystem::path(KESTRO_REFERENCES));
+    // Lies beside this program.
+    std::ifstream file(std::filesystem::path(BuiltFile(L"")).parent_path().parent_path() /
+                       L"tests" / L"bin" / L"surface_references.txt");
     std::set<std::string> names;
     for (std::string name; file >> name;)
         names.insert(name.starts_with("__imp_") ? name.substr(6) : name);
@@ -113,7 +115,7 @@ TEST(Surface, LoadsAnywhereAndExecutesNoData)
 // A host that is not hardened itself gains nothing from a hardened library.
 TEST(Surface, HostLoadsAnywhereAndExecutesNoData)
 {
-    const ImageFile host(KESTRO_HOST);
+    const ImageFile host(BuiltFile(L"kestro.exe"));
     EXPECT_FALSE(host.Headers().FileHeader.Characteristics & IMAGE_FILE_DLL);
     ExpectHardened(host);
 }
