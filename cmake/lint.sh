@@ -10,6 +10,9 @@ if ! clang-format --dry-run --Werror "${sources[@]}"; then
     failed=1
 fi
 
+mapfile -t workflows < <(git ls-files '.github/workflows/*.yml' | sed "s|^|$PWD/|")
+(cd build/workflow_lint && node "$OLDPWD/cmake/workflow_lint/lint.cjs" "${workflows[@]}") || failed=1
+
 # Clang's own builtins with the cross compiler's libraries, so that it reads what g++ reads.
 mapfile -t cross < <(x86_64-w64-mingw32-g++-posix -E -x c++ -v /dev/null 2>&1 >/dev/null |
     sed -n '/^#include <...>/,/^End of search/{\#/c++\|mingw32/include$#s/^ /--extra-arg=-isystem/p}')
