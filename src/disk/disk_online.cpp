@@ -1,8 +1,7 @@
 // disk_online.cpp - bringing a disk online and taking it offline. Both report through their return
 // value alone.
-#include "disk/disk_online.h"
-
-#include "disk/disk_call.h"
+#include "disk/disk_operations.h"
+#include "disk/disk_search.h"
 
 namespace kestro::library {
 namespace {
@@ -10,26 +9,25 @@ namespace {
 using Exit = DiskEnding::Exit;
 using OnlineMethod = HRESULT (STDMETHODCALLTYPE IVdsDiskOnline::*)();
 
-class OnlineCall final : public DiskCall {
+class OnlineAction final : public DiskAction {
   public:
-    explicit OnlineCall(OnlineMethod method) : method_(method) {}
+    explicit OnlineAction(OnlineMethod method) : method_(method) {}
 
     // Every failure leaves at once, with COM still initialised.
-    DiskEnding Failed(DiskStep, HRESULT result) override { return {Exit::AtOnce, result}; }
+    DiskEnding FailedEarly(Exit, HRESULT result) override { return {Exit::AtOnce, result}; }
     // The search's last code, S_FALSE.
-    DiskEnding NotFound(HRESULT result) override { return {Exit::Common, result}; }
+    std::int32_t NotFound(HRESULT result) override { return result; }
     DiskEnding Found(DiskPlace place, ComSlot<IVdsDisk>& disk, HRESULT& result) override
     {
         // Left in the service, like the disk itself when it is in a pack.
         ComSlot<IVdsDiskOnline> diskOnline;
-        result = disk->QueryInterface(__uuidof(IVdsDiskOnline),
-                                      reinterpret_cast<void**>(diskOnline.Put()));
+        result = Convert(disk.Get(), diskOnline);
         if (place == DiskPlace::Unallocated)
             disk.Release();
         if (FAILED(result))
             return {Exit::AtOnce, result};
 
-        result = diskOnline ? (diskOnline.Get()->*method_)() : E_POINTER;
+        result = CallOn(diskOnline.Get(), method_);
         return {FAILED(result) ? Exit::AtOnce : Exit::Common, result};
     }
 
@@ -37,18 +35,23 @@ class OnlineCall final : public DiskCall {
     OnlineMethod method_;
 };
 
-} // namespace
-
-HRESULT BringDiskOnline(const wchar_t* diskName)
+std::int32_t SetOnline(const wchar_t* diskName, OnlineMethod method)
 {
-    OnlineCall call(&IVdsDiskOnline::Online);
-    return RunDiskCall(call, diskName);
+    OnlineAction action(method);
+    DiskProgress silent;
+    return FindDisk(diskName, action, silent);
 }
 
-HRESULT TakeDiskOffline(const wchar_t* diskName)
+} // namespace
+
+std::int32_t OnlineDisk(const wchar_t* diskName)
 {
-    OnlineCall call(&IVdsDiskOnline::Offline);
-    return RunDiskCall(call, diskName);
+    return SetOnline(diskName, &IVdsDiskOnline::Online);
+}
+
+std::int32_t OfflineDisk(const wchar_t* diskName)
+{
+    return SetOnline(diskName, &IVdsDiskOnline::Offline);
 }
 
 } // namespace kestro::library

@@ -5,8 +5,7 @@
 // the log drops such a write where it happens. The listing functions also copy names they were
 // given by the host or the platform; that copy's COM error is meant to reach the host.
 #include "device/device_access.h"
-#include "disk/disk_clean.h"
-#include "disk/disk_online.h"
+#include "disk/disk_operations.h"
 #include "image/image_drivers.h"
 #include "image/image_mount.h"
 #include "inventory/image_inventory.h"
@@ -120,17 +119,17 @@ uint8_t KESTRO_CALL GetDriverInfoW(const wchar_t* ImagePath, const wchar_t* Driv
 int32_t KESTRO_CALL CleanDisk(const wchar_t* diskName, uint8_t force, uint8_t forceOEM,
                               uint8_t fullClean, const char* resultFile) noexcept
 {
-    return CleanDiskNamed(diskName, force, forceOEM, fullClean, resultFile);
+    return kestro::library::CleanDisk(diskName, force, forceOEM, fullClean, resultFile);
 }
 
 int32_t KESTRO_CALL OnlineDisk(const wchar_t* diskName) noexcept
 {
-    return BringDiskOnline(diskName);
+    return kestro::library::OnlineDisk(diskName);
 }
 
 int32_t KESTRO_CALL OfflineDisk(const wchar_t* diskName) noexcept
 {
-    return TakeDiskOffline(diskName);
+    return kestro::library::OfflineDisk(diskName);
 }
 
 int32_t KESTRO_CALL InfInstall(const wchar_t* infPath) noexcept

@@ -1,4 +1,4 @@
-// vds.h - the Virtual Disk Service as this library sees it: interfaces generated from vds.idl, whose
+// service_interfaces.h - the Virtual Disk Service as this library sees it: interfaces generated from vds.idl, whose
 // records are pinned to the service's layout.
 #pragma once
 
