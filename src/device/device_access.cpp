@@ -15,19 +15,19 @@ void* HandleOrNull(HANDLE handle)
 
 } // namespace
 
-std::int32_t InstallInf(const wchar_t* infPath)
+std::int32_t InfInstall(const wchar_t* infPath)
 {
     // Not forced, and no word on whether a restart is needed.
     return DiInstallDriverW(nullptr, infPath, 0, nullptr) ? 1 : 0;
 }
 
-void* OpenFileForReading(const wchar_t* path)
+void* OpenVdFile(const wchar_t* path)
 {
     return HandleOrNull(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
-void* OpenDriveForWriting(const wchar_t* path)
+void* OpenPhDrive(const wchar_t* path)
 {
     constexpr DWORD exclusive = 0;
     return HandleOrNull(CreateFileW(path, GENERIC_WRITE, exclusive, nullptr, OPEN_EXISTING,

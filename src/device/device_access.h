@@ -8,10 +8,10 @@ namespace kestro::library {
 // Each is one platform call, so a failed call's last-error code reaches the host untouched.
 
 // 1 when the driver was installed, else 0.
-std::int32_t InstallInf(const wchar_t* infPath);
+std::int32_t InfInstall(const wchar_t* infPath);
 
 // Handles are the caller's to close; null when the open failed. Neither creates a file.
-void* OpenFileForReading(const wchar_t* path);
-void* OpenDriveForWriting(const wchar_t* path);
+void* OpenVdFile(const wchar_t* path);
+void* OpenPhDrive(const wchar_t* path);
 
 } // namespace kestro::library

@@ -38,40 +38,40 @@ void AddListedPackage(StepReporter& report, const ServicingSession& session,
 
 } // namespace
 
-Outcome AddImageDriver(StepReporter& report, const wchar_t* ImagePath, const wchar_t* DriverPath,
-                       const wchar_t* LogFilePath)
+Outcome AddDriver(StepReporter& report, const wchar_t* ImagePath, const wchar_t* DriverPath,
+                  const wchar_t* LogFilePath)
 {
     ServicingSession session(report);
     if (!session.Open(ImagePath, LogFilePath))
         return session.Exit();
 
-    if (!session.Succeeded(kAddDriverStep, AddPackage(session, DriverPath)))
+    if (!report.Succeeded(kAddDriverStep, AddPackage(session, DriverPath)))
         return session.Exit();
-    report.WriteOk(kAddDriverStep.section);
+    report.WriteOk(kAddDriverStep);
 
     if (!session.Commit())
         return session.Exit();
     return session.End();
 }
 
-Outcome RemoveImageDriver(StepReporter& report, const wchar_t* ImagePath, const wchar_t* DriverPath,
-                          const wchar_t* LogFilePath)
+Outcome RemoveDriver(StepReporter& report, const wchar_t* ImagePath, const wchar_t* DriverPath,
+                     const wchar_t* LogFilePath)
 {
     ServicingSession session(report);
     if (!session.Open(ImagePath, LogFilePath))
         return session.Exit();
 
-    if (!session.Succeeded(kRemoveDriverStep, DismRemoveDriver(session.Handle(), DriverPath)))
+    if (!report.Succeeded(kRemoveDriverStep, DismRemoveDriver(session.Handle(), DriverPath)))
         return session.Exit();
-    report.WriteOk(kRemoveDriverStep.section);
+    report.WriteOk(kRemoveDriverStep);
 
     if (!session.Commit())
         return session.Exit();
     return session.End();
 }
 
-Outcome AddImageDriverList(StepReporter& report, const wchar_t* ImagePath,
-                           const wchar_t* const* DriverPaths, const wchar_t* LogFilePath)
+Outcome AddDriverList(StepReporter& report, const wchar_t* ImagePath,
+                      const wchar_t* const* DriverPaths, const wchar_t* LogFilePath)
 {
     ServicingSession session(report);
     if (!session.Open(ImagePath, LogFilePath))

@@ -6,18 +6,18 @@
 namespace kestro::library {
 
 // DriverPath is the path of one INF. An unsigned package is not forced in.
-Outcome AddImageDriver(StepReporter& report, const wchar_t* ImagePath, const wchar_t* DriverPath,
-                       const wchar_t* LogFilePath);
+Outcome AddDriver(StepReporter& report, const wchar_t* ImagePath, const wchar_t* DriverPath,
+                  const wchar_t* LogFilePath);
 
 // DriverPath is the package's published name.
-Outcome RemoveImageDriver(StepReporter& report, const wchar_t* ImagePath, const wchar_t* DriverPath,
-                          const wchar_t* LogFilePath);
+Outcome RemoveDriver(StepReporter& report, const wchar_t* ImagePath, const wchar_t* DriverPath,
+                     const wchar_t* LogFilePath);
 
 inline constexpr int kDriverListLength = 8;
 
 // DriverPaths has kDriverListLength entries. A package that fails is recorded and does not fail the
 // call. Throws what AnsiName throws; the session then stays open.
-Outcome AddImageDriverList(StepReporter& report, const wchar_t* ImagePath,
-                           const wchar_t* const* DriverPaths, const wchar_t* LogFilePath);
+Outcome AddDriverList(StepReporter& report, const wchar_t* ImagePath,
+                      const wchar_t* const* DriverPaths, const wchar_t* LogFilePath);
 
 } // namespace kestro::library

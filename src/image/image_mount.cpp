@@ -10,10 +10,9 @@ namespace {
 constexpr Step kMountStep = {"DISM_MOUNT", "DismMountImage Failed. Following error code."};
 constexpr Step kUnmountStep = {"DISM_UNMOUNT", "DismUnmountImage Failed. Following error code."};
 
-Outcome MountExit(StepReporter& report, const Step& failed, HRESULT result, bool mounted,
-                  const wchar_t* MountPath)
+Outcome MountExit(StepReporter& report, bool mounted, const wchar_t* MountPath)
 {
-    report.WriteErr(failed.section);
+    const HRESULT result = report.WriteFailedStep();
 
     // An image that was mounted before the shutdown failed is not left behind, and not saved.
     if (mounted) {
@@ -31,12 +30,12 @@ Outcome MountExit(StepReporter& report, const Step& failed, HRESULT result, bool
     return {Outcome::Exit::Failure, result};
 }
 
-Outcome UnmountExit(StepReporter& report, const Step& failed, HRESULT result)
+Outcome UnmountExit(StepReporter& report)
 {
     // Here a failing shutdown logs its own code, leaves no Result, and reports under this name.
     constexpr Step shutdownStep = {"VHDX_RESTORE", kShutdownStep.failureLine};
 
-    report.WriteErr(failed.section);
+    const HRESULT result = report.WriteFailedStep();
 
     const HRESULT shutdown = DismShutdown();
     if (FAILED(shutdown))
@@ -48,66 +47,50 @@ Outcome UnmountExit(StepReporter& report, const Step& failed, HRESULT result)
 
 } // namespace
 
-Outcome MountImage(StepReporter& report, const wchar_t* ImageFilePath, const wchar_t* MountPath,
-                   const wchar_t* LogFilePath)
+Outcome MountWimImage(StepReporter& report, const wchar_t* ImageFilePath, const wchar_t* MountPath,
+                      const wchar_t* LogFilePath)
 {
     bool mounted = false;
-    HRESULT result = S_OK;
-    const auto fail = [&](const Step& step) {
-        report.ReportFailure(step, result);
-        return MountExit(report, step, result, mounted, MountPath);
-    };
-
-    result = InitializeServicing(LogFilePath);
-    if (FAILED(result))
-        return fail(kInitializeStep);
-    report.WriteOk(kInitializeStep.section);
+    if (!Initialized(report, LogFilePath))
+        return MountExit(report, mounted, MountPath);
 
     report.LogLine("Mounting image...");
     constexpr UINT firstImage = 1;
-    result = DismMountImage(ImageFilePath, MountPath, firstImage, nullptr, DismImageIndex,
-                            DISM_MOUNT_READWRITE, nullptr, nullptr, nullptr);
-    if (FAILED(result))
-        return fail(kMountStep);
+    if (!report.Succeeded(kMountStep, DismMountImage(ImageFilePath, MountPath, firstImage, nullptr,
+                                                     DismImageIndex, DISM_MOUNT_READWRITE, nullptr,
+                                                     nullptr, nullptr)))
+        return MountExit(report, mounted, MountPath);
     report.LogLine("Image mounted successfully.");
-    report.WriteOk(kMountStep.section);
+    report.WriteOk(kMountStep);
     mounted = true;
 
-    result = DismShutdown();
-    if (FAILED(result))
-        return fail(kShutdownStep);
+    const HRESULT result = DismShutdown();
+    if (!report.Succeeded(kShutdownStep, result))
+        return MountExit(report, mounted, MountPath);
     // A good mount ends here: unlike an unmount it leaves no section for its shutdown.
     return {Outcome::Exit::Success, result};
 }
 
-Outcome UnmountImage(StepReporter& report, const wchar_t* MountPath, std::uint32_t Flags,
-                     const wchar_t* LogFilePath)
+Outcome UnmountWimImage(StepReporter& report, const wchar_t* MountPath, std::uint32_t Flags,
+                        const wchar_t* LogFilePath)
 {
-    HRESULT result = S_OK;
-    const auto fail = [&](const Step& step) {
-        report.ReportFailure(step, result);
-        return UnmountExit(report, step, result);
-    };
-
-    result = InitializeServicing(LogFilePath);
-    if (FAILED(result))
-        return fail(kInitializeStep);
-    report.WriteOk(kInitializeStep.section);
+    if (!Initialized(report, LogFilePath))
+        return UnmountExit(report);
 
     report.LogLine("Unmounting image...");
     // Signed text, so that flags with the top bit set read negative.
     report.Write(kUnmountStep.section, "Flags",
                  ToDecimalText(static_cast<std::int32_t>(Flags)).c_str());
-    result = DismUnmountImage(MountPath, Flags, nullptr, nullptr, nullptr);
-    if (FAILED(result))
-        return fail(kUnmountStep);
+    if (!report.Succeeded(kUnmountStep,
+                          DismUnmountImage(MountPath, Flags, nullptr, nullptr, nullptr)))
+        return UnmountExit(report);
     report.LogLine("Image unmounted successfully.");
-    report.WriteOk(kUnmountStep.section);
+    report.WriteOk(kUnmountStep);
 
-    result = DismShutdown();
-    if (FAILED(result))
-        return fail(kShutdownStep);
-    report.WriteOk(kShutdownStep.section);
+    const HRESULT result = DismShutdown();
+    if (!report.Succeeded(kShutdownStep, result))
+        return UnmountExit(report);
+    report.WriteOk(kShutdownStep);
     return {Outcome::Exit::Success, result};
 }
 

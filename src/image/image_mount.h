@@ -8,11 +8,11 @@
 namespace kestro::library {
 
 // Mounts the file's first image, read-write.
-Outcome MountImage(StepReporter& report, const wchar_t* ImageFilePath, const wchar_t* MountPath,
-                   const wchar_t* LogFilePath);
+Outcome MountWimImage(StepReporter& report, const wchar_t* ImageFilePath, const wchar_t* MountPath,
+                      const wchar_t* LogFilePath);
 
 // Flags go to the platform unchanged: 0 saves the changes, 1 drops them.
-Outcome UnmountImage(StepReporter& report, const wchar_t* MountPath, std::uint32_t Flags,
-                     const wchar_t* LogFilePath);
+Outcome UnmountWimImage(StepReporter& report, const wchar_t* MountPath, std::uint32_t Flags,
+                        const wchar_t* LogFilePath);
 
 } // namespace kestro::library

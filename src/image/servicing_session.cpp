@@ -15,30 +15,18 @@ constexpr Step kCloseSessionStep = {"DISM_CLOSESESSION",
 
 } // namespace
 
-bool ServicingSession::Succeeded(const Step& step, HRESULT result)
-{
-    if (SUCCEEDED(result))
-        return true;
-    report_.ReportFailure(step, result);
-    failed_ = &step;
-    failure_ = result;
-    return false;
-}
-
 bool ServicingSession::Open(const wchar_t* ImagePath, const wchar_t* LogFilePath)
 {
-    if (!Succeeded(kInitializeStep, InitializeServicing(LogFilePath)))
-        return false;
-    report_.WriteOk(kInitializeStep.section);
-
-    return Succeeded(kOpenSessionStep, DismOpenSession(ImagePath, nullptr, nullptr, &session_));
+    return Initialized(report_, LogFilePath) &&
+           report_.Succeeded(kOpenSessionStep,
+                             DismOpenSession(ImagePath, nullptr, nullptr, &session_));
 }
 
 bool ServicingSession::Commit()
 {
     constexpr DWORD plainCommit = 0;
-    return Succeeded(kCommitImageStep,
-                     DismCommitImage(session_, plainCommit, nullptr, nullptr, nullptr));
+    return report_.Succeeded(kCommitImageStep,
+                             DismCommitImage(session_, plainCommit, nullptr, nullptr, nullptr));
 }
 
 Outcome ServicingSession::End()
@@ -46,16 +34,15 @@ Outcome ServicingSession::End()
     DismCloseSession(session_);
 
     const HRESULT result = DismShutdown();
-    if (!Succeeded(kShutdownStep, result))
+    if (!report_.Succeeded(kShutdownStep, result))
         return Exit();
-    report_.WriteOk(kShutdownStep.section);
+    report_.WriteOk(kShutdownStep);
     return {Outcome::Exit::Success, result};
 }
 
 Outcome ServicingSession::Exit()
 {
-    report_.WriteErr(failed_->section);
-    return CleanUp(failure_);
+    return CleanUp(report_.WriteFailedStep());
 }
 
 Outcome ServicingSession::CleanUp(HRESULT result)

@@ -10,7 +10,7 @@
 
 namespace kestro::library {
 
-// An operation calls the steps in order and leaves by End, or by Exit as soon as a step says false.
+// An operation takes the steps in order and leaves by End, or by Exit as soon as one has failed.
 // Nothing is released behind the operation's back: clean-up is a fixed sequence that hosts read in
 // the ResultFile.
 class ServicingSession {
@@ -21,8 +21,6 @@ class ServicingSession {
 
     // Initialises the API and opens the image. A good open leaves no section.
     bool Open(const wchar_t* ImagePath, const wchar_t* LogFilePath);
-    // Reports a failing result under the step and keeps it for the exit.
-    bool Succeeded(const Step& step, HRESULT result);
     // A good commit leaves no section.
     bool Commit();
     // Closes the session, whatever comes of it, and shuts down; a failing shutdown takes the exit.
@@ -39,8 +37,6 @@ class ServicingSession {
   private:
     StepReporter& report_;
     DismSession session_ = 0;
-    const Step* failed_ = nullptr;
-    HRESULT failure_ = S_OK;
 };
 
 } // namespace kestro::library

@@ -16,10 +16,15 @@ inline constexpr Step kInitializeStep = {"DISM_INITIALIZE",
 inline constexpr Step kShutdownStep = {"DISM_SHUTDOWN",
                                        "DismShutdown Failed. Following error code."};
 
-// Errors, warnings and information go to the platform's own log; it chooses its scratch directory.
-inline HRESULT InitializeServicing(const wchar_t* LogFilePath)
+// The first step of every operation. Errors, warnings and information go to the platform's own log; it
+// chooses its scratch directory.
+inline bool Initialized(StepReporter& report, const wchar_t* LogFilePath)
 {
-    return DismInitialize(DismLogErrorsWarningsInfo, LogFilePath, nullptr);
+    if (!report.Succeeded(kInitializeStep,
+                          DismInitialize(DismLogErrorsWarningsInfo, LogFilePath, nullptr)))
+        return false;
+    report.WriteOk(kInitializeStep);
+    return true;
 }
 
 // The console line of every failure exit.

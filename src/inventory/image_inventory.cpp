@@ -56,7 +56,7 @@ void ListPackages(StepReporter& report, const DismDriverPackage* packages, UINT 
 
 } // namespace
 
-Outcome ListImageDrivers(StepReporter& report, const wchar_t* ImagePath, const wchar_t* LogFilePath)
+Outcome GetDrivers(StepReporter& report, const wchar_t* ImagePath, const wchar_t* LogFilePath)
 {
     ServicingSession session(report);
     UINT count = 0;
@@ -65,18 +65,18 @@ Outcome ListImageDrivers(StepReporter& report, const wchar_t* ImagePath, const w
         return session.Exit();
 
     constexpr BOOL AllDrivers = FALSE;
-    if (!session.Succeeded(kGetDriversStep,
-                           DismGetDrivers(session.Handle(), AllDrivers, &packages, &count)))
+    if (!report.Succeeded(kGetDriversStep,
+                          DismGetDrivers(session.Handle(), AllDrivers, &packages, &count)))
         return session.Exit();
     ListPackages(report, packages, count);
-    report.WriteOk(kGetDriversStep.section);
+    report.WriteOk(kGetDriversStep);
 
     // Nothing was changed, so nothing is committed.
     return session.End();
 }
 
-Outcome QueryImageDriver(StepReporter& report, const wchar_t* ImagePath, const wchar_t* Driver,
-                         const wchar_t* LogFilePath)
+Outcome GetDriverInfo(StepReporter& report, const wchar_t* ImagePath, const wchar_t* Driver,
+                      const wchar_t* LogFilePath)
 {
     ServicingSession session(report);
     DismDriver* drivers = nullptr;

@@ -4,45 +4,21 @@
 #include "base/text.h"
 #include "report/decimal_text.h"
 
-#include <charconv>
 #include <cstddef>
+#include <cstdio>
 #include <ctime>
 #include <new>
 #include <string>
-#include <string_view>
 
 #include <windows.h>
 
 namespace kestro::library {
 namespace {
 
-// A short text of fixed capacity, ample for six numbers and their separators.
-class ClockText {
-  public:
-    ClockText& Text(std::string_view text)
-    {
-        end_ += text.copy(end_, static_cast<std::size_t>(text_ + sizeof text_ - 1 - end_));
-        *end_ = '\0';
-        return *this;
-    }
-    ClockText& Number(int value)
-    {
-        end_ = std::to_chars(end_, text_ + sizeof text_ - 1, value).ptr;
-        *end_ = '\0';
-        return *this;
-    }
-    // Two digits, padded on the left with "0".
-    ClockText& Padded(int value)
-    {
-        if (value >= 0 && value < 10)
-            Text("0");
-        return Number(value);
-    }
-    const char* c_str() const { return text_; }
-
-  private:
-    char text_[80] = {};
-    char* end_ = text_;
+// Ample for six numbers and their separators; a line costs no memory of its own. _snprintf is the platform's:
+// mingw-w64's own formatter would be a sixth of the library.
+struct ClockText {
+    char text[80];
 };
 
 std::tm LocalTime()
@@ -56,13 +32,9 @@ std::tm LocalTime()
 ClockText LineKey(std::int32_t lineNumber, const std::tm& time)
 {
     ClockText key;
-    key.Number(lineNumber).Text(" - ");
-    key.Padded(time.tm_mday)
-        .Text("-")
-        .Padded(time.tm_mon + 1)
-        .Text("-")
-        .Number(time.tm_year + 1900);
-    key.Text(" ").Padded(time.tm_hour).Text(":").Padded(time.tm_min).Text(":").Padded(time.tm_sec);
+    _snprintf(key.text, sizeof key.text, "%d - %02d-%02d-%d %02d:%02d:%02d",
+              static_cast<int>(lineNumber), time.tm_mday, time.tm_mon + 1, time.tm_year + 1900,
+              time.tm_hour, time.tm_min, time.tm_sec);
     return key;
 }
 
@@ -71,8 +43,8 @@ ClockText LastWriteStamp()
 {
     const std::tm time = LocalTime();
     ClockText stamp;
-    stamp.Number(time.tm_year + 1900).Padded(time.tm_mon + 1).Padded(time.tm_mday);
-    stamp.Padded(time.tm_hour).Padded(time.tm_min).Padded(time.tm_sec);
+    _snprintf(stamp.text, sizeof stamp.text, "%d%02d%02d%02d%02d%02d", time.tm_year + 1900,
+              time.tm_mon + 1, time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec);
     return stamp;
 }
 
@@ -80,7 +52,7 @@ ClockText LastWriteStamp()
 // stamp out of every ResultFile.
 void StampNarrow(const LogRecord& record)
 {
-    WritePrivateProfileStringA("Status", "LastWrite", LastWriteStamp().c_str(), record.resultFile);
+    WritePrivateProfileStringA("Status", "LastWrite", LastWriteStamp().text, record.resultFile);
 }
 
 // A wide write whose texts cannot be converted, or find no memory, is lost like any failing write.
@@ -104,7 +76,7 @@ void AppendWideLine(LogRecord& record, WideText wideText) noexcept
         WritePrivateProfileStringW(L"Log", L"Righe", count.c_str(), record.resultFileW);
     });
     WriteUnnoticed([&] {
-        const std::wstring key = ToWide(LineKey(record.lineCount, time).c_str());
+        const std::wstring key = ToWide(LineKey(record.lineCount, time).text);
         const std::wstring text = wideText();
         WritePrivateProfileStringW(L"Log", key.c_str(), text.c_str(), record.resultFileW);
     });
@@ -134,7 +106,7 @@ void OperationLog::AppendLine(const char* text)
     ++record_.lineCount;
     WritePrivateProfileStringA("Log", "Righe", ToDecimalText(record_.lineCount).c_str(),
                                record_.resultFile);
-    WritePrivateProfileStringA("Log", LineKey(record_.lineCount, time).c_str(), text,
+    WritePrivateProfileStringA("Log", LineKey(record_.lineCount, time).text, text,
                                record_.resultFile);
     WriteLastWrite();
 }
@@ -157,7 +129,7 @@ void OperationLogW::AppendLineW(const wchar_t* text) noexcept
 void OperationLogW::WriteLastWriteW() noexcept
 {
     WriteUnnoticed([&] {
-        const std::wstring stamp = ToWide(LastWriteStamp().c_str());
+        const std::wstring stamp = ToWide(LastWriteStamp().text);
         WritePrivateProfileStringW(L"Status", L"LastWrite", stamp.c_str(), record_.resultFileW);
     });
 }

@@ -25,7 +25,6 @@ class OperationLog {
     void AppendLine(const char* text);
     // [Status] LastWrite = local time as YYYYMMDDhhmmss.
     void WriteLastWrite();
-    const char* ResultFile() const { return record_.resultFile; }
 
   private:
     LogRecord record_;
@@ -42,7 +41,6 @@ class OperationLogW {
     void WriteLastWriteW() noexcept;
     // One write with the stamp after it. Short names do not arrive as given: see SharedText.
     void WriteStepW(const char* section, const char* key, const char* value) noexcept;
-    const wchar_t* ResultFile() const { return record_.resultFileW; }
 
   private:
     LogRecord record_;

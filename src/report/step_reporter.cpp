@@ -10,14 +10,14 @@ void StepReporter::LogNumber(std::int32_t number)
     LogLine(ToDecimalText(number).c_str());
 }
 
-void StepReporter::WriteOk(const char* section)
+void StepReporter::WriteOk(const Step& step)
 {
-    Write(section, "Result", "OK");
+    Write(step.section, "Result", "OK");
 }
 
-void StepReporter::WriteErr(const char* section)
+void StepReporter::WriteErr(const Step& step)
 {
-    Write(section, "Result", "ERR");
+    Write(step.section, "Result", "ERR");
 }
 
 void StepReporter::WriteLastError(const char* section, const char* key)
@@ -34,10 +34,26 @@ void StepReporter::ReportFailure(const Step& step, HRESULT result)
     WriteLastError(step.section, "ErrorCode");
 }
 
+bool StepReporter::Succeeded(const Step& step, HRESULT result)
+{
+    if (SUCCEEDED(result))
+        return true;
+    ReportFailure(step, result);
+    failed_ = &step;
+    failure_ = result;
+    return false;
+}
+
+HRESULT StepReporter::WriteFailedStep()
+{
+    WriteErr(*failed_);
+    return failure_;
+}
+
 void StepReporter::ReportCleanUpFailure(const Step& step, HRESULT result)
 {
     ReportFailure(step, result);
-    WriteErr(step.section);
+    WriteErr(step);
 }
 
 void NarrowReporter::LogLine(const char* text)
@@ -47,7 +63,7 @@ void NarrowReporter::LogLine(const char* text)
 
 void NarrowReporter::Write(const char* section, const char* key, const char* value)
 {
-    WritePrivateProfileStringA(section, key, value, log_.ResultFile());
+    WritePrivateProfileStringA(section, key, value, resultFile_);
     log_.WriteLastWrite();
 }
 

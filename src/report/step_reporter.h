@@ -11,9 +11,6 @@
 
 namespace kestro::library {
 
-// The status text of a call, which only the write test lets a host see.
-inline constexpr char kStatusText[] = "C";
-
 // A platform step as a host sees it: its section, and the log line that names its failed function.
 struct Step {
     const char* section;
@@ -28,30 +25,39 @@ class StepReporter {
     virtual void Write(const char* section, const char* key, const char* value) = 0;
 
     void LogNumber(std::int32_t number);
-    void WriteOk(const char* section);
-    void WriteErr(const char* section);
+    void WriteOk(const Step& step);
+    void WriteErr(const Step& step);
     // [section] key = the thread's last-error code as it is at this moment.
     void WriteLastError(const char* section, const char* key);
 
     // Two log lines, then the last-error code those writes left behind: it need not be the failed
     // call's own.
     void ReportFailure(const Step& step, HRESULT result);
+    // Whether a step succeeded; one that failed is reported, and kept for the exit.
+    bool Succeeded(const Step& step, HRESULT result);
+    // How every exit begins: the failed step's Result=ERR. Returns the code it failed with.
+    HRESULT WriteFailedStep();
     // A failing clean-up call is reported in full at once; result is the code of the step that
     // failed first.
     void ReportCleanUpFailure(const Step& step, HRESULT result);
 
   protected:
     ~StepReporter() = default;
+
+  private:
+    const Step* failed_ = nullptr;
+    HRESULT failure_ = S_OK;
 };
 
 // Narrow form: writes arrive as given.
 class NarrowReporter final : public StepReporter {
   public:
-    explicit NarrowReporter(const char* resultFile) : log_(resultFile) {}
+    explicit NarrowReporter(const char* resultFile) : resultFile_(resultFile), log_(resultFile) {}
     void LogLine(const char* text) override;
     void Write(const char* section, const char* key, const char* value) override;
 
   private:
+    const char* resultFile_;
     OperationLog log_;
 };
 

@@ -2,7 +2,6 @@
 #include "report/write_test.h"
 
 #include "report/operation_log.h"
-#include "report/step_reporter.h"
 
 #include <windows.h>
 
@@ -10,17 +9,17 @@ namespace kestro::library {
 
 // Profile names compare without case: STATUS and the stamp's Status are one section of the file.
 
-void WriteTestKeys(const char* resultFile)
+void WriteTest(const char* resultFile)
 {
     OperationLog log(resultFile);
     WritePrivateProfileStringA("KESTRO_TEST", "TEST", "TEST", resultFile);
     log.WriteLastWrite();
-    WritePrivateProfileStringA("STATUS", "Status", kStatusText, resultFile);
+    WritePrivateProfileStringA("STATUS", "Status", "C", resultFile);
     log.WriteLastWrite();
     log.AppendLine("This is a test created by Kestro.dll");
 }
 
-void WriteTestKeysW(const wchar_t* resultFile) noexcept
+void WriteTestW(const wchar_t* resultFile) noexcept
 {
     // Wide texts of its own: unlike a step write's, these keys arrive as given.
     OperationLogW log(resultFile);

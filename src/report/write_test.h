@@ -3,7 +3,7 @@
 
 namespace kestro::library {
 
-void WriteTestKeys(const char* resultFile);
-void WriteTestKeysW(const wchar_t* resultFile) noexcept;
+void WriteTest(const char* resultFile);
+void WriteTestW(const wchar_t* resultFile) noexcept;
 
 } // namespace kestro::library
