@@ -60,13 +60,12 @@ void Write(const std::filesystem::path& path, const std::string& text)
         throw std::runtime_error("cannot write " + path.string());
 }
 
-// The test programs link with Kestro.dll, and under Wine take the doubles beside them.
+// The test programs link with Kestro.dll.
 void PrepareTests(const Folders& folders)
 {
     wchar_t path[32767] = L"";
     GetEnvironmentVariableW(L"PATH", path, 32767);
     SetEnvironmentVariableW(L"PATH", ((folders.check / L"bin").wstring() + L';' + path).c_str());
-    SetEnvironmentVariableW(L"WINEDLLOVERRIDES", L"mscoree,mshtml=;dismapi=n");
 }
 
 int Check(const std::filesystem::path& report, bool questionsOnly)
