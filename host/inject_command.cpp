@@ -169,7 +169,7 @@ int InjectCommand(const Context& context, const std::wstring& image,
         if (Interrupted())
             break;
         context.out->Line(Shown(file) + ", " + Title(one));
-        const MountFolder folder(flags.scratch.empty() ? L"" : FullPath(flags.scratch));
+        const MountFolder folder(flags.scratch.empty() ? std::wstring() : FullPath(flags.scratch));
         results.push_back(
             Injection(context, session, file, folder.Path(), flags.dryRun).Into(one, infs));
         Show(*context.out, results.back(), flags.dryRun);
