@@ -61,8 +61,8 @@ inject() { # inject NAME OPTION...: in a container with these options
     local image="$work/images/$1.wim"
     shift
     quietly wimlib-imagex capture "$work/images/tree" "$image" Windows --image-property=WINDOWS/ARCH=9
-    quietly "${engine[@]}" run --rm "${limits[@]}" -v "$work/images:/work" "$@" localhost/kestro-try \
-        inject "$(basename "$image")" drivers --log "/work/log"
+    quietly "${engine[@]}" run --rm "${limits[@]}" -v "$work/images:/data" "$@" localhost/kestro-try \
+        inject "$(basename "$image")" drivers --log "/data/log"
     grep -q '6 added, 0 already there, 0 skipped, 0 failed' "$work/output"
     [ "$(wimlib-imagex dir "$image" 1 | grep -ci '^/windows/inf/oem')" = 6 ]
 }

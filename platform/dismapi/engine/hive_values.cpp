@@ -28,7 +28,8 @@ static std::string Converted(std::string_view text, const char* to, const char* 
 
 std::string Utf16(std::string_view utf8)
 {
-    if (std::all_of(utf8.begin(), utf8.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    if (std::all_of(utf8.begin(), utf8.end(),
+                    [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
         std::string wide(utf8.size() * 2, '\0');
         for (std::size_t i = 0; i < utf8.size(); ++i)
             wide[i * 2] = utf8[i];
