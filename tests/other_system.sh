@@ -17,6 +17,8 @@ make_system() {
         echo "deb $mirror $suite main" >"$2/etc/apt/sources.list"
     fi
     cp /etc/resolv.conf "$2/etc/resolv.conf"
+    # npm there trusts whom this machine's trusts.
+    [ -z "${NODE_EXTRA_CA_CERTS:-}" ] || cp -L "$NODE_EXTRA_CA_CERTS" "$2/root/npm-ca.crt"
 }
 
 # inside SYSTEM DIRECTORY COMMAND...: runs a command there. It is in namespaces of its own: the mounts and the
@@ -42,6 +44,7 @@ inside() {
         mount -t sysfs -o ro sysfs "$system/sys"
         exec chroot "$system" /usr/bin/env -i HOME=/root TERM=dumb LANG=C.UTF-8 \
             PATH=/usr/sbin:/usr/bin:/sbin:/bin ${http_proxy:+http_proxy="$http_proxy"} \
+            ${NODE_EXTRA_CA_CERTS:+NODE_EXTRA_CA_CERTS=/root/npm-ca.crt} \
             bash -c "cd \"\$0\" && exec \"\$@\"" "$directory" "$@"
     ' bash "$@" </dev/null
 }
