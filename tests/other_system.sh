@@ -29,6 +29,7 @@ inside() {
         system=$1 directory=$2
         shift 2
         mount --make-rprivate /
+        mount --bind "$system" "$system"
         mount -t tmpfs -o mode=755 dev "$system/dev"
         for device in null zero full random urandom tty fuse; do
             [ -e "/dev/$device" ] || continue
@@ -36,6 +37,9 @@ inside() {
             mount --bind "/dev/$device" "$system/dev/$device"
         done
         ln -s /proc/self/fd "$system/dev/fd"
+        for stream in 0:stdin 1:stdout 2:stderr; do
+            ln -s "/proc/self/fd/${stream%%:*}" "$system/dev/${stream#*:}"
+        done
         mkdir "$system/dev/shm" "$system/dev/pts"
         mount -t devpts -o newinstance,ptmxmode=0666 devpts "$system/dev/pts"
         ln -s pts/ptmx "$system/dev/ptmx"
