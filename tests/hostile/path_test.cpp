@@ -228,7 +228,11 @@ TEST_F(HostileReports, CostTheReportAlone)
         CallWide(path);
         if (path.wide && path.wide->starts_with(Path(L"").wstring())) {
             names.insert(std::filesystem::path(*path.wide).filename().wstring());
-            names.insert(std::filesystem::path(*path.narrow).filename().wstring());
+            // In the code page: a path made of the bytes would take them for UTF-8.
+            std::wstring narrow(path.narrow->size() + 1, L'\0');
+            MultiByteToWideChar(CP_ACP, 0, path.narrow->c_str(), -1, narrow.data(),
+                                static_cast<int>(narrow.size()));
+            names.insert(std::filesystem::path(narrow.c_str()).filename().wstring());
         }
     }
     // Whether half a character can be in a file's name is the system's choice.
