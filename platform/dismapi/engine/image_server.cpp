@@ -26,6 +26,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 // An image of more than a million files takes some seconds.
 constexpr std::chrono::seconds kPatience(60);
+// The server's number for it.
+constexpr int kMountLock = 3;
 
 // As the kernel shows it: asking by umask() would change it for a moment.
 std::string FileModeMask()
@@ -37,13 +39,16 @@ std::string FileModeMask()
 
 class SpawnSettings {
   public:
-    explicit SpawnSettings(int output)
+    SpawnSettings(int output, int mountLock)
     {
         posix_spawn_file_actions_init(&files_);
         posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         posix_spawn_file_actions_adddup2(&files_, output, STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&files_, output, STDERR_FILENO);
-        posix_spawn_file_actions_addclosefrom_np(&files_, STDERR_FILENO + 1);
+        int first = kMountLock;
+        if (mountLock >= 0)
+            posix_spawn_file_actions_adddup2(&files_, mountLock, first++);
+        posix_spawn_file_actions_addclosefrom_np(&files_, first);
         posix_spawn_file_actions_addchdir_np(&files_, "/");
         posix_spawnattr_init(&attributes_);
         sigset_t none, all;
@@ -147,7 +152,7 @@ void StartServing(const ImageServer& server, ServerAccess access)
     if (!server.staging.empty())
         words.insert(words.end(), {"write", server.staging});
     pid_t process = 0;
-    errno = SpawnSettings(input.Get()).Spawn(process, std::move(words));
+    errno = SpawnSettings(input.Get(), server.mountLock).Spawn(process, std::move(words));
     if (errno != 0)
         throw SystemError("cannot start " + server.program);
     input = FileDescriptor();

@@ -14,6 +14,8 @@ struct ImageServer {
     std::string lock;       // a file that the process holds locked as long as it lives
     std::string name;       // in lists of mounts
     std::string staging; // where new content waits for a commit; empty to show the image read-only
+    // A lock that the process keeps until it serves, so that a starter that is killed leaves it locked.
+    int mountLock = -1;
 };
 
 enum class ServerAccess {

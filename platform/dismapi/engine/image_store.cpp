@@ -97,7 +97,12 @@ void ImageStore::Mount(const MountRequest& request, const Progress& progress)
 
 LazyMount ImageStore::Lazy(const MountEntry& entry) const
 {
-    return LazyMount(entry.Record(), entry.Name(), serverProgram_);
+    return Lazy(entry, entry.Record());
+}
+
+LazyMount ImageStore::Lazy(const MountEntry& entry, const MountRecord& record) const
+{
+    return LazyMount(record, entry.Name(), serverProgram_, entry.Lock());
 }
 
 MountEntry ImageStore::Find(const std::string& directory) const

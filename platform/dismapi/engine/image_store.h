@@ -80,6 +80,7 @@ class ImageStore {
   private:
     MountEntry Find(const std::string& directory) const;
     LazyMount Lazy(const MountEntry& entry) const;
+    LazyMount Lazy(const MountEntry& entry, const MountRecord& record) const;
     void Fill(MountEntry& entry, const MountRequest& request, const Progress& progress);
     void MountLazily(MountEntry& entry);
     MountInfo Describe(const MountEntry& entry) const;

@@ -45,10 +45,11 @@ FileDescriptor OpenDirectory(const std::string& path)
 
 } // namespace
 
-LazyMount::LazyMount(const MountRecord& record, std::string name, std::string serverProgram)
+LazyMount::LazyMount(const MountRecord& record, std::string name, std::string serverProgram,
+                     int mountLock)
     : image_(record.image), directory_(record.directory), layers_(record.layers),
       name_(std::move(name)), serverProgram_(std::move(serverProgram)), index_(record.index),
-      readOnly_(record.readOnly)
+      mountLock_(mountLock), readOnly_(record.readOnly)
 {
 }
 
@@ -103,6 +104,7 @@ void LazyMount::Serve() const
     server.mountPoint = readOnly_ ? directory_ : Lower();
     server.lock = Lock();
     server.name = name_;
+    server.mountLock = mountLock_;
     StartServing(server, readOnly_ ? ServerAccess::Others : ServerAccess::Own);
 }
 

@@ -31,8 +31,12 @@ enum class MountPresence {
 //   work      the overlay's own
 class LazyMount {
   public:
-    // `name` is what the mounts are called in the system's lists.
-    LazyMount(const MountRecord& record, std::string name, std::string serverProgram);
+    // `name` is what the mounts are called in the system's lists; `mountLock` the lock of the record, while it
+    // is held.
+    LazyMount(const MountRecord& record, std::string name, std::string serverProgram,
+              int mountLock);
+    // To ask where the layers are.
+    explicit LazyMount(const MountRecord& record) : LazyMount(record, {}, {}, -1) {}
 
     // Throws when the system lets no lazy mounts be made at all.
     static void RequireSystem();
@@ -60,6 +64,7 @@ class LazyMount {
 
     std::string image_, directory_, layers_, name_, serverProgram_;
     unsigned index_;
+    int mountLock_;
     bool readOnly_;
 };
 

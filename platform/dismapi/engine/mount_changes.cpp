@@ -69,8 +69,7 @@ MountChanges AddAnew(const MountRecord& record, const TreeState& former, const T
 MountChanges ReplayInto(const MountRecord& record, const std::string& serverProgram,
                         const UpperState& former, const UpperState& now, const Progress& progress)
 {
-    const std::string upper =
-        record.IsLazy() ? LazyMount(record, {}, {}).Upper() : record.directory;
+    const std::string upper = record.IsLazy() ? LazyMount(record).Upper() : record.directory;
     RequireWindowsEntries(former, now);
     const ReplayPlan plan = PlanFromRecord(record, former, now, upper);
     MountChanges found;
@@ -124,7 +123,7 @@ MountChanges FindMountChanges(const MountEntry& entry, const std::string& server
 {
     const MountRecord& record = entry.Record();
     if (record.IsLazy()) {
-        const UpperState now = ReadUpperState(LazyMount(record, {}, {}).Upper());
+        const UpperState now = ReadUpperState(LazyMount(record).Upper());
         MountChanges found =
             ReplayInto(record, serverProgram, SavedUpperState(entry), now, progress);
         found.state = ToText(now);

@@ -16,9 +16,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <random>
+#include <thread>
 #include <utility>
 
 namespace kestro::servicing {
@@ -163,6 +165,22 @@ FileDescriptor OpenLock(const std::string& path)
     return lock;
 }
 
+// Locks the file, where its file system has locks. False when another process keeps it locked.
+bool TryToLock(const FileDescriptor& file, WhenBusy whenBusy)
+{
+    constexpr std::chrono::seconds moment(1);
+    constexpr std::chrono::milliseconds pause(5);
+    const auto end = std::chrono::steady_clock::now() + moment;
+    while (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK)
+            return true;
+        if (whenBusy == WhenBusy::Throw || std::chrono::steady_clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(pause);
+    }
+    return true;
+}
+
 std::string NameOf(const std::string& folder)
 {
     return "kestro-" + fs::path(folder).filename().string();
@@ -222,7 +240,7 @@ FileDescriptor LockImage(const std::string& image)
     FileDescriptor file(open(image.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file)
         throw SystemError("cannot open the image file " + image);
-    if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    if (!TryToLock(file, WhenBusy::WaitAMoment))
         throw ServicingError(code::busy, "another process works on the image file " + image);
     return file;
 }
@@ -431,14 +449,15 @@ void MountRegistry::ForEach(const std::string& directory, const Visit& visit) co
     }
 }
 
-std::optional<MountEntry> MountRegistry::FindDirectory(const std::string& directory) const
+std::optional<MountEntry> MountRegistry::FindDirectory(const std::string& directory,
+                                                       WhenBusy whenBusy) const
 {
     std::optional<MountEntry> found;
     ForEach(directory, [&](const std::string& folder, const MountRecord& record) {
         if (record.directory != directory)
             return false;
         FileDescriptor lock = OpenLock(folder + "/lock");
-        if (flock(lock.Get(), LOCK_EX | LOCK_NB) != 0)
+        if (!TryToLock(lock, whenBusy))
             throw ServicingError(code::busy, "another process works on the mount in " + directory);
         found.emplace(folder, std::move(lock), Load(folder + "/record.json"));
         return true;
@@ -524,7 +543,7 @@ void MountRegistry::RemoveDamaged() const
         if (!Exists(file))
             continue;
         const FileDescriptor lock = OpenLock(entry.path() / "lock");
-        if (flock(lock.Get(), LOCK_EX | LOCK_NB) != 0)
+        if (!TryToLock(lock, WhenBusy::Throw))
             continue; // somebody works on it
         try {
             RequireOwnLayers(entry.path(), Load(file));

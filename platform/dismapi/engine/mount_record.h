@@ -40,7 +40,7 @@ struct MountRecord {
 
 // Throws when the image file is no longer what it was when it was mounted or last committed.
 void RequireUnchangedImage(const MountRecord& record);
-// Keeps other saves out of the image file, wimlib's own among them. Throws when there is another one.
+// Keeps other saves out of the image file, wimlib's own among them. Throws busy when there is another one.
 FileDescriptor LockImage(const std::string& image);
 
 // Where the layers of a lazy mount lie: in the record's folder, or beside the image file.
@@ -56,6 +56,8 @@ class MountEntry {
     }
 
     const MountRecord& Record() const { return record_; }
+    // The descriptor that keeps the record locked.
+    int Lock() const { return lock_.Get(); }
     // What was in the mount when it was made or last saved, as text: of an extracted one the whole tree's
     // TreeState, of a lazy one that was saved the UpperState of its upper directory.
     std::string State() const;
@@ -104,6 +106,9 @@ class MountEntry {
     MountRecord record_;
 };
 
+// A process that was killed while it started another one leaves its lock to that one for a moment.
+enum class WhenBusy { WaitAMoment, Throw };
+
 class MountRegistry {
   public:
     explicit MountRegistry(std::string folder, PlatformLog log = {})
@@ -112,7 +117,8 @@ class MountRegistry {
     }
 
     // The directory's record, if there is one. Throws busy when another process works on it.
-    std::optional<MountEntry> FindDirectory(const std::string& directory) const;
+    std::optional<MountEntry> FindDirectory(const std::string& directory,
+                                            WhenBusy whenBusy = WhenBusy::WaitAMoment) const;
     // The same without locking it and without bringing it into order.
     std::optional<MountRecord> Peek(const std::string& directory) const;
     std::vector<MountRecord> All() const;

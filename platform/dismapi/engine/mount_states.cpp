@@ -80,7 +80,7 @@ void ImageStore::RenewLayers(MountEntry& entry)
     // Nobody is to see it half done.
     MountRecord hidden = next;
     hidden.directory = next.layers + "/shown";
-    const LazyMount fresh(hidden, entry.Name(), serverProgram_);
+    const LazyMount fresh = Lazy(entry, hidden);
     try {
         MakeLike(upper, {next.layers, hidden.directory});
         fresh.MakeLayers();
@@ -105,7 +105,7 @@ void ImageStore::RemoveOtherLayers(const MountEntry& entry) const
     for (const LayersIn place : {LayersIn::Record, LayersIn::ImageFolder})
         for (const std::string& layers : entry.OtherLayers(place)) {
             other.layers = layers;
-            LazyMount(other, entry.Name(), serverProgram_).Remove();
+            Lazy(entry, other).Remove();
         }
 }
 
@@ -167,7 +167,7 @@ std::vector<MountInfo> ImageStore::Mounts() const
     std::vector<MountInfo> mounts;
     for (const MountRecord& record : registry_.All()) {
         try {
-            if (const auto entry = registry_.FindDirectory(record.directory))
+            if (const auto entry = registry_.FindDirectory(record.directory, WhenBusy::Throw))
                 mounts.push_back(Describe(*entry));
         } catch (const ServicingError& error) {
             MountInfo& info = mounts.emplace_back(InfoOf(record));

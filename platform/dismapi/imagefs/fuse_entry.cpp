@@ -140,6 +140,8 @@ void* Mounted(void* connection, void* settings)
     close(nothing);
     if (!g_view.writable && !GiveUpRights())
         _exit(EXIT_FAILURE);
+    if (g_view.sharesLock)
+        close(kMountLock);
     if (write(output, &kServed, 1) != 1)
         _exit(EXIT_FAILURE);
     close(output);

@@ -107,6 +107,7 @@ int main(int argc, char** argv)
 {
     if (argc < 8)
         return Fail(argv[0], "this program is started by the embedded servicing API");
+    g_view.sharesLock = fcntl(kMountLock, F_GETFD) >= 0;
     const char* const image = argv[1];
     g_view.shownAs = argv[3];
     g_view.mountPoint = argv[4];
