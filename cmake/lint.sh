@@ -13,9 +13,7 @@ fi
 mapfile -t workflows < <(git ls-files '.github/workflows/*.yml' | sed "s|^|$PWD/|")
 (cd build/workflow_lint && node "$OLDPWD/cmake/workflow_lint/lint.cjs" "${workflows[@]}") || failed=1
 
-# Clang's own builtins with the cross compiler's libraries, so that it reads what g++ reads.
-mapfile -t cross < <(x86_64-w64-mingw32-g++-posix -E -x c++ -v /dev/null 2>&1 >/dev/null |
-    sed -n '/^#include <...>/,/^End of search/{\#/c++\|mingw32/include$#s/^ /--extra-arg=-isystem/p}')
+mapfile -t cross < <(cmake/cross-headers | sed 's/^/--extra-arg=-isystem/')
 mapfile -t windows < <(git ls-files 'src/*.cpp' 'host/*.cpp' 'examples/*.cpp')
 printf '%s\0' "${windows[@]}" | xargs -0 -n 1 -P "$(nproc)" \
     clang-tidy --quiet -p build/release --extra-arg=--target=x86_64-w64-mingw32 \

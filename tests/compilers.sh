@@ -9,8 +9,7 @@ say() { printf '\033[1m== %s\033[0m\n' "$*" >&2; }
 
 say "the public headers"
 strict=(-fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Werror -Iinclude -Itests)
-mapfile -t runtime < <(x86_64-w64-mingw32-g++-posix -E -x c++ -v /dev/null 2>&1 >/dev/null |
-    sed -n '/^#include <...>/,/^End of search/{\#/c++\|mingw32/include$#s/^ /-isystem/p}')
+mapfile -t runtime < <(cmake/cross-headers | sed 's/^/-isystem/')
 gcc_c() { x86_64-w64-mingw32-gcc-posix "$@"; }
 gcc_cpp() { x86_64-w64-mingw32-g++-posix "$@"; }
 clang_c() { clang --target=x86_64-w64-mingw32 "${runtime[@]}" "$@"; }

@@ -50,11 +50,10 @@ def prepare():
 
 def parser_arguments():
     """What makes libclang read the sources as the cross compiler does."""
-    output = run(["x86_64-w64-mingw32-g++-posix", "-E", "-x", "c++", "-v", "/dev/null"]).stderr
     own = run(["clang", "-print-resource-dir"]).stdout.strip()
-    folders = re.findall(r"^ (/\S*(?:/c\+\+\S*|mingw32/include))$", output, re.M)
-    return ["--target=x86_64-w64-mingw32", "-std=c++20", "-nostdinc++", "-resource-dir", own, "-D__USE_MINGW_ANSI_STDIO=0",
-            "-DKESTRO_BUILDING", "-I" + str(TREE / "src"), "-I" + str(ROOT / "include"),
+    folders = run([ROOT / "cmake/cross-headers"], check=True).stdout.splitlines()
+    return ["--target=x86_64-w64-mingw32", "-std=c++20", "-nostdinc++", "-resource-dir", own,
+            "-D__USE_MINGW_ANSI_STDIO=0", "-DKESTRO_BUILDING", "-I" + str(TREE / "src"), "-I" + str(ROOT / "include"),
             "-isystem" + str(TREE / "build/release/generated")] + ["-isystem" + f for f in folders]
 
 

@@ -41,8 +41,6 @@ inline constexpr std::size_t entries = 0x08;
 } // namespace list_field
 
 namespace security_field {
-inline constexpr std::size_t next = 0x08;
-inline constexpr std::size_t previous = 0x0C;
 inline constexpr std::size_t uses = 0x10;
 } // namespace security_field
 
