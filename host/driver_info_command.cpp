@@ -31,7 +31,7 @@ void Show(const Output& out, const DriverDetails& details)
     line("class", package.className + " " + package.classGuid);
     line("provider", package.provider);
     line("version", package.version + "  " + package.date);
-    line("signature", NameOf(package.signature));
+    line("signature", SignatureName(package.signature));
     line("boot critical", package.bootCritical ? "yes" : "no");
     for (const DeviceDetails& device : details.devices)
         line("device", device.hardwareId + "  " + device.description);
@@ -50,7 +50,7 @@ int DriverInfoCommand(const Context& context, const std::wstring& image, const s
         const DriverDetails details = ServicingSession(servicing, FullPath(image)).Driver(asked);
         Show(*context.out, details);
         context.out->Line("The image knows " + Shown(driver));
-        document["package"] = ToJson(details.package);
+        document["package"] = PackageJson(details.package);
         for (const DeviceDetails& device : details.devices)
             document["devices"].push_back(ToJson(device));
     });

@@ -34,7 +34,7 @@ void Show(const Output& out, const std::vector<PackageDetails>& packages, bool d
         if (details)
             rows.push_back({package.publishedName, package.className, package.provider,
                             package.date, package.version, package.bootCritical ? "yes" : "no",
-                            NameOf(package.signature), Shown(package.originalFileName)});
+                            SignatureName(package.signature), Shown(package.originalFileName)});
         else
             rows.push_back({package.publishedName, Shown(package.originalFileName)});
     if (details)
@@ -52,7 +52,7 @@ int ListDirectly(const Context& context, const std::wstring& image, const ListFl
         auto packages = ServicingSession(servicing, image).Packages(flags.all);
         std::sort(packages.begin(), packages.end(), ByName);
         for (const PackageDetails& package : packages)
-            document["packages"].push_back(ToJson(package));
+            document["packages"].push_back(PackageJson(package));
         Show(*context.out, packages, flags.details);
         context.out->Line(std::to_string(packages.size()) +
                           (flags.all ? " packages" : " third-party packages"));

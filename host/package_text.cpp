@@ -4,7 +4,7 @@
 
 namespace kestro::host {
 
-const char* NameOf(PackageDetails::Signature signature)
+const char* SignatureName(PackageDetails::Signature signature)
 {
     switch (signature) {
     case PackageDetails::Signature::Signed:
@@ -17,7 +17,7 @@ const char* NameOf(PackageDetails::Signature signature)
     return "unknown";
 }
 
-nlohmann::json ToJson(const PackageDetails& package)
+nlohmann::json PackageJson(const PackageDetails& package)
 {
     return {{"published_name", package.publishedName},
             {"original_file", Shown(package.originalFileName)},
@@ -30,7 +30,7 @@ nlohmann::json ToJson(const PackageDetails& package)
             {"version", package.version},
             {"in_box", package.inBox},
             {"boot_critical", package.bootCritical},
-            {"signature", NameOf(package.signature)}};
+            {"signature", SignatureName(package.signature)}};
 }
 
 } // namespace kestro::host

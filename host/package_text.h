@@ -5,7 +5,7 @@
 
 namespace kestro::host {
 
-const char* NameOf(PackageDetails::Signature signature);
-nlohmann::json ToJson(const PackageDetails& package);
+const char* SignatureName(PackageDetails::Signature signature);
+nlohmann::json PackageJson(const PackageDetails& package);
 
 } // namespace kestro::host

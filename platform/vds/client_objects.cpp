@@ -16,7 +16,7 @@
 namespace kestro::vds {
 namespace {
 
-std::mutex g_mutex;
+std::mutex g_objectsMutex;
 std::map<DWORD, std::set<ClientObject*>> g_clients;
 
 } // namespace
@@ -26,7 +26,7 @@ void ForgetClient(DWORD client)
 {
     std::vector<ClientObject*> left;
     {
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_objectsMutex);
         for (ClientObject* object : g_clients[client])
             if (object->HoldIfAlive())
                 left.push_back(object);
@@ -69,7 +69,7 @@ DWORD CallingClient()
 void ClientObject::NoteClient()
 {
     const DWORD client = CallingClient();
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_objectsMutex);
     if (client == 0 || !(g_clients.contains(client) || Watch(client)))
         return; // it lives until it is given back
     g_clients[client].insert(this);
@@ -87,7 +87,7 @@ bool ClientObject::HoldIfAlive()
 
 ClientObject::~ClientObject()
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_objectsMutex);
     if (const auto client = g_clients.find(client_); client != g_clients.end())
         client->second.erase(this);
 }

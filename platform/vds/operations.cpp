@@ -7,7 +7,7 @@
 namespace kestro::vds {
 namespace {
 
-std::mutex g_mutex;
+std::mutex g_operationsMutex;
 std::condition_variable g_changed;
 int g_running = 0;
 
@@ -15,20 +15,20 @@ int g_running = 0;
 
 RunningOperation::RunningOperation()
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_operationsMutex);
     ++g_running;
 }
 
 RunningOperation::~RunningOperation()
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_operationsMutex);
     --g_running;
     g_changed.notify_all();
 }
 
 void RunningOperation::WaitForAll()
 {
-    std::unique_lock lock(g_mutex);
+    std::unique_lock lock(g_operationsMutex);
     g_changed.wait(lock, [] { return g_running == 0; });
 }
 

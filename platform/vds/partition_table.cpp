@@ -8,11 +8,11 @@
 namespace kestro::vds {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using DiskBytes = std::vector<std::uint8_t>;
 using Guid = std::array<std::uint8_t, 16>;
 
 template <class Number>
-Number Little(const Bytes& bytes, std::size_t offset)
+Number Little(const DiskBytes& bytes, std::size_t offset)
 {
     Number value = 0;
     for (std::size_t i = 0; i < sizeof value; ++i)
@@ -70,7 +70,7 @@ std::optional<std::vector<MbrEntry>> ReadMbr(RawDisk& disk, std::uint64_t offset
 {
     if (offset + kMbrSize > disk.Size())
         return {};
-    const Bytes sector = disk.ReadBytes(offset, kMbrSize);
+    const DiskBytes sector = disk.ReadBytes(offset, kMbrSize);
     if (sector[510] != 0x55 || sector[511] != 0xAA)
         return {};
     std::vector<MbrEntry> entries;
@@ -116,7 +116,7 @@ std::optional<PartitionTable> ReadMbrTable(RawDisk& disk, const std::vector<MbrE
 {
     PartitionTable table;
     table.style = PartitionStyle::Mbr;
-    const Bytes signature = disk.ReadBytes(kMbrSignature, 4);
+    const DiskBytes signature = disk.ReadBytes(kMbrSignature, 4);
     std::copy(signature.begin(), signature.end(), table.id.begin());
     for (const MbrEntry& entry : entries) {
         if (IsExtended(entry.type))
@@ -154,7 +154,7 @@ PartitionKind KindOfGptEntry(const Guid& type, std::uint64_t attributes)
                                                             : PartitionKind::Data;
 }
 
-Guid GuidAt(const Bytes& bytes, std::size_t offset)
+Guid GuidAt(const DiskBytes& bytes, std::size_t offset)
 {
     Guid guid;
     std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), guid.size(), guid.begin());
@@ -166,7 +166,7 @@ std::optional<PartitionTable> ReadGpt(RawDisk& disk, std::uint64_t headerOffset)
     const std::uint64_t sector = disk.SectorSize();
     if (headerOffset + sector > disk.Size())
         return {};
-    Bytes header = disk.ReadBytes(headerOffset, sector);
+    DiskBytes header = disk.ReadBytes(headerOffset, sector);
     const auto headerSize = Little<std::uint32_t>(header, 12);
     if (std::memcmp(header.data(), "EFI PART", 8) != 0 || headerSize < 92 || headerSize > sector)
         return {};
@@ -184,7 +184,7 @@ std::optional<PartitionTable> ReadGpt(RawDisk& disk, std::uint64_t headerOffset)
     const std::uint64_t size = std::uint64_t{count} * entrySize;
     if (entriesSector > disk.Size() / sector || entriesSector * sector + size > disk.Size())
         return {};
-    const Bytes entries = disk.ReadBytes(entriesSector * sector, size);
+    const DiskBytes entries = disk.ReadBytes(entriesSector * sector, size);
     if (Crc32(entries.data(), entries.size()) != Little<std::uint32_t>(header, 88))
         return {};
 

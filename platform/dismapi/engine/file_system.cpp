@@ -107,7 +107,7 @@ void SyncDirectoryOf(const std::string& path)
 }
 
 // For the text of an error.
-static std::string NameOf(int file)
+static std::string PathOf(int file)
 {
     std::error_code error;
     return fs::read_symlink("/proc/self/fd/" + std::to_string(file), error).string();
@@ -116,28 +116,28 @@ static std::string NameOf(int file)
 void SyncData(int file)
 {
     if (fdatasync(file) != 0)
-        throw SystemError("cannot save " + NameOf(file));
+        throw SystemError("cannot save " + PathOf(file));
 }
 
 std::string ReadRange(int file, unsigned long long offset, std::size_t size)
 {
     struct stat status = {};
     if (fstat(file, &status) != 0)
-        throw SystemError("cannot look at " + NameOf(file));
+        throw SystemError("cannot look at " + PathOf(file));
     // Said before room is made for what may not be there.
     const auto end = static_cast<unsigned long long>(status.st_size);
     if (offset > end || size > end - offset)
         throw ServicingError(code::bad_format,
-                             NameOf(file) + " ends before something that it refers to");
+                             PathOf(file) + " ends before something that it refers to");
     std::string content(size, '\0');
     for (std::size_t done = 0; done < size;) {
         const ssize_t count =
             pread(file, content.data() + done, size - done, static_cast<off_t>(offset + done));
         if (count < 0)
-            throw SystemError("cannot read " + NameOf(file));
+            throw SystemError("cannot read " + PathOf(file));
         if (count == 0)
             throw ServicingError(code::read_fault,
-                                 NameOf(file) + " became shorter while it was read");
+                                 PathOf(file) + " became shorter while it was read");
         done += static_cast<std::size_t>(count);
     }
     return content;
@@ -149,7 +149,7 @@ void WriteRange(int file, unsigned long long offset, std::string_view content)
         const ssize_t count = pwrite(file, content.data() + done, content.size() - done,
                                      static_cast<off_t>(offset + done));
         if (count < 0)
-            throw SystemError("cannot write " + NameOf(file));
+            throw SystemError("cannot write " + PathOf(file));
         done += static_cast<std::size_t>(count);
     }
 }

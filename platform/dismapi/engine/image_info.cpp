@@ -14,7 +14,7 @@ namespace {
 
 // A number as the XML data has it: decimal, or hexadecimal after 0x. Anything else is no number.
 template <class Number>
-Number NumberOf(std::string_view text)
+Number ParseNumber(std::string_view text)
 {
     int base = 10;
     if (text.starts_with("0x") || text.starts_with("0X")) {
@@ -44,7 +44,7 @@ class Properties {
     template <class Number = unsigned>
     Number Value(const std::string& name) const
     {
-        return NumberOf<Number>(Text(name));
+        return ParseNumber<Number>(Text(name));
     }
     std::uint64_t Time(const std::string& name) const
     {
@@ -59,7 +59,7 @@ class Properties {
 void ReadWindows(const Properties& properties, ImageInfo& info)
 {
     if (const std::string architecture = properties.Text("WINDOWS/ARCH"); !architecture.empty())
-        info.architecture = NumberOf<unsigned>(architecture);
+        info.architecture = ParseNumber<unsigned>(architecture);
     info.productName = properties.Text("WINDOWS/PRODUCTNAME");
     info.edition = properties.Text("WINDOWS/EDITIONID");
     info.installationType = properties.Text("WINDOWS/INSTALLATIONTYPE");

@@ -181,7 +181,7 @@ bool TryToLock(const FileDescriptor& file, WhenBusy whenBusy)
     return true;
 }
 
-std::string NameOf(const std::string& folder)
+std::string MountNameOf(const std::string& folder)
 {
     return "kestro-" + fs::path(folder).filename().string();
 }
@@ -189,7 +189,7 @@ std::string NameOf(const std::string& folder)
 std::string LayersPrefix(const std::string& folder, const std::string& image, LayersIn place)
 {
     return place == LayersIn::Record ? folder + "/layers-"
-                                     : image + "." + NameOf(folder) + "-layers-";
+                                     : image + "." + MountNameOf(folder) + "-layers-";
 }
 
 // What is in them is removed in the end: they must be the mount's own.
@@ -219,7 +219,7 @@ void RemoveFolder(const std::string& folder)
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
         if (IsServedElsewhere(entry.path() / "served"))
             return;
-    UnmountNamed(NameOf(folder));
+    UnmountNamed(MountNameOf(folder));
     UnmountBelow(folder);
     EmptyDirectory(folder);
     rmdir(folder.c_str());
@@ -254,7 +254,7 @@ std::string MountEntry::State() const
 
 std::string MountEntry::Name() const
 {
-    return NameOf(folder_);
+    return MountNameOf(folder_);
 }
 
 std::string MountEntry::NewLayers(LayersIn place) const

@@ -9,11 +9,10 @@
 namespace kestro::servicing {
 namespace {
 
-constexpr std::uint32_t kText = 1, kExpandable = 2, kTexts = 7;
-
 bool HoldsText(const RegistrySetting& setting)
 {
-    return setting.type == kText || setting.type == kExpandable || setting.type == kTexts;
+    return setting.type == registry::text || setting.type == registry::expandable ||
+           setting.type == registry::texts;
 }
 
 // Where in UTF-16 text the character is; the end if it is nowhere.
@@ -26,7 +25,7 @@ std::size_t Find(const std::string& text, char character, std::size_t at)
 }
 
 // UTF-16 for the code in UTF-16; empty for what is none of a known directory.
-std::string Directory(const std::string& code, const std::string& folder, bool expandable)
+std::string DirectoryOf(const std::string& code, const std::string& folder, bool expandable)
 {
     std::string digits;
     for (std::size_t at = 0; at + 1 < code.size(); at += 2)
@@ -50,7 +49,7 @@ std::string WithDirectories(const std::string& text, const std::string& folder, 
         if (close >= text.size())
             return result.append(text, at, std::string::npos);
         const std::string directory =
-            Directory(text.substr(open + 2, close - open - 2), folder, expandable);
+            DirectoryOf(text.substr(open + 2, close - open - 2), folder, expandable);
         result.append(text, at, open - at);
         at = close + 2;
         result += directory.empty() ? text.substr(open, at - open) : directory;
@@ -61,7 +60,8 @@ void PutDirectories(std::vector<RegistrySetting>& settings, const std::string& f
 {
     for (auto& setting : settings)
         if (HoldsText(setting))
-            setting.data = WithDirectories(setting.data, folder, setting.type == kExpandable);
+            setting.data =
+                WithDirectories(setting.data, folder, setting.type == registry::expandable);
 }
 
 } // namespace
@@ -75,8 +75,9 @@ DriverPackage WithDirectories(DriverPackage package, const std::string& folder)
             PutDirectories(service.settings, folder);
             // Behind a quotation mark, say; what the whole path begins with is read apart.
             if (service.binary.directory == 0)
-                service.binary.path = TextOf(
-                    {"", kExpandable, WithDirectories(Utf16Of(service.binary.path), folder, true)});
+                service.binary.path =
+                    TextOf({"", registry::expandable,
+                            WithDirectories(Utf16Of(service.binary.path), folder, true)});
             for (auto& log : service.eventLogs)
                 PutDirectories(log.settings, folder);
         }

@@ -12,16 +12,6 @@ namespace kestro::servicing {
 namespace {
 
 using Directory = ReplayPlan::Directory;
-std::string ParentOf(const std::string& path)
-{
-    return path.substr(0, path.rfind('/'));
-}
-
-std::string NameOf(const std::string& path)
-{
-    return path.substr(path.rfind('/'));
-}
-
 // What a WIM keeps of a time.
 long long InWim(long long nanoseconds)
 {

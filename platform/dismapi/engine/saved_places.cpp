@@ -8,16 +8,6 @@
 namespace kestro::servicing {
 namespace {
 
-std::string ParentOf(const std::string& path)
-{
-    return path.substr(0, path.rfind('/'));
-}
-
-std::string NameOf(const std::string& path)
-{
-    return path.substr(path.rfind('/'));
-}
-
 bool IsPlainPath(const std::string& path)
 {
     const std::string closed = path + "/";

@@ -75,6 +75,16 @@ bool PathOrder::operator()(const std::string& left, const std::string& right) co
                                         [&](char a, char b) { return rank(a) < rank(b); });
 }
 
+std::string ParentOf(const std::string& path)
+{
+    return path.substr(0, path.rfind('/'));
+}
+
+std::string NameOf(const std::string& path)
+{
+    return path.substr(path.rfind('/'));
+}
+
 FileState StateOf(const struct statx& status)
 {
     FileState state;

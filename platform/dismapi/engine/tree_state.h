@@ -28,6 +28,8 @@ struct PathOrder {
 
 // Paths are relative to the tree's root, with a leading slash; the root itself is not listed.
 using TreeState = std::map<std::string, FileState, PathOrder>;
+std::string ParentOf(const std::string& path);
+std::string NameOf(const std::string& path); // with its slash
 
 FileState StateOf(const struct statx& status);
 // Calls for everything below the root, a directory before what is in it and with its descriptor, all
