@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include <unknwn.h>
 #include <windows.h>
 
 namespace kestro::library {

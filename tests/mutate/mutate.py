@@ -53,7 +53,7 @@ def parser_arguments():
     own = run(["clang", "-print-resource-dir"]).stdout.strip()
     folders = run([ROOT / "cmake/cross-headers"], check=True).stdout.splitlines()
     return ["--target=x86_64-w64-mingw32", "-std=c++20", "-nostdinc++", "-resource-dir", own,
-            "-D__USE_MINGW_ANSI_STDIO=0", "-DKESTRO_BUILDING", "-I" + str(TREE / "src"), "-I" + str(ROOT / "include"),
+            "-D__USE_MINGW_ANSI_STDIO=0", "-DKESTRO_BUILDING", "-DWIN32_LEAN_AND_MEAN", "-I" + str(TREE / "src"), "-I" + str(ROOT / "include"),
             "-isystem" + str(TREE / "build/release/generated")] + ["-isystem" + f for f in folders]
 
 
