@@ -2,6 +2,7 @@
 // its entries in the prefix.
 #include "class_registration.h"
 #include "disk_list.h"
+#include "kept_stubs.h"
 #include "operations.h"
 #include "service_names.h"
 #include "service_objects.h"
@@ -54,6 +55,7 @@ void WINAPI Serve(DWORD, wchar_t**)
         Report(SERVICE_STOPPED, ERROR_SERVICE_SPECIFIC_ERROR);
         return;
     }
+    KeepStubs();
     Log(L"the disk service is running");
     Report(SERVICE_RUNNING);
     WaitForSingleObject(g_stop, INFINITE);
