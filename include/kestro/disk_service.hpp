@@ -71,6 +71,93 @@ inline std::optional<DWORD> StyleOf(const std::wstring& name)
     return style;
 }
 
+// Keeps the service from its being ready until this ends, and notices whether it died meanwhile: what a call was
+// told then may be nothing but a zero.
+class ServiceWatch {
+  public:
+    explicit ServiceWatch(std::chrono::milliseconds limit = kDiskServicePatience) : limit_(limit)
+    {
+        refusal_ = RefusedByManager();
+        if (refusal_)
+            return;
+        thread_ = std::thread([state = state_] {
+            Hold(*state);
+            state->ended.set_value();
+        });
+        auto ready = state_->ready.get_future();
+        if (ready.wait_for(limit_) == std::future_status::ready) {
+            refusal_ = ready.get();
+        } else {
+            refusal_ = TimedOut();
+            thread_.detach(); // it does not come back
+        }
+    }
+    ~ServiceWatch()
+    {
+        if (!asked_)
+            state_->ask.set_value();
+        if (!thread_.joinable())
+            return;
+        if (state_->ended.get_future().wait_for(limit_) == std::future_status::ready)
+            thread_.join();
+        else
+            thread_.detach();
+    }
+    ServiceWatch(const ServiceWatch&) = delete;
+    ServiceWatch& operator=(const ServiceWatch&) = delete;
+
+    // Why there is no service.
+    const std::optional<Failure>& Refusal() const { return refusal_; }
+    // Once: what tells that it is not the same any more.
+    std::optional<Failure> Lost() const
+    {
+        asked_ = true;
+        state_->ask.set_value();
+        auto lost = state_->lost.get_future();
+        return lost.wait_for(limit_) != std::future_status::ready ? TimedOut() : lost.get();
+    }
+
+  private:
+    struct State {
+        std::promise<std::optional<Failure>> ready, lost;
+        std::promise<void> ask, ended;
+    };
+
+    static std::optional<Failure> TimedOut()
+    {
+        return Failure{"IVdsService::WaitForServiceReady",
+                       static_cast<std::int32_t>(HRESULT_FROM_WIN32(ERROR_TIMEOUT))};
+    }
+
+    // On a thread with COM of its own.
+    static void Hold(State& state)
+    {
+        const HRESULT initialised = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        if (FAILED(initialised)) {
+            state.ready.set_value(Failure{"CoInitializeEx", initialised});
+            return;
+        }
+        try {
+            const auto service = ReadyService();
+            state.ready.set_value({});
+            state.ask.get_future().wait();
+            const HRESULT answer = service->IsServiceReady();
+            state.lost.set_value(FAILED(answer)
+                                     ? std::optional(Failure{"IVdsService::IsServiceReady", answer})
+                                     : std::nullopt);
+        } catch (const Failure& failure) {
+            state.ready.set_value(failure);
+        }
+        CoUninitialize();
+    }
+
+    std::chrono::milliseconds limit_;
+    std::shared_ptr<State> state_ = std::make_shared<State>();
+    std::thread thread_;
+    std::optional<Failure> refusal_;
+    mutable bool asked_ = false;
+};
+
 } // namespace detail::vds
 
 // Has the service started, where it is not, and waits until it is ready, as its documentation asks of its

@@ -135,7 +135,8 @@ class Operations {
         std::string file;
         if (!FitsAnsi("CleanDisk", result, file, outcome))
             return outcome;
-        outcome.failure = AwaitDiskService();
+        const detail::vds::ServiceWatch watch;
+        outcome.failure = watch.Refusal();
         if (outcome.failure)
             return outcome;
         static_cast<Outcome&>(outcome) = Run(result, [&] {
@@ -147,9 +148,14 @@ class Operations {
         detail::SetCleanOutcome(outcome);
         if (outcome.succeeded) {
             const auto last = detail::LastNumberAfter(outcome.report, "Last HRESULT:");
-            outcome.failure = last == kDiskPartiallyCleaned
-                                  ? Failure{"CleanDisk", kDiskPartiallyCleaned}
-                                  : CheckCleaned(disk);
+            if (last == kDiskPartiallyCleaned)
+                outcome.failure = Failure{"CleanDisk", kDiskPartiallyCleaned};
+            else if (options.full && !last) // the disk does not show whether all of it was written
+                outcome.failure = Failure{"CleanDisk", HRESULT_FROM_WIN32(ERROR_READ_FAULT)};
+            else if (auto lost = watch.Lost())
+                outcome.failure = std::move(lost);
+            else
+                outcome.failure = CheckCleaned(disk);
             outcome.succeeded = !outcome.failure;
             // The service could not be asked.
             outcome.certain = outcome.succeeded ||
