@@ -4,6 +4,7 @@
 #include "image_choice.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 
 #include <setupapi.h>
@@ -53,6 +54,25 @@ std::set<std::string> Architectures(const std::wstring& inf)
 }
 
 } // namespace
+
+bool HasCatalog(const std::wstring& inf)
+{
+    const HINF file = SetupOpenInfFileW(inf.c_str(), nullptr, INF_STYLE_WIN4, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return false;
+    bool found = false;
+    for (const wchar_t* key :
+         {L"CatalogFile", L"CatalogFile.NT", L"CatalogFile.NTamd64", L"CatalogFile.NTx86",
+          L"CatalogFile.NTarm64", L"CatalogFile.NTarm"}) {
+        INFCONTEXT line;
+        std::error_code error;
+        if (SetupFindFirstLineW(file, L"Version", key, &line))
+            found = found || std::filesystem::is_regular_file(
+                                 std::filesystem::path(inf).parent_path() / Field(line, 1), error);
+    }
+    SetupCloseInfFile(file);
+    return found;
+}
 
 std::string WhyUnfit(const std::wstring& inf, std::uint32_t imageArchitecture)
 {

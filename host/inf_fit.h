@@ -9,4 +9,7 @@ namespace kestro::host {
 // "for another architecture (arm64)" or "for another Windows version", when the system took neither.
 std::string WhyUnfit(const std::wstring& inf, std::uint32_t imageArchitecture);
 
+// Whether a catalog that the INF names lies beside it.
+bool HasCatalog(const std::wstring& inf);
+
 } // namespace kestro::host

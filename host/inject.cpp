@@ -51,13 +51,16 @@ std::set<std::string> PublishedAs(const std::vector<PackageDetails>& packages,
     return names;
 }
 
-// Added when the image has one more package of that INF's name than before; else it was there.
+// Added when the image has one more package of that INF's name than before; else it was there. One that the
+// image does not show at all is neither.
 void SetAdded(Injected& package, const std::vector<PackageDetails>& before,
               const std::vector<PackageDetails>& after)
 {
-    const auto old = PublishedAs(before, package.inf);
-    package.state = State::AlreadyThere;
-    for (const std::string& name : PublishedAs(after, package.inf))
+    const auto old = PublishedAs(before, package.inf), now = PublishedAs(after, package.inf);
+    package.state = now.empty() ? State::Unknown : State::AlreadyThere;
+    if (now.empty())
+        package.reason = "the image does not show it";
+    for (const std::string& name : now)
         if (old.count(name) == 0) {
             package.state = State::Added;
             package.publishedName = name;
@@ -122,14 +125,25 @@ InjectedImage Injection::Into(const ImageDetails& image, const std::vector<std::
     }
     if (!Mount(result))
         return result;
-    if (!Interrupted()) {
-        if (dryRun_)
-            TryAll(result);
-        else
-            AddAll(result);
+    try {
+        Work(result);
+    } catch (const std::exception& error) {
+        result.error = error.what();
+    } catch (...) {
+        result.error = "an unforeseen failure";
     }
     Unmount(result);
     return result;
+}
+
+void Injection::Work(InjectedImage& result)
+{
+    if (Interrupted())
+        return;
+    if (dryRun_)
+        TryAll(result);
+    else
+        AddAll(result);
 }
 
 // MountWimImage takes the first image only.
@@ -150,19 +164,35 @@ bool Injection::Mount(InjectedImage& result)
         return true;
     result.error = Text(mounted);
     // One of which nobody knows may be mounted all the same.
-    std::string ignored;
     if (!mounted.certain)
-        UnmountOnce(false, ignored);
+        Drop();
     return false;
 }
 
-bool Injection::UnmountOnce(bool save, std::string& error)
+bool Injection::UnmountByLibrary(bool save, std::string& error)
 {
-    const ResultPath file = session_.NextResult();
-    const Outcome outcome = session_.Kestro().Unmount(directory_, save, session_.FilesWith(file));
-    if (!outcome.succeeded)
-        error = Text(outcome);
-    return outcome.succeeded;
+    try {
+        const ResultPath file = session_.NextResult();
+        const Outcome outcome =
+            session_.Kestro().Unmount(directory_, save, session_.FilesWith(file));
+        if (!outcome.succeeded)
+            error = Text(outcome);
+        return outcome.succeeded;
+    } catch (const std::exception& failure) {
+        error = failure.what();
+        return false;
+    }
+}
+
+// By the servicing API itself, which needs no place for a report.
+bool Injection::Drop()
+{
+    const auto failure = WithServicing(
+        context_, [&](const Servicing& servicing) { servicing.Unmount(directory_, false); });
+    constexpr std::int32_t notMounted[] = {static_cast<std::int32_t>(0xC142010B),
+                                           static_cast<std::int32_t>(0xC0040007)};
+    return !failure || std::find(std::begin(notMounted), std::end(notMounted), failure->Code()) !=
+                           std::end(notMounted);
 }
 
 void Injection::Unmount(InjectedImage& result)
@@ -170,15 +200,13 @@ void Injection::Unmount(InjectedImage& result)
     const bool save = !dryRun_ && result.error.empty() && !Interrupted() &&
                       result.Count(State::Added) + result.Count(State::Unknown) != 0;
     std::string error;
-    if (UnmountOnce(save, error)) {
+    if (UnmountByLibrary(save, error)) {
         result.saved = result.saved || save;
         return;
     }
-    std::string left;
-    const bool gone = save && UnmountOnce(false, left);
     if (result.error.empty())
         result.error = error;
-    if (!gone)
+    if (!Drop())
         result.error += "; the image is still mounted in " + Shown(directory_);
 }
 
@@ -210,6 +238,8 @@ bool Injection::AddBatch(InjectedImage& result, const std::vector<Injected*>& ba
     for (const Injected* package : batch)
         list.Add(package->inf);
     const ResultPath file = session_.NextResult();
+    for (Injected* package : batch)
+        package->state = State::Unknown; // until somebody tells
     const DriverListOutcome outcome =
         session_.Kestro().AddDrivers(directory_, list, session_.FilesWith(file));
     if (!outcome.succeeded) {
@@ -266,9 +296,15 @@ void Injection::Judge(Injected& package, std::int32_t code, const ImageDetails& 
     case 0x80070032:
         package.reason = WhyUnfit(package.inf, image.architecture);
         return;
-    case 0x800F0247:
     case 0x800B0100:
-    case 0x800F022F:
+        package.reason = "unsigned";
+        return;
+    case 0x800F022F: // its catalog, or another file
+        package.reason = HasCatalog(package.inf) ? "a file of it is missing" : "unsigned";
+        return;
+    case 0x800F0247: // whatever kept it out of the driver store
+        if (HasCatalog(package.inf))
+            break;
         package.reason = "unsigned";
         return;
     case 0x800F0242:

@@ -48,7 +48,9 @@ class Injection {
   private:
     bool Mount(InjectedImage& result);
     void Unmount(InjectedImage& result);
-    bool UnmountOnce(bool save, std::string& error);
+    bool UnmountByLibrary(bool save, std::string& error);
+    bool Drop();
+    void Work(InjectedImage& result);
     void AddAll(InjectedImage& result);
     bool AddBatch(InjectedImage& result, const std::vector<Injected*>& batch);
     void TryAll(InjectedImage& result);

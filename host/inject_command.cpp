@@ -146,6 +146,26 @@ int Conclude(const Context& context, json document, const std::vector<InjectedIm
     return kExitFailed;
 }
 
+// What is wrong before anything has begun is an error of the arguments; afterwards it is this image's.
+InjectedImage IntoImage(const Context& context, Session& session, const std::wstring& file,
+                        const ImageDetails& image, const std::vector<std::wstring>& infs,
+                        const InjectFlags& flags, bool isFirst)
+{
+    try {
+        const MountFolder folder(flags.scratch.empty() ? std::wstring() : FullPath(flags.scratch));
+        return Injection(context, session, file, folder.Path(), flags.dryRun).Into(image, infs);
+    } catch (const UsageError& error) {
+        if (isFirst)
+            throw;
+        InjectedImage result;
+        result.image = image;
+        for (const std::wstring& inf : infs)
+            result.packages.emplace_back().inf = inf;
+        result.error = error.what();
+        return result;
+    }
+}
+
 } // namespace
 
 int InjectCommand(const Context& context, const std::wstring& image,
@@ -169,9 +189,7 @@ int InjectCommand(const Context& context, const std::wstring& image,
         if (Interrupted())
             break;
         context.out->Line(Shown(file) + ", " + Title(one));
-        const MountFolder folder(flags.scratch.empty() ? std::wstring() : FullPath(flags.scratch));
-        results.push_back(
-            Injection(context, session, file, folder.Path(), flags.dryRun).Into(one, infs));
+        results.push_back(IntoImage(context, session, file, one, infs, flags, results.empty()));
         Show(*context.out, results.back(), flags.dryRun);
     }
     document["elapsed_ms"] = std::chrono::duration_cast<std::chrono::milliseconds>(

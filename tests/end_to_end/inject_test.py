@@ -180,6 +180,22 @@ class SkipsAndFailures(InjectCase):
         self.assertEqual(self.states(document, 2), ["not tried"])
         self.assertEqual(len(self.infs_in(2)), 1)
 
+    def test_a_code_with_many_reasons_is_no_skip(self):
+        self.write("packages/kestrohid.cat", b"this is no catalog")
+        document = self.inject(self.path("packages"), exit_code=1)
+        state, reason = self.reasons(document)["kestrohid.inf"]
+        self.assertEqual(state, "failed")
+        self.assertIn("0x800F0247", reason)
+        self.assertEqual(document["summary"]["added"], len(self.packages) - 1)
+
+    def test_a_result_file_in_the_way_leaves_nothing_mounted(self):
+        for number, state in ((2, "not tried"), (3, "added")):  # where the packages and the unmount report to
+            with self.subTest(number=number):
+                self.write("result%d-%d.ini" % (number, number), "[mine]\r\nkey=value\r\n")
+                document = self.inject(self.packages[0], "--result", self.path("result%d.ini" % number), exit_code=1)
+                self.assertIn("exists already", document["images"][0]["error"])
+                self.assertEqual(self.states(document), [state])
+
     def test_bad_arguments(self):
         before = sha256(self.image)
         for arguments, named in (([self.path("none.inf")], "none.inf"), ([self.scratch], "no INF file"),
