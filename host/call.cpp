@@ -40,6 +40,24 @@ void RequireWritable(const std::wstring& path)
     CloseHandle(file);
 }
 
+std::filesystem::path NumberedResult(const std::wstring& named, int number)
+{
+    std::filesystem::path path = std::filesystem::absolute(named);
+    if (number > 1)
+        path.replace_filename(path.stem().wstring() + L"-" + std::to_wstring(number) +
+                              path.extension().wstring());
+    return path;
+}
+
+// Keys of an earlier call would stay in the file and read like this call's.
+void RequireNew(const std::filesystem::path& path)
+{
+    std::error_code error;
+    if (std::filesystem::exists(path, error) && std::filesystem::file_size(path, error) != 0)
+        throw UsageError("the result file " + Shown(path.wstring()) +
+                         " exists already; name a new one, so that nothing in it is lost");
+}
+
 void RequireAnsi(const std::wstring& path, Form form)
 {
     bool lossy = false;
@@ -91,16 +109,10 @@ ResultPath::ResultPath(const std::wstring& named, int number, Form form) : tempo
         }
         return;
     }
-    std::filesystem::path path = std::filesystem::absolute(named);
-    if (number > 1)
-        path.replace_filename(path.stem().wstring() + L"-" + std::to_wstring(number) +
-                              path.extension().wstring());
+    const std::filesystem::path path = NumberedResult(named, number);
     path_ = path.wstring();
-    // Keys of an earlier call would stay in the file and read like this call's.
+    RequireNew(path);
     std::error_code error;
-    if (std::filesystem::exists(path, error) && std::filesystem::file_size(path, error) != 0)
-        throw UsageError("the result file " + Shown(path_) +
-                         " exists already; name a new one, so that nothing in it is lost");
     if (!std::filesystem::is_directory(path.parent_path(), error))
         throw UsageError("there is no folder " + Shown(path.parent_path().wstring()) +
                          " for the result file");
@@ -112,6 +124,12 @@ ResultPath::~ResultPath()
 {
     if (temporary_)
         DeleteFileW(path_.c_str());
+}
+
+void RequireNewResults(const std::wstring& named, int calls)
+{
+    for (int number = 1; !named.empty() && number <= calls; ++number)
+        RequireNew(NumberedResult(named, number));
 }
 
 Runner FollowingRunner(Follower follower)

@@ -27,6 +27,9 @@ class ResultPath {
     bool temporary_;
 };
 
+// Throws UsageError when one of the files of so many calls is in the way.
+void RequireNewResults(const std::wstring& named, int calls);
+
 // Told each new log line once, and now and then that the call still runs (null), with the time since it began.
 using Follower = std::function<void(const LogLine* line, std::chrono::milliseconds since)>;
 

@@ -43,6 +43,14 @@ CommandLine::CommandLine()
 
 Parsed CommandLine::Parse(std::vector<std::string> arguments)
 {
+    // A script's variable that is empty must not stand for something else.
+    if (std::any_of(arguments.begin(), arguments.end(), [](const std::string& word) {
+            return word.empty() || (word.starts_with("--") && word.ends_with("="));
+        })) {
+        parsed_.exitCode = kExitUsage;
+        parsed_.text = "An argument is empty.\n";
+        return std::move(parsed_);
+    }
     std::reverse(arguments.begin(), arguments.end());
     try {
         app_.parse(arguments);

@@ -59,7 +59,9 @@ int AddMany(Session& session, const std::wstring& image, const std::vector<std::
     ListTotals totals;
     totals.of = infs.size();
     json calls = json::array();
-    for (const DriverBatch& batch : Batches(infs)) {
+    const std::vector<DriverBatch> batches = Batches(infs);
+    session.RequireNewResults(batches.size());
+    for (const DriverBatch& batch : batches) {
         if (Interrupted())
             break;
         session.Out().Progress("Adding " + std::to_string(batch.Infs().size()) + " packages, " +

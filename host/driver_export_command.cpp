@@ -33,11 +33,17 @@ std::vector<PackageDetails> Wanted(const std::vector<PackageDetails>& packages,
     std::vector<PackageDetails> wanted;
     for (const std::wstring& name : names) {
         const bool all = name == L"all";
-        const std::size_t before = wanted.size();
-        for (const PackageDetails& package : packages)
-            if (all ? !package.inBox : SameText(detail::Wide(package.publishedName, CP_UTF8), name))
+        bool found = false;
+        for (const PackageDetails& package : packages) {
+            if (all ? package.inBox : !SameText(detail::Wide(package.publishedName, CP_UTF8), name))
+                continue;
+            found = true;
+            if (std::none_of(wanted.begin(), wanted.end(), [&](const PackageDetails& other) {
+                    return other.publishedName == package.publishedName;
+                }))
                 wanted.push_back(package);
-        if (wanted.size() == before)
+        }
+        if (!found)
             throw UsageError(all ? "the image has no third-party package"
                                  : "the image has no package " + Shown(name));
     }

@@ -8,11 +8,14 @@ namespace {
 
 std::atomic<int> g_guards;
 
-BOOL WINAPI OnControl(DWORD)
+BOOL WINAPI OnControl(DWORD control)
 {
     if (g_guards == 0)
         return FALSE;
     SetEvent(InterruptEvent());
+    // Windows ends a program whose window is closed as soon as this returns.
+    if (control != CTRL_C_EVENT && control != CTRL_BREAK_EVENT)
+        Sleep(INFINITE);
     return TRUE;
 }
 

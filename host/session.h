@@ -15,6 +15,11 @@ class Session {
     const Library& GetLibrary() const { return library_; }
     const Operations& Kestro() const { return operations_; }
     const std::wstring& LogFile() const { return logFile_; }
+    // Before the first of several calls: what is in the way must not be met halfway.
+    void RequireNewResults(std::size_t calls) const
+    {
+        host::RequireNewResults(context_.options.result, static_cast<int>(calls));
+    }
     ResultPath NextResult() { return NextResult(context_.options.GetForm()); }
     ResultPath NextResult(Form form) { return ResultPath(context_.options.result, ++calls_, form); }
     Files FilesWith(const ResultPath& result) const { return {logFile_, result.Text()}; }

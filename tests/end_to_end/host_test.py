@@ -37,7 +37,9 @@ class Usage(KestroCase):
     def test_bad_arguments_are_named_on_standard_error(self):
         for words, named in (([], "subcommand"), (["mont"], "no command mont"), (["driver", "ad"], "no command ad"),
                              (["mount", "a.wim"], "DIR"),
-                             (["unmount", "dir"], "discard"), (["help", "mont"], "mont"),
+                             (["unmount", "dir"], "discard"), (["mount", "", "dir"], "empty"),
+                             (["mount", "a.wim", "dir", "--index", ""], "empty"),
+                             (["mount", "a.wim", "dir", "--index="], "empty"), (["help", "mont"], "mont"),
                              (["unmount", "dir", "--commit", "--discard"], "commit")):
             with self.subTest(words=words):
                 self.assertEqual(self.exit_code(*words), 2, self.output + self.errors)
