@@ -127,9 +127,13 @@ class DamagedHive : public testing::Test {
         std::memcpy(&word, bytes_.data() + at, sizeof word);
         return word;
     }
-    void ExpectRefused(std::size_t at, std::uint32_t word)
+    void Put(std::size_t at, std::uint32_t word)
     {
         std::memcpy(bytes_.data() + at, &word, sizeof word);
+    }
+    void ExpectRefused(std::size_t at, std::uint32_t word)
+    {
+        Put(at, word);
         WriteFile(scratch_ / "hive", bytes_);
         EXPECT_CODE(servicing::HiveFile(scratch_ / "hive").CheckForChanges({"DriverDatabase"}),
                     code::bad_hive);
@@ -170,7 +174,9 @@ TEST_F(DamagedHive, AValueWithDataThatIsNowhere)
 
 TEST_F(DamagedHive, AKeyWithAClassNameThatIsNowhere)
 {
-    ExpectRefused(Key("Install.NT") + 0x34, 0x00FFFFF8);
+    const std::size_t key = Key("Install.NT");
+    Put(key + 0x4C, Word(key + 0x4C) | 2 << 16); // one character of it
+    ExpectRefused(key + 0x34, 0x00FFFFF8);
 }
 
 TEST_F(DamagedHive, AKeyWithFewerSubkeysThanItSays)

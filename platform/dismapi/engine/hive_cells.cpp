@@ -31,7 +31,10 @@ HiveCells::HiveCells(std::string bytes, std::string name)
     bytes_.resize(std::min(bytes_.size(), kHiveBins + HiveWord(bytes_, hive_field::binsSize)));
     if (bytes_.size() < kHiveBins + kBinHeader || bytes_.compare(kHiveBins, 4, "hbin") != 0)
         Refuse("it has no bins");
-    if (HiveWord(bytes_, kMajorVersion) != 1)
+    // Of Windows NT 4 and later; cells were others before.
+    constexpr std::uint32_t first = 3, last = 6;
+    const std::uint32_t minor = HiveWord(bytes_, kMinorVersion);
+    if (HiveWord(bytes_, kMajorVersion) != 1 || minor < first || minor > last)
         Refuse("it is of another format");
     Expect(Root(), "nk");
 }
@@ -46,6 +49,12 @@ HiveCells::Cell HiveCells::Root() const
     return HiveWord(bytes_, kRootField);
 }
 
+bool HiveCells::HasPieces() const
+{
+    constexpr std::uint32_t first = 4;
+    return HiveWord(bytes_, kMinorVersion) >= first;
+}
+
 bool HiveCells::HasHashes() const
 {
     constexpr std::uint32_t first = 5;
@@ -56,7 +65,7 @@ bool HiveCells::HasHashes() const
 std::size_t HiveCells::Place(Cell cell, std::size_t end) const
 {
     const std::size_t place = kHiveBins + cell;
-    if (cell % 4 != 0 || place + 4 > bytes_.size())
+    if (cell % kSmallest != 0 || place + 4 > bytes_.size())
         Refuse("something leads to no cell");
     const auto size = -std::int64_t{static_cast<std::int32_t>(HiveWord(bytes_, place))};
     if (size < std::int64_t{kSmallest} || static_cast<std::size_t>(size) > bytes_.size() - place)
@@ -129,16 +138,28 @@ void HiveCells::FindFree()
         const std::size_t next = bin + HiveWord(bytes_, bin + 8);
         if (bytes_.compare(bin, 4, "hbin") != 0 || next <= bin || next > bytes_.size())
             Refuse("a bin has a wrong size");
-        for (std::size_t cell = bin + kBinHeader; cell < next;) {
-            const auto size = static_cast<std::int32_t>(HiveWord(bytes_, cell));
-            const auto length = static_cast<std::size_t>(std::abs(std::int64_t{size}));
-            if (length < kSmallest || length > next - cell)
-                Refuse("a cell has a wrong size");
-            if (size > 0)
-                free_.emplace(length, static_cast<Cell>(cell - kHiveBins));
-            cell += length;
-        }
+        FindFree(bin + kBinHeader, next);
         bin = next;
+    }
+}
+
+// Free cells that lie together become one.
+void HiveCells::FindFree(std::size_t cell, std::size_t end)
+{
+    std::size_t before = 0; // bytes of free cells that end here
+    while (cell < end) {
+        const auto size = static_cast<std::int32_t>(HiveWord(bytes_, cell));
+        const auto length = static_cast<std::size_t>(std::abs(std::int64_t{size}));
+        if (length < kSmallest || length % kSmallest != 0 || length > end - cell)
+            Refuse("a cell has a wrong size");
+        cell += length;
+        if (size > 0)
+            before += length;
+        if (before != 0 && (size < 0 || cell == end)) {
+            const std::size_t behind = size < 0 ? cell - length : cell;
+            NoteFree(static_cast<Cell>(behind - before - kHiveBins), before);
+            before = 0;
+        }
     }
 }
 

@@ -38,6 +38,8 @@ class HiveCells {
     Cell Allocate(std::size_t room);
     void Free(Cell cell);
 
+    // The hive is one that large values are in pieces in.
+    bool HasPieces() const;
     // The hive is one that lh lists (hashes of whole names) are for.
     bool HasHashes() const;
     const std::string& Content() const { return bytes_; }
@@ -49,6 +51,7 @@ class HiveCells {
   private:
     std::size_t Place(Cell cell, std::size_t end) const;
     void FindFree();
+    void FindFree(std::size_t cell, std::size_t end);
     void AddBin(std::size_t size);
     void NoteFree(Cell cell, std::size_t size);
     void SetSize(Cell cell, std::size_t size, bool used);

@@ -45,6 +45,7 @@ class HiveCheck {
     void ClaimSubkeys(Offset key, const Visit& visit);
     std::size_t ClaimList(Offset list, bool ofLists, const Visit& visit);
     void ClaimValues(Offset key);
+    void ClaimData(Offset data, std::size_t length);
     void ClaimTree(Offset key, int depth);
     using Paths = std::vector<std::string_view>;
     void ClaimWay(Offset key, const Paths& paths);
@@ -74,14 +75,16 @@ HiveCheck::HiveCheck(const std::string& content, const std::string& file)
 {
     if (content.size() < kBins)
         Refuse("it is cut off");
-    for (std::size_t bin = kBins; content.compare(bin, 4, "hbin") == 0;) {
-        const std::size_t end = bin + At<std::uint32_t>(bin + 8);
-        if (end <= bin || end > content.size())
-            Refuse("a bin has a wrong size");
+    for (std::size_t bin = kBins; bin < content.size();) {
+        const std::size_t binSize = At<std::uint32_t>(bin + 8);
+        const std::size_t end = bin + binSize;
+        if (content.compare(bin, 4, "hbin") != 0 || At<std::uint32_t>(bin + 4) != bin - kBins ||
+            binSize == 0 || binSize % kBins != 0 || end > content.size())
+            Refuse("a bin has a wrong size or lies in a wrong place");
         for (std::size_t cell = bin + 0x20; cell + 4 <= end;) {
             const auto size = static_cast<std::int32_t>(At<std::uint32_t>(cell));
             const auto length = static_cast<std::size_t>(std::abs(std::int64_t{size}));
-            if (length < 8 || length % 4 != 0 || length > end - cell)
+            if (length < 8 || length % 8 != 0 || length > end - cell)
                 Refuse("a cell has a wrong size");
             free_[(cell - kBins) / 4] = size < 0;
             cell += length;
@@ -170,9 +173,30 @@ void HiveCheck::ClaimValues(Offset key)
             Refuse("a value's name is too long");
         constexpr std::uint32_t inlined = 0x80000000;
         const auto length = At<std::uint32_t>(kBins + value + 8);
-        if (!(length & inlined))
-            Claim(At<Offset>(kBins + value + 0xC), 4);
+        if (length != 0 && !(length & inlined))
+            ClaimData(At<Offset>(kBins + value + 0xC), length);
     }
+}
+
+// What is large is in pieces.
+void HiveCheck::ClaimData(Offset data, std::size_t length)
+{
+    Claim(data, 4);
+    if (length <= Size(data) - 4)
+        return;
+    constexpr std::size_t largest = 16344;
+    if (length <= largest || Id(data) != "db" || Size(data) < 12)
+        Refuse("a value is cut off");
+    const std::size_t count = At<std::uint16_t>(kBins + data + 6);
+    const auto list = At<Offset>(kBins + data + 8);
+    Claim(list, 4 + count * 4);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t piece = std::min(length, largest);
+        Claim(At<Offset>(kBins + list + 4 + i * 4), 4 + piece);
+        length -= piece;
+    }
+    if (length != 0)
+        Refuse("a value is cut off");
 }
 
 void HiveCheck::ClaimTree(Offset key, int depth)
@@ -182,7 +206,7 @@ void HiveCheck::ClaimTree(Offset key, int depth)
     ClaimRecord(key, "nk", 0x50);
     NameOf(key);
     const auto className = At<Offset>(kBins + key + 0x34);
-    if (className != kNone)
+    if (className != kNone && At<std::uint16_t>(kBins + key + 0x4E) != 0)
         Claim(className, 4);
     ClaimValues(key);
     ClaimSubkeys(key, [&](Offset subkey) { ClaimTree(subkey, depth + 1); });

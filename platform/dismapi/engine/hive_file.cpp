@@ -106,9 +106,9 @@ std::string HiveFile::Data(Cell value) const
         return std::string(cells_.Bytes(data, 4, length));
     // In pieces.
     cells_.Expect(data, "db");
-    const Cell list = cells_.Word(data, 8);
+    const Cell list = cells_.Word(data, pieces_field::list);
     std::string bytes;
-    for (std::size_t i = 0; i < cells_.Half(data, 6); ++i) {
+    for (std::size_t i = 0; i < cells_.Half(data, pieces_field::count); ++i) {
         const std::size_t more = std::min<std::size_t>(kLargestData, length - bytes.size());
         bytes += cells_.Bytes(cells_.Word(list, 4 + i * 4), 4, more);
     }
@@ -134,9 +134,33 @@ std::optional<HiveValue> HiveFile::Value(Key key, const std::string& name) const
     return std::nullopt;
 }
 
+// Windows takes values of that size, the largest that a cell of an old hive may have.
+constexpr std::size_t kLargestValue = 1'000'000;
+
+HiveFile::Cell HiveFile::NewData(std::string_view bytes)
+{
+    const auto filled = [&](std::string_view part, std::size_t behind) {
+        const Cell cell = cells_.Allocate(part.size() + behind);
+        cells_.Put(cell, 4, part);
+        return cell;
+    };
+    if (bytes.size() <= kLargestData || !cells_.HasPieces())
+        return filled(bytes, 0);
+    const std::size_t count = (bytes.size() + kLargestData - 1) / kLargestData;
+    const Cell record = cells_.Allocate(pieces_field::list);
+    const Cell list = cells_.Allocate(count * 4);
+    cells_.Put(record, 4, "db");
+    cells_.PutHalf(record, pieces_field::count, static_cast<std::uint16_t>(count));
+    cells_.PutWord(record, pieces_field::list, list);
+    // Behind a whole piece are four bytes of padding, and hivex takes them for granted behind all.
+    for (std::size_t i = 0; i < count; ++i)
+        cells_.PutWord(list, 4 + i * 4, filled(bytes.substr(i * kLargestData, kLargestData), 4));
+    return record;
+}
+
 HiveFile::Cell HiveFile::NewValue(const HiveValue& value)
 {
-    if (value.data.size() > kLargestData)
+    if (value.data.size() > kLargestValue)
         throw ServicingError(code::invalid_parameter,
                              "the registry value " + value.name + " is too large");
     const StoredName name = NameBytes(value.name);
@@ -152,19 +176,25 @@ HiveFile::Cell HiveFile::NewValue(const HiveValue& value)
         cells_.Put(cell, value_field::data, value.data);
         return cell;
     }
-    const Cell data = cells_.Allocate(length);
-    cells_.Put(data, 4, value.data);
+    const Cell data = NewData(value.data);
     cells_.PutWord(cell, value_field::length, length);
     cells_.PutWord(cell, value_field::data, data);
     return cell;
 }
 
-// Of what is in pieces the pieces stay in the hive: their cells were not checked.
 void HiveFile::FreeValue(Cell value)
 {
     const std::uint32_t length = cells_.Word(value, value_field::length);
-    if (!(length & kInline) && length != 0)
-        cells_.Free(cells_.Word(value, value_field::data));
+    if (!(length & kInline) && length != 0) {
+        const Cell data = cells_.Word(value, value_field::data);
+        if (length > cells_.Room(data)) {
+            const Cell list = cells_.Word(data, pieces_field::list);
+            for (std::size_t i = 0; i < cells_.Half(data, pieces_field::count); ++i)
+                cells_.Free(cells_.Word(list, 4 + i * 4));
+            cells_.Free(list);
+        }
+        cells_.Free(data);
+    }
     cells_.Free(value);
 }
 

@@ -55,7 +55,7 @@ class HiveFile {
     // The subkeys of a key, which its list in the hive may be behind: lists are written last, each once.
     struct Subkeys {
         std::vector<Cell> cells;
-        std::unordered_map<std::string, Cell> byName; // in lower case
+        std::unordered_map<std::u16string, Cell> byName; // in upper case
         bool changed = false;
     };
 
@@ -75,6 +75,7 @@ class HiveFile {
     std::vector<Cell> ValueCells(Cell key) const;
     std::string ValueName(Cell value) const;
     std::string Data(Cell value) const;
+    Cell NewData(std::string_view bytes);
     Cell NewValue(const HiveValue& value);
     void FreeValue(Cell value);
     void SetValueCells(Cell key, const std::vector<Cell>& values);

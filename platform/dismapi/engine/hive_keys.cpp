@@ -44,7 +44,7 @@ HiveFile::Subkeys& HiveFile::SubkeysOf(Key key) const
     if (cells_.Word(cell, key_field::subkeys) != 0)
         ReadList(cells_.Word(cell, key_field::subkeyList), true, subkeys.cells);
     for (const Cell subkey : subkeys.cells)
-        subkeys.byName.emplace(LowerCase(Name(subkey)), subkey);
+        subkeys.byName.emplace(OrderName(subkey), subkey);
     return subkeys_.emplace(key, std::move(subkeys)).first->second;
 }
 
@@ -153,7 +153,8 @@ HiveFile::Key HiveFile::Child(Key parent, const std::string& name) const
     if (!parent)
         return 0;
     const Subkeys& subkeys = SubkeysOf(parent);
-    const auto found = subkeys.byName.find(LowerCase(name));
+    const StoredName stored = NameBytes(name);
+    const auto found = subkeys.byName.find(UpperName(stored.bytes, stored.narrow));
     return found == subkeys.byName.end() ? 0 : found->second;
 }
 
@@ -197,7 +198,7 @@ HiveFile::Key HiveFile::MakeChild(Key parent, const std::string& name)
         return child;
     const Cell key = NewKey(static_cast<Cell>(parent), name);
     Subkeys& subkeys = SubkeysOf(parent);
-    subkeys.byName.emplace(LowerCase(name), key);
+    subkeys.byName.emplace(OrderName(key), key);
     subkeys.cells.push_back(key);
     subkeys.changed = true;
     NoteChange(key);
@@ -215,7 +216,8 @@ void HiveFile::FreeKey(Cell key)
     for (const Cell value : ValueCells(key))
         FreeValue(value);
     SetValueCells(key, {});
-    if (const Cell name = cells_.Word(key, key_field::className); name != HiveCells::kNone)
+    if (const Cell name = cells_.Word(key, key_field::className);
+        name != HiveCells::kNone && cells_.Half(key, key_field::classNameLength) != 0)
         cells_.Free(name);
     const Cell security = cells_.Word(key, key_field::security);
     cells_.Expect(security, "sk");

@@ -23,6 +23,7 @@ inline constexpr std::size_t longestSubkeyName = 0x38; // the upper half is some
 inline constexpr std::size_t longestValueName = 0x40;
 inline constexpr std::size_t largestData = 0x44;
 inline constexpr std::size_t nameLength = 0x4C;
+inline constexpr std::size_t classNameLength = 0x4E;
 inline constexpr std::size_t name = 0x50;
 } // namespace key_field
 
@@ -39,6 +40,11 @@ namespace list_field {
 inline constexpr std::size_t count = 0x06;
 inline constexpr std::size_t entries = 0x08;
 } // namespace list_field
+
+namespace pieces_field {
+inline constexpr std::size_t count = 0x06;
+inline constexpr std::size_t list = 0x08;
+} // namespace pieces_field
 
 namespace security_field {
 inline constexpr std::size_t uses = 0x10;

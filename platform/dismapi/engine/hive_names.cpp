@@ -3,6 +3,9 @@
 
 #include "hive_values.h"
 
+#include <clocale>
+#include <cwctype>
+
 namespace kestro::servicing {
 
 namespace {
@@ -20,18 +23,19 @@ std::u16string Units(std::string_view bytes, bool narrow)
     return units;
 }
 
-// Of the alphabets that names of devices and services are written in.
+// As Windows' table has it: Unicode's, but none of the letters beyond Latin-1 becomes one of it (as the
+// dotless i would), and of Latin-1 only the sharp s and the micro sign stay what they are.
 char16_t Upper(char16_t unit)
 {
-    const auto isIn = [&](char16_t first, char16_t last) { return unit >= first && unit <= last; };
-    if (isIn(u'a', u'z') || (isIn(0xE0, 0xFE) && unit != 0xF7) ||    // Latin
-        (isIn(0x3B1, 0x3C9) && unit != 0x3C2) || isIn(0x430, 0x44F)) // Greek, Cyrillic
+    static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    if ((unit >= u'a' && unit <= u'z') || (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7))
         return static_cast<char16_t>(unit - 0x20);
     if (unit == 0xFF)
         return 0x178;
-    if (isIn(0x450, 0x45F))
-        return static_cast<char16_t>(unit - 0x50);
-    return unit;
+    if (unit < 0x100 || !unicode)
+        return unit;
+    const wint_t upper = towupper_l(unit, unicode);
+    return upper > 0xFF && upper < 0x10000 ? static_cast<char16_t>(upper) : unit;
 }
 
 void AppendUtf8(std::string& text, char32_t character)

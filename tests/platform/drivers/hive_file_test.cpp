@@ -113,6 +113,12 @@ TEST_F(Hives, KeysAreInTheOrderOfUpperCase)
         for (const char* name :
              {"a_b", "AAC", "\xC3\xA4", "b", "aaB", "A_A", "\xC3\x84z", "\xD0\xB6", "\xD0\x96\x31"})
             hive.Make(std::string("Names\\") + name);
+        // Names are the same without regard to case in all alphabets; the dotless i is a letter of its own.
+        for (const auto& [one, other] : std::vector<std::pair<std::string, std::string>>{
+                 {"\xC3\xA4", "\xC3\x84"}, {"\xC5\x99", "\xC5\x98"}, {"\xCF\x82", "\xCE\xA3"}})
+            EXPECT_EQ(hive.Make("Same\\" + one), hive.Make("Same\\" + other)) << one;
+        EXPECT_NE(hive.Make("Same\\\xC4\xB1"), hive.Make("Same\\I"));
+        hive.Remove(hive.Find("Same"));
     });
     EXPECT_EQ(NamesBelow(), (std::vector<std::string>{"aaB", "AAC", "A_A", "a_b", "b", "\xC3\xA4",
                                                       "\xC3\x84z", "\xD0\xB6", "\xD0\x96\x31"}));
@@ -140,7 +146,7 @@ TEST_F(Hives, ValuesOfEverySize)
         hive.Set(key, {servicing::BytesValue("200", "b"),
                        servicing::BytesValue("\xC3\xA4\xE2\x82\xAC", "c")});
         EXPECT_TRUE(hive.RemoveValue(key, "5"));
-        EXPECT_CODE(hive.Set(key, {servicing::BytesValue("x", std::string(16345, 'a'))}),
+        EXPECT_CODE(hive.Set(key, {servicing::BytesValue("x", std::string(1'000'001, 'a'))}),
                     code::invalid_parameter);
     });
     const HiveFile hive(hive_);
@@ -160,31 +166,97 @@ TEST_F(Hives, ValuesOfEverySize)
     EXPECT_EQ(registry["  \xC3\xA4\xE2\x82\xAC"], "BIN 63");
 }
 
-// As Windows stores what is larger than 16344 bytes.
-TEST_F(Hives, AValueInPiecesIsRead)
+// Windows stores what is larger than 16344 bytes in pieces; in hives of old versions it does not.
+TEST_F(Hives, LargeValues)
+{
+    constexpr std::size_t minorVersion = 24;
+    for (const std::uint32_t version : {5u, 3u}) {
+        SCOPED_TRACE(version);
+        std::string empty = MinimalHive();
+        servicing::SetHiveWord(empty, minorVersion, version);
+        servicing::SetHiveChecksum(empty);
+        WriteFile(hive_, empty);
+        for (const std::size_t size : {16345, 2 * 16344, 100'000}) {
+            const std::string data = std::string(size - 1, 'a') + "z";
+            Change([&](HiveFile& hive) {
+                hive.Set(hive.Make("Values"), {servicing::BytesValue("large", data)});
+            });
+            EXPECT_TRUE(HiveFile(hive_).Value(HiveFile(hive_).Find("Values"), "LARGE")->data ==
+                        data);
+            std::string digits;
+            for (const char c : data)
+                digits += c == 'a' ? "61" : "7a";
+            EXPECT_TRUE(ReadRegistry(hive_, "Values")["  large"] == "BIN " + digits);
+            EXPECT_EQ(ReadFile(hive_).find("db", servicing::kHiveBins) != std::string::npos,
+                      version == 5);
+        }
+        // All of its cells are free again.
+        const auto size = fs::file_size(hive_);
+        for (int round = 0; round < 3; ++round)
+            Change([](HiveFile& hive) {
+                const auto key = hive.Find("Values");
+                hive.RemoveValue(key, "large");
+                hive.Set(key, {servicing::BytesValue("large", std::string(100'000, 'b'))});
+            });
+        EXPECT_EQ(fs::file_size(hive_), size);
+    }
+}
+
+TEST_F(Hives, FreeCellsThatLieTogetherBecomeOne)
+{
+    Change([](HiveFile& hive) {
+        for (const char* name : {"1", "2", "3", "4"})
+            hive.Set(hive.Make("Values"), {servicing::BytesValue(name, std::string(900, 'a'))});
+    });
+    const auto size = fs::file_size(hive_);
+    Change([](HiveFile& hive) {
+        for (const char* name : {"1", "2", "3", "4"})
+            hive.RemoveValue(hive.Find("Values"), name);
+    });
+    Change([](HiveFile& hive) {
+        hive.Set(hive.Find("Values"), {servicing::BytesValue("all", std::string(1700, 'a'))});
+    });
+    EXPECT_EQ(fs::file_size(hive_), size);
+}
+
+// Of what Windows accepts: a value without data that names a cell all the same, and a key without a class.
+TEST_F(Hives, CellsThatNothingIsIn)
 {
     using namespace servicing::hive_layout;
     Change([](HiveFile& hive) {
-        hive.Set(hive.Make("Values"), {servicing::BytesValue("large", "12345")});
+        hive.Set(hive.Make("Key"), {servicing::BytesValue("value", "12345")});
     });
     HiveCells cells(ReadFile(hive_), "a hive");
-    const std::string& content = cells.Content();
-    const auto value = static_cast<HiveCells::Cell>(content.find("vk") - 4 - servicing::kHiveBins);
-    const auto record = cells.Allocate(8), list = cells.Allocate(8);
-    const auto first = cells.Allocate(kLargestData), second = cells.Allocate(100);
-    cells.Put(record, 4, "db");
-    cells.PutHalf(record, 6, 2);
-    cells.PutWord(record, 8, list);
-    cells.PutWord(list, 4, first);
-    cells.PutWord(list, 8, second);
-    cells.Put(first, 4, std::string(kLargestData, 'a'));
-    cells.Put(second, 4, std::string(100, 'b'));
-    cells.PutWord(value, value_field::length, kLargestData + 100);
-    cells.PutWord(value, value_field::data, record);
+    const auto cellOf = [&](const char* id) {
+        return static_cast<HiveCells::Cell>(cells.Content().rfind(id) - 4 - servicing::kHiveBins);
+    };
+    cells.PutWord(cellOf("vk"), value_field::length, 0);
+    cells.PutWord(cellOf("vk"), value_field::data, HiveCells::kNone);
+    cells.PutWord(cellOf("nk"), key_field::className, 0);
     WriteFile(hive_, cells.Finished(servicing::FileTimeNow()));
-    const HiveFile hive(hive_);
-    EXPECT_EQ(hive.Value(hive.Find("Values"), "LARGE")->data,
-              std::string(kLargestData, 'a') + std::string(100, 'b'));
+    Change([](HiveFile& hive) {
+        EXPECT_EQ(hive.Value(hive.Find("Key"), "value")->data, "");
+        hive.Remove(hive.Find("Key"));
+    });
+    EXPECT_TRUE(HiveFile(hive_).Children(HiveFile(hive_).Find("")).empty());
+}
+
+TEST_F(Hives, WhatWindowsWouldNotLoadIsNotChanged)
+{
+    const auto refused = [&](std::size_t at, std::uint32_t word) {
+        std::string hive = MinimalHive();
+        servicing::SetHiveWord(hive, at, word);
+        servicing::SetHiveChecksum(hive);
+        WriteFile(hive_, hive);
+        EXPECT_CODE(Change([](HiveFile& file) { file.Make("Key"); }), code::bad_hive);
+    };
+    constexpr std::size_t minorVersion = 24, bin = servicing::kHiveBins;
+    refused(minorVersion, 2);
+    refused(minorVersion, 7);
+    refused(bin + 4, 0x1000); // the bin's own place
+    refused(bin + 8, 0x800);  // and its size
+    // The first cell, of the root: not a multiple of 8.
+    refused(bin + 0x20, 0 - 0x5Cu);
 }
 
 TEST_F(Hives, WhatLiesBehindTheLastBinIsNoPartOfIt)
