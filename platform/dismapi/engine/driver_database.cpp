@@ -64,7 +64,8 @@ void DriverDatabase::WritePackage(const DriverEntry& entry, const std::string& v
     Values strings;
     for (const auto& [token, meaning] : package.modelStrings)
         strings.push_back(TextValue(token, meaning));
-    hive_.Set(hive_.Make(key, "Strings"), strings);
+    if (!strings.empty())
+        hive_.Set(hive_.Make(key, "Strings"), strings);
 }
 
 void DriverDatabase::WriteConfigurations(Key package, const DriverEntry& entry)
@@ -107,7 +108,7 @@ namespace {
 struct RankedId {
     std::string id;
     const DriverModel* model;
-    std::uint8_t place; // 1 for the line's first id, 2 for the others
+    std::uint8_t place; // 1 for the line's hardware id, 2 for the compatible ones
 
     std::pair<std::uint8_t, std::uint8_t> Rank() const { return {place, model->featureScore}; }
 };
@@ -125,14 +126,10 @@ std::vector<RankedId> IdsOf(const DriverPackage& package)
             ids[place->second] = ranked;
     };
     for (const auto& model : package.models) {
-        std::uint8_t place = 1;
-        std::vector<std::string> line{model.hardwareId};
-        line.insert(line.end(), model.compatibleIds.begin(), model.compatibleIds.end());
-        for (const auto& id : line)
-            if (!id.empty()) {
-                add({id, &model, place});
-                place = 2;
-            }
+        if (!model.hardwareId.empty())
+            add({model.hardwareId, &model, 1});
+        for (const auto& id : model.compatibleIds)
+            add({id, &model, 2});
     }
     return ids;
 }

@@ -52,6 +52,14 @@ struct EventLog {
     std::vector<RegistrySetting> settings; // HKR is the event log's key
 };
 
+// What a service section says beside the values that every service has.
+struct ServiceDirective {
+    std::string name;        // "BootFlags"
+    unsigned firstBuild = 0; // of the Windows that understand it
+    std::vector<RegistrySetting>
+        settings; // HKR is the service's key; none if nothing is made of it
+};
+
 // One AddService directive with its section. Texts are UTF-8.
 struct ServiceInstall {
     std::string inf; // the included INF this comes from, in lower case; empty for the package's own
@@ -68,9 +76,8 @@ struct ServiceInstall {
     std::vector<std::string> dependsOnGroups; // without their '+'
     std::string startName;                    // empty unless the INF names an account
     std::vector<RegistrySetting> settings;    // of AddReg; HKR is the service's key
-    std::vector<RegistrySetting> directives;  // of BootFlags and others; HKR is the service's key
-    std::vector<std::string> otherDirectives; // that nothing is made of: "FailureActions"
-    std::vector<EventLog> eventLogs;          // none or one
+    std::vector<ServiceDirective> directives;
+    std::vector<EventLog> eventLogs; // none or one
 };
 
 struct KmdfService {
@@ -90,7 +97,8 @@ struct Configuration {
     std::uint8_t featureScore = 0xFF;            // 0xFF without a FeatureScore directive
     bool hasHardware = false;                    // there is a .HW section
     bool hasWdf = false;                         // there is a .Wdf section
-    bool hasCoInstaller = false;                 // one besides WdfCoInstaller: finish install
+    std::vector<std::string> leftOut; // what the sections say that nothing is made of, as words
+    bool hasCoInstaller = false;      // one besides WdfCoInstaller: finish install
 };
 
 } // namespace kestro::servicing

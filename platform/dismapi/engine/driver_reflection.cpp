@@ -12,8 +12,6 @@ namespace kestro::servicing {
 
 namespace {
 
-constexpr std::uint32_t kWin32 = 0x30;
-
 // Flags of AddService.
 constexpr std::uint32_t kTagToFront = 0x1;
 // With these, a service that is there already keeps these of its values.
@@ -21,12 +19,14 @@ struct KeptValue {
     std::uint32_t flag;
     const char* name;
 };
-constexpr KeptValue kKept[] = {{0x8, "DisplayName"},       {0x10, "Start"},
-                               {0x20, "ErrorControl"},     {0x40, "Group"},
-                               {0x80, "DependOnService"},  {0x80, "DependOnGroup"},
-                               {0x100, "Description"},     {0x1000, "RequiredPrivileges"},
-                               {0x4000, "ServiceSidType"}, {0x8000, "DelayedAutostart"},
-                               {0x40000, "BootFlags"}};
+constexpr KeptValue kKept[] = {
+    {0x8, "DisplayName"},      {0x10, "Start"},         {0x20, "ErrorControl"}, {0x40, "Group"},
+    {0x80, "DependOnService"}, {0x80, "DependOnGroup"}, {0x100, "Description"}};
+constexpr KeptValue kKeptDirectives[] = {
+    {0x1000, "RequiredPrivileges"}, {0x2000, "AddTrigger"},      {0x4000, "ServiceSidType"},
+    {0x8000, "DelayedAutoStart"},   {0x20000, "FailureActions"}, {0x40000, "BootFlags"}};
+// And without this its security.
+constexpr std::uint32_t kOverwritesSecurity = 0x400;
 
 // Windows 10 and later have the framework themselves.
 bool IsFrameworkInstaller(const std::string& name, const ImageWindows& windows)
@@ -69,10 +69,11 @@ std::vector<ReflectedFile> DriverReflection::FilesOf(const DriverEntry& entry)
                 copy.destination.directory == staysInStore ||
                 IsFrameworkInstaller(copy.target, *entry.windows))
                 continue;
-            const std::string folder = PathOnDrive(copy.destination, entry.folder);
+            const std::string folder = PathOnDrive(
+                OnArchitecture(copy.destination, entry.windows->architecture), entry.folder);
             const std::string path = folder + (folder.empty() ? "" : "\\") + copy.target;
             if (known.insert(LowerCase(path)).second)
-                files.push_back({copy.source, path});
+                files.push_back({copy.source, path, copy.flags});
         }
     return files;
 }
@@ -82,7 +83,7 @@ HiveFile::Key DriverReflection::MakeInSet(const std::string& path)
     return hives_.System()->Make(hives_.ControlSet() + "\\" + path);
 }
 
-void DriverReflection::Write(const DriverEntry& entry)
+void DriverReflection::Write(const DriverEntry& entry, const std::vector<ReflectedFile>& files)
 {
     // What an included INF of Windows installs is there.
     for (const auto& configuration : entry.package->configurations)
@@ -97,21 +98,46 @@ void DriverReflection::Write(const DriverEntry& entry)
                     system.Find(hives_.ControlSet() + "\\" + KeyOfService(framework.service)))
                 system.Set(system.Make(service, "Parameters\\Wdf"),
                            {TextValue("KmdfLibraryVersion", framework.libraryVersion)});
+    for (const auto& configuration : entry.package->configurations)
+        leftOut_.insert(configuration.leftOut.begin(), configuration.leftOut.end());
     if (hives_.Software())
-        for (const auto& file : FilesOf(entry))
+        for (const auto& file : files)
             WriteLockdown(entry, file);
+}
+
+// Packages of user-mode drivers say the framework's service, too. One that Windows has of its own accord has
+// no owners and must not go with them.
+bool DriverReflection::IsOwn(const DriverEntry& entry, const ServiceInstall& service) const
+{
+    const HiveFile& system = *hives_.System();
+    const Key there = system.Find(hives_.ControlSet() + "\\" + KeyOfService(service.name));
+    if (!there || !system.Value(there, "Type") || system.Value(there, "Owners"))
+        return true;
+    const std::string program = LowerCase(PathOnDrive(service.binary, entry.folder));
+    const auto files = FilesOf(entry);
+    return LowerCase(ImagePathOf(service, entry.folder)).find(LowerCase(entry.folder)) !=
+               std::string::npos ||
+           std::any_of(files.begin(), files.end(),
+                       [&](const ReflectedFile& file) { return LowerCase(file.path) == program; });
 }
 
 void DriverReflection::WriteService(const DriverEntry& entry, const ServiceInstall& service)
 {
+    // A section that is missing says nothing of a service that may be there.
+    if (service.type == 0) {
+        leftOut_.insert("the service " + service.name + ", which the INF does not describe,");
+        return;
+    }
     HiveFile& system = *hives_.System();
+    const bool own = IsOwn(entry, service);
     const Key key = MakeInSet(KeyOfService(service.name));
     std::vector<HiveValue> values{
         NumberValue("Type", service.type),
         NumberValue("Start", service.start),
         NumberValue("ErrorControl", service.errorControl),
-        ExpandableValue("ImagePath", ImagePathOf(service, entry.folder)),
     };
+    if (const std::string path = ImagePathOf(service, entry.folder); !path.empty())
+        values.push_back(ExpandableValue("ImagePath", path));
     if (!service.displayName.meaning.empty())
         values.push_back(
             TextValue("DisplayName", IndirectText(service.displayName, entry.published)));
@@ -124,11 +150,9 @@ void DriverReflection::WriteService(const DriverEntry& entry, const ServiceInsta
         values.push_back(TextsValue("DependOnService", service.dependsOnServices));
     if (!service.dependsOnGroups.empty())
         values.push_back(TextsValue("DependOnGroup", service.dependsOnGroups));
-    if (!service.startName.empty() || (service.type & kWin32) != 0)
+    if (!service.startName.empty() || IsWin32Service(service))
         values.push_back(
             TextValue("ObjectName", service.startName.empty() ? "LocalSystem" : service.startName));
-    for (const auto& directive : service.directives)
-        values.push_back({directive.name, directive.type, directive.data});
     const auto keeps = [&](const HiveValue& value) {
         return std::any_of(std::begin(kKept), std::end(kKept), [&](const KeptValue& kept) {
             return (service.flags & kept.flag) != 0 && value.name == kept.name &&
@@ -137,18 +161,46 @@ void DriverReflection::WriteService(const DriverEntry& entry, const ServiceInsta
     };
     std::erase_if(values, keeps);
     system.Set(key, values);
-    AddOwner(system, key, entry.published);
+    if (own)
+        AddOwner(system, key, entry.published);
     if (const auto group = system.Value(key, "Group"); group && IsKernelDriver(service))
         ServiceTags(system, hives_.ControlSet())
             .Give(key, TextOf(*group), (service.flags & kTagToFront) != 0);
     // With another start in it, a driver of the boot would not be loaded.
     if (const Key override = system.Child(key, "StartOverride"))
         system.Remove(override);
-    for (const auto& directive : service.otherDirectives)
-        leftOut_.insert("the " + directive + " of the service " + service.name);
+    WriteDirectives(entry, key, service);
     Apply(key, service.settings);
     for (const auto& log : service.eventLogs)
         WriteEventLog(log);
+}
+
+void DriverReflection::WriteDirectives(const DriverEntry& entry, Key key,
+                                       const ServiceInstall& service)
+{
+    HiveFile& system = *hives_.System();
+    const auto isKept = [&](const ServiceDirective& directive) {
+        const RegistrySetting& first = directive.settings.front();
+        const Key there = system.Find(key, first.key);
+        if (!there || !system.Value(there, first.name))
+            return false;
+        return (directive.name == "Security" && !(service.flags & kOverwritesSecurity)) ||
+               std::any_of(std::begin(kKeptDirectives), std::end(kKeptDirectives),
+                           [&](const KeptValue& kept) {
+                               return (service.flags & kept.flag) && directive.name == kept.name;
+                           });
+    };
+    // An image that does not tell its version is taken for the newest Windows.
+    const bool isNewest = entry.windows->major == 0;
+    for (const auto& directive : service.directives) {
+        if (!isNewest && entry.windows->build < directive.firstBuild)
+            continue;
+        if (directive.settings.empty())
+            leftOut_.insert("the " + directive.name + " of the service " + service.name);
+        else if (!isKept(directive))
+            for (const auto& setting : directive.settings)
+                ApplySetting(system, key, setting);
+    }
 }
 
 void DriverReflection::WriteEventLog(const EventLog& log)
@@ -156,11 +208,13 @@ void DriverReflection::WriteEventLog(const EventLog& log)
     Apply(MakeInSet("Services\\EventLog\\" + log.type + "\\" + log.name), log.settings);
 }
 
-bool DriverReflection::HasOwner(const ReflectedFile& file) const
+std::vector<std::string> DriverReflection::OwnersOf(const ReflectedFile& file) const
 {
     HiveFile* const software = hives_.Software();
     const Key locked = software ? software->Find(kLockdownKey) : 0;
-    return locked && software->Child(locked, WithSystemRoot(file.path, '/'));
+    const Key key = locked ? software->Child(locked, WithSystemRoot(file.path, '/')) : 0;
+    const auto owners = key ? software->Value(key, "Owners") : std::nullopt;
+    return owners ? TextsOf(*owners) : std::vector<std::string>();
 }
 
 void DriverReflection::WriteLockdown(const DriverEntry& entry, const ReflectedFile& file)

@@ -13,7 +13,8 @@ namespace kestro::servicing {
 // A file of the package and where Windows has it.
 struct ReflectedFile {
     SourceFile source;
-    std::string path; // below the system drive, '\' between its parts
+    std::string path;        // below the system drive, '\' between its parts
+    std::uint32_t flags = 0; // COPYFLG_ bits
 };
 
 // Packages whose class the boot needs are installed when they are added: their services and files have
@@ -24,10 +25,11 @@ class DriverReflection {
 
     // Files that leave the package's folder.
     static std::vector<ReflectedFile> FilesOf(const DriverEntry& entry);
-    // Whether any package has put the file there.
-    bool HasOwner(const ReflectedFile& file) const;
+    // The packages that have put the file there.
+    std::vector<std::string> OwnersOf(const ReflectedFile& file) const;
 
-    void Write(const DriverEntry& entry);
+    // `files` are those that are copied.
+    void Write(const DriverEntry& entry, const std::vector<ReflectedFile>& files);
     // Windows 7 and earlier find the driver of the boot disk there.
     void WriteCriticalDevices(const DriverEntry& entry);
     // A class that the image does not know yet is described by the package.
@@ -38,7 +40,9 @@ class DriverReflection {
   private:
     using Key = HiveFile::Key;
 
+    bool IsOwn(const DriverEntry& entry, const ServiceInstall& service) const;
     void WriteService(const DriverEntry& entry, const ServiceInstall& service);
+    void WriteDirectives(const DriverEntry& entry, Key key, const ServiceInstall& service);
     void WriteEventLog(const EventLog& log);
     void WriteLockdown(const DriverEntry& entry, const ReflectedFile& file);
     void Apply(Key hkr, const std::vector<RegistrySetting>& settings);

@@ -19,6 +19,7 @@ namespace kestro::servicing {
 
 class DriverSource;
 class ImageHives;
+struct ReflectedFile;
 
 // An INF in Windows\INF, whoever put it there.
 struct PublishedInf {
@@ -92,9 +93,11 @@ class DriverStore {
     void StageMissing(const DriverSource& source, const DriverEntry& entry, bool mend);
     void StagePublished(const DriverSource& source, const DriverEntry& entry);
     bool IsInstalled(const DriverEntry& entry) const;
-    void StageReflected(const DriverSource& source, const DriverEntry& entry);
+    std::vector<ReflectedFile> FilesToInstall(const DriverEntry& entry);
+    void StageReflected(const DriverSource& source, const DriverEntry& entry,
+                        const std::vector<ReflectedFile>& files);
     void WarnOfBootFiles(const DriverSource& source, const DriverEntry& entry) const;
-    void Register(const DriverEntry& entry);
+    void Register(const DriverEntry& entry, const std::vector<ReflectedFile>& installed);
 
     void RemoveUnlocked(const std::string& published, const DriverPackage* described);
     bool IsShared(const PublishedInf& inf) const;

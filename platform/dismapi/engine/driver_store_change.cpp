@@ -101,9 +101,10 @@ AddResult DriverStore::AddUnlocked(const DriverSource& source, bool forceUnsigne
     else
         StageNew(source, entry);
     StagePublished(source, entry);
+    const auto installed = FilesToInstall(entry);
     if (IsInstalled(entry))
-        StageReflected(source, entry);
-    ChangeHives([&] { Register(entry); });
+        StageReflected(source, entry, installed);
+    ChangeHives([&] { Register(entry, installed); });
     return {entry.published, Repository() / entry.folder, same.has_value()};
 }
 

@@ -32,10 +32,31 @@ static bool Differs(const fs::path& now, const fs::path& source)
     return now.empty() || !fs::is_regular_file(now) || ReadWholeFile(now) != ReadWholeFile(source);
 }
 
-void DriverStore::StageReflected(const DriverSource& source, const DriverEntry& entry)
+// Without those that the INF wants copied over none, or over one alone. What the package has put there
+// before is its own.
+std::vector<ReflectedFile> DriverStore::FilesToInstall(const DriverEntry& entry)
+{
+    constexpr std::uint32_t overNone = 0x10, overOneAlone = 0x400;
+    std::vector<ReflectedFile> files;
+    if (!IsInstalled(entry))
+        return files;
+    for (auto& file : DriverReflection::FilesOf(entry)) {
+        const auto owners = DriverReflection(change_->hives).OwnersOf(file);
+        const bool own = std::any_of(owners.begin(), owners.end(), [&](const std::string& owner) {
+            return EqualNames(owner, entry.published);
+        });
+        const bool there = !Now(InImage(root_, file.path)).empty();
+        if (own || !(file.flags & (there ? overNone : overOneAlone)))
+            files.push_back(std::move(file));
+    }
+    return files;
+}
+
+void DriverStore::StageReflected(const DriverSource& source, const DriverEntry& entry,
+                                 const std::vector<ReflectedFile>& files)
 {
     const fs::path folder = source.Package().inf.parent_path();
-    for (const auto& file : DriverReflection::FilesOf(entry)) {
+    for (const auto& file : files) {
         const auto from = FindPath(folder, file.source.Path());
         if (!from)
             throw ServicingError(code::file_not_found,
@@ -47,7 +68,7 @@ void DriverStore::StageReflected(const DriverSource& source, const DriverEntry& 
         const fs::path now = Now(target);
         if (!Differs(now, *from))
             continue;
-        if (!now.empty() && !DriverReflection(change_->hives).HasOwner(file))
+        if (!now.empty() && DriverReflection(change_->hives).OwnersOf(file).empty())
             log_.Warning(entry.published + ": replaces " + file.path +
                          ", which removing the package does not bring back");
         change_->files.CopyTo(*from, target);
@@ -101,11 +122,11 @@ static void Stamped(std::vector<DriverDatabase> databases, const Work& work)
             databases[i].Stamp();
 }
 
-void DriverStore::Register(const DriverEntry& entry)
+void DriverStore::Register(const DriverEntry& entry, const std::vector<ReflectedFile>& installed)
 {
     ImageHives& hives = change_->hives;
     DriverReflection reflection(hives);
-    const bool installed = IsInstalled(entry);
+    const bool boots = IsInstalled(entry);
     Stamped(change_->Databases(), [&] {
         for (auto& database : change_->Databases()) {
             if (database.IsHomeOf(*entry.package, hives.Drivers() != nullptr,
@@ -115,20 +136,20 @@ void DriverStore::Register(const DriverEntry& entry)
                 database.Unregister(entry.published);
         }
         UpdateNumbers();
-        if (installed)
-            reflection.Write(entry);
+        if (boots)
+            reflection.Write(entry, installed);
         reflection.WriteNewClass(*entry.package);
     });
     for (const auto& setting : reflection.LeftOut())
         log_.Warning(entry.published + ": " + setting +
                      " is not written; Windows does that when it installs the device");
     if (hives.HasDriverDatabase()) {
-        if (entry.package->bootCritical && !installed)
+        if (entry.package->bootCritical && !boots)
             log_.Warning(entry.published + ": the image has no SYSTEM hive; the package is only "
                                            "staged, and not installed for the boot");
         return;
     }
-    if (installed)
+    if (boots)
         reflection.WriteCriticalDevices(entry);
     log_.Warning(
         entry.published +

@@ -1,6 +1,7 @@
 // driver_values.cpp - values of the driver database that Windows derives.
 #include "driver_values.h"
 
+#include "reflected_path.h"
 #include "signed_message.h"
 
 #include <algorithm>
@@ -83,7 +84,8 @@ std::vector<std::string> Win32ServicesOf(const Configuration& configuration,
 {
     std::vector<std::string> names;
     for (const auto& service : configuration.services)
-        if (windows.build >= kServer2025 && !EqualNames(service.name, configuration.service))
+        if (windows.build >= kServer2025 && IsWin32Service(service) &&
+            !EqualNames(service.name, configuration.service))
             names.push_back(service.name);
     return names;
 }

@@ -76,6 +76,19 @@ static void ReadCoInstallers(InfReader& reader, const std::string& section,
         configuration.hasCoInstaller = true;
 }
 
+static std::vector<std::string> LeftOut(InfReader& reader, const std::string& section)
+{
+    std::vector<std::string> words;
+    const auto note = [&](const char* ending, const char* directive, const std::string& word) {
+        for (const auto& [inf, line] : reader.Section(section + ending))
+            if (EqualNames(line.Key(), directive) && inf == &reader.Inf())
+                words.push_back(word + line.Value(0));
+    };
+    note(".Services", "DelService", "the removal of the service ");
+    note(".Wdf", "UmdfService", "the user-mode driver ");
+    return words;
+}
+
 Configuration ReadConfiguration(InfReader& reader, const std::string& section,
                                 const InfSourceFiles& sources)
 {
@@ -90,6 +103,7 @@ Configuration ReadConfiguration(InfReader& reader, const std::string& section,
     configuration.hasWdf = reader.Inf().Has(section + ".Wdf");
     configuration.kmdfServices = KmdfServices(reader, reader.Section(section + ".Wdf"));
     configuration.services = ReadServices(reader, reader.Section(section + ".Services"));
+    configuration.leftOut = LeftOut(reader, section);
     for (const auto& service : configuration.services)
         if (service.flags & kAssociatedService)
             configuration.service = service.name;

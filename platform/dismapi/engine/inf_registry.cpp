@@ -180,6 +180,11 @@ RegistrySetting NumberSetting(const std::string& name, std::uint32_t number)
     return Own(name, kNumber, Number(number, 4));
 }
 
+RegistrySetting BytesSetting(const std::string& name, const std::string& bytes)
+{
+    return Own(name, kBytes, bytes);
+}
+
 RegistrySetting TextsSetting(const std::string& name, const std::vector<std::string>& texts)
 {
     return Own(name, kTexts, Texts(texts));

@@ -11,6 +11,7 @@ std::vector<RegistrySetting> ReadSettings(InfReader& reader, const PlacedLines& 
 
 // Values of the HKR key itself.
 RegistrySetting NumberSetting(const std::string& name, std::uint32_t number);
+RegistrySetting BytesSetting(const std::string& name, const std::string& bytes);
 RegistrySetting TextsSetting(const std::string& name, const std::vector<std::string>& texts);
 
 } // namespace kestro::servicing

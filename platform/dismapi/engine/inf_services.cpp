@@ -3,8 +3,7 @@
 
 #include "inf_number.h"
 #include "inf_registry.h"
-
-#include <optional>
+#include "inf_service_directives.h"
 
 namespace kestro::servicing {
 
@@ -38,20 +37,6 @@ static void ReadDependencies(const InfLine& line, ServiceInstall& service)
     }
 }
 
-// What is a value of the service's key by another name. Older Windows do not look at them.
-static std::optional<RegistrySetting> DirectiveOf(const InfLine& line)
-{
-    for (const char* const number : {"BootFlags", "DelayedAutostart", "ServiceSidType"})
-        if (EqualNames(line.Key(), number))
-            return NumberSetting(number, Number(line));
-    if (!EqualNames(line.Key(), "RequiredPrivileges"))
-        return std::nullopt;
-    std::vector<std::string> privileges;
-    for (const auto& [written, privilege] : line.values)
-        privileges.push_back(privilege);
-    return TextsSetting("RequiredPrivileges", privileges);
-}
-
 static void ReadServiceLine(const InfLine& line, ServiceInstall& service)
 {
     const std::string key = LowerCase(line.Key());
@@ -73,10 +58,6 @@ static void ReadServiceLine(const InfLine& line, ServiceInstall& service)
         service.startName = line.Value(0);
     else if (key == "dependencies")
         ReadDependencies(line, service);
-    else if (auto setting = DirectiveOf(line))
-        service.directives.push_back(std::move(*setting));
-    else if (key == "security" || key == "failureactions" || key == "addtrigger")
-        service.otherDirectives.push_back(line.Key());
 }
 
 static EventLog ReadEventLog(InfReader& reader, const PlacedLine& added)
@@ -100,6 +81,7 @@ static ServiceInstall ReadService(InfReader& reader, const PlacedLine& added)
     for (const auto& placed : section)
         ReadServiceLine(placed.line, service);
     service.settings = ReadSettings(reader, section);
+    service.directives = ReadServiceDirectives(reader, section);
     if (!added.line.Value(3).empty())
         service.eventLogs.push_back(ReadEventLog(reader, added));
     return service;

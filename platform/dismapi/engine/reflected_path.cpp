@@ -1,8 +1,6 @@
 // reflected_path.cpp - where an INF's directories are in an installed Windows.
 #include "reflected_path.h"
 
-#include "image_tree.h"
-
 #include <utility>
 
 namespace kestro::servicing {
@@ -73,6 +71,17 @@ std::string Joined(const std::string& folder, const std::string& path)
 bool HasPlace(const DirectoryPath& place)
 {
     return place.directory == kStays || DirectoryOf(place.directory) != nullptr;
+}
+
+DirectoryPath OnArchitecture(const DirectoryPath& place, Architecture architecture)
+{
+    constexpr std::pair<std::uint32_t, std::uint32_t> usual[] = {
+        {16425, 11}, {16426, 16422}, {16428, 16427}};
+    if (architecture == Architecture::X86 || architecture == Architecture::Arm)
+        for (const auto& [of32Bit, directory] : usual)
+            if (place.directory == of32Bit)
+                return {directory, place.path};
+    return place;
 }
 
 std::string PathOnDrive(const DirectoryPath& place, const std::string& folder)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "driver_install.h"
+#include "image_tree.h"
 
 #include <string>
 
@@ -9,6 +10,10 @@ namespace kestro::servicing {
 
 // Whether an offline image tells where a directory is.
 bool HasPlace(const DirectoryPath& place);
+
+// The same on processors that run programs of one kind only: the directories of 32-bit programs are the
+// usual ones there.
+DirectoryPath OnArchitecture(const DirectoryPath& place, Architecture architecture);
 
 // A path below the system drive, '\' between its parts: "Windows\System32\drivers\x.sys". Empty for a
 // directory without a place, and for the drive itself. `folder` is the package's in the repository.
@@ -24,6 +29,12 @@ constexpr bool IsKernelDriver(const ServiceInstall& service)
 {
     constexpr std::uint32_t drivers = 0x0F; // kernel, file system, adapter, recogniser
     return (service.type & drivers) != 0;
+}
+
+constexpr bool IsWin32Service(const ServiceInstall& service)
+{
+    constexpr std::uint32_t programs = 0x30; // of its own process, of a shared one
+    return (service.type & programs) != 0;
 }
 
 } // namespace kestro::servicing

@@ -85,7 +85,7 @@ TEST_F(Registries, AServiceHasItsDirectivesAndItsPackagesFolder)
     servicing::RegistrySetting setting = service.settings[0];
     setting.key = "";
     setting.name = "BootFlags";
-    service.directives = {setting};
+    service.directives = {{"BootFlags", 0, {setting}}};
     setting.name = "Help";
     setting.type = 2;
     setting.data = servicing::Utf16Of("%13%\\help.dll") + std::string(2, '\0');

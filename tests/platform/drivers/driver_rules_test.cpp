@@ -1,6 +1,7 @@
 // driver_rules_test.cpp - from an INF to the hives and files, rule by rule, of a boot package of the maker
 // "Kestro Samples".
 #include "driver_case.h"
+#include "driver_reflection.h"
 #include "inf_package.h"
 
 namespace kestro::test {
@@ -41,6 +42,14 @@ class Rules : public DriverCase {
         auto database = Database("SYSTEM");
         return database[servicing::LowerCase("DriverPackages\\" + added.folder.filename().string() +
                                              value)];
+    }
+    void SetBuild(unsigned build) const
+    {
+        MergeRegistry(Hive("SOFTWARE"), "[\\Microsoft\\Windows NT\\CurrentVersion]\n"
+                                        "\"CurrentMajorVersionNumber\"=dword:0000000a\n"
+                                        "\"CurrentMinorVersionNumber\"=dword:00000000\n"
+                                        "\"CurrentBuildNumber\"=\"" +
+                                            std::to_string(build) + "\"\n\n");
     }
     std::string Log() const { return ReadFile(folder_ / "log"); }
     bool IsLogged(const std::string& text) const { return Log().find(text) != std::string::npos; }
@@ -184,13 +193,168 @@ TEST_F(Rules, FilesGoWhereTheirListsAreSent)
 
 TEST_F(Rules, WhatIsNotWrittenIsLogged)
 {
-    AddDevice(std::string(kService) + "Security=\"D:P(A;;GA;;;SY)\"\nAddReg=Settings\n"
-                                      "[Settings]\nHKLM,SOFTWARE\\Kestro Samples,Name,,a\n"
-                                      "HKLM,SYSTEM\\CurrentControlSet\\Control\\Kestro,Name,,a\n");
+    AddDevice(std::string(kService) +
+              "Security=\"D:P(A;;GA;;;DA)\"\nAddReg=Settings\nBitReg=Bits\n"
+              "[Settings]\nHKLM,SOFTWARE\\Kestro Samples,Name,,a\n"
+              "HKLM,SYSTEM\\CurrentControlSet\\Control\\Kestro,Name,,a\n"
+              "[Install.Services]\nDelService=ksold\n[Install.Wdf]\nUmdfService=ksuser,Umdf\n");
     EXPECT_TRUE(IsLogged("HKLM\\SOFTWARE\\Kestro Samples is not written"));
+    // An image does not tell its domain's administrators.
     EXPECT_TRUE(IsLogged("the Security of the service kssample is not written"));
+    EXPECT_TRUE(IsLogged("the BitReg of the service kssample is not written"));
+    EXPECT_TRUE(IsLogged("the removal of the service ksold is not written"));
+    EXPECT_TRUE(IsLogged("the user-mode driver ksuser is not written"));
     EXPECT_FALSE(IsLogged("CurrentControlSet"));
     EXPECT_EQ(Registry("SYSTEM", "ControlSet002\\Control\\Kestro")["  name"], "SZ a");
+}
+
+// --- services ------------------------------------------------------------------------------------------
+
+TEST_F(Rules, WhatAServiceIsToDoWhenItFailsAndWhatStartsIt)
+{
+    AddDevice("[Install.Services]\nAddService=kshelper,0x2000,Service\n[Service]\n"
+              "ServiceType=0x10\nStartType=3\nErrorControl=1\nServiceBinary=%11%\\kshelper.exe\n"
+              "FailureActions=Fail\nAddTrigger=Port,Disk\n"
+              "[Fail]\nResetPeriod=86400\nNonCrashFailures=1\nAction=1,60000\nAction=0,0\n"
+              "[Port]\nTriggerType=1\nAction=1\n"
+              "SubType={86e0d1e0-8089-11d0-9ce4-08003e301f73}\n"
+              "[Disk]\nTriggerType=1\nAction=2\n"
+              "SubType={53f56307-b6bf-11d0-94f2-00a0c91efb8b}\nDataItem=2,\"KS\\A\"\n");
+    EXPECT_EQ(Service("kshelper", "FailureActions"), "BIN 8051010000000000000000000200000014000000"
+                                                     "0100000060ea00000000000000000000");
+    EXPECT_EQ(Service("kshelper", "FailureActionsOnNonCrashFailures"), "DW 0x1");
+    EXPECT_EQ(Service("kshelper\\TriggerInfo\\0", "GUID"), "BIN e0d1e0868980d0119ce408003e301f73");
+    EXPECT_EQ(Service("kshelper\\TriggerInfo\\0", "Data0"), "");
+    EXPECT_EQ(Service("kshelper\\TriggerInfo\\1", "Type"), "DW 0x1");
+    EXPECT_EQ(Service("kshelper\\TriggerInfo\\1", "Action"), "DW 0x2");
+    EXPECT_EQ(Service("kshelper\\TriggerInfo\\1", "Data0"), "BIN 4b0053005c0041000000");
+    EXPECT_EQ(Service("kshelper\\TriggerInfo\\1", "DataType0"), "DW 0x2");
+}
+
+TEST_F(Rules, DirectivesThatTheImagesWindowsDoesNotUnderstand)
+{
+    SetBuild(17763);
+    AddDevice("[Install.Services]\nAddService=kshelper,,Service\n[Service]\nServiceType=0x10\n"
+              "StartType=3\nErrorControl=1\nServiceBinary=%11%\\kshelper.exe\n"
+              "FailureActions=Fail\nAddTrigger=Port\nServiceSidType=1\nBootFlags=4\n"
+              "RequiredPrivileges=SeAuditPrivilege\n[Fail]\nAction=1,0\n[Port]\nTriggerType=1\n");
+    const auto service = Registry("SYSTEM", "ControlSet002\\Services\\kshelper");
+    for (const char* value :
+         {"  failureactions", "triggerinfo\\0  type", "  servicesidtype", "  bootflags"})
+        EXPECT_FALSE(service.contains(value)) << value;
+    EXPECT_EQ(Service("kshelper", "RequiredPrivileges"), "MSZ SeAuditPrivilege");
+}
+
+// The form that the service control manager keeps, as exports of many services show it.
+TEST_F(Rules, WhoMayDoWhatWithAService)
+{
+    const std::string install = "[Install.Services]\nAddService=kssample,2,Service\n[Service]\n"
+                                "ServiceType=1\nStartType=3\nErrorControl=1\n"
+                                "ServiceBinary=%12%\\kssample.sys\n"
+                                "Security=\"D:P(A;;GA;;;SY)(D;OICI;CCLC;;;BA)"
+                                "(A;;0x2008d;;;S-1-5-80-1-2)\"\n";
+    AddDevice(install);
+    const std::string head = "BIN 01001480800000008c000000140000003000000002001c0001000000"
+                             "02801400ff010f00010100000000000100000000";
+    EXPECT_EQ(Service("kssample\\Security", "Security"),
+              head + "0200500003000000"
+                     "00001400ff010f00010100000000000512000000"
+                     "010318000500000001020000000000052000000020020000"
+                     "00001c008d00020001030000000000055000000001000000"
+                     "02000000"
+                     "010100000000000512000000"
+                     "010100000000000512000000");
+    Remove("oem0.inf");
+    MergeRegistry(Hive("SYSTEM"), "[\\ControlSet002\\Services\\kssample]\n\n"
+                                  "[\\ControlSet002\\Services\\kssample\\Security]\n"
+                                  "\"Security\"=hex(3):01\n\n");
+    AddDevice(install);
+    EXPECT_EQ(Service("kssample\\Security", "Security"), "BIN 01");
+}
+
+TEST_F(Rules, AServiceThatTheInfDoesNotDescribe)
+{
+    MergeRegistry(Hive("SYSTEM"), "[\\ControlSet002\\Services\\ksthere]\n\"Type\"=dword:00000001\n"
+                                  "\"Start\"=dword:00000003\n\n");
+    const auto before = Registry("SYSTEM", "ControlSet002\\Services\\ksthere");
+    const auto added = AddDevice("[Install.Services]\nAddService=ksthere,2,Nowhere\n");
+    EXPECT_EQ(Registry("SYSTEM", "ControlSet002\\Services\\ksthere"), before);
+    EXPECT_EQ(OfPackage(added, "\\configurations\\install  service"), "SZ ksthere");
+    EXPECT_TRUE(IsLogged("the service ksthere, which the INF does not describe, is not written"));
+}
+
+TEST_F(Rules, AServiceOfWindowsOutlivesThePackagesThatNameIt)
+{
+    const std::string install = "[Install.Services]\nAddService=ksframework,0x1fa,Service\n"
+                                "[Service]\nServiceType=1\nStartType=3\nErrorControl=1\n"
+                                "ServiceBinary=%12%\\ksframework.sys\n";
+    MergeRegistry(Hive("SYSTEM"),
+                  "[\\ControlSet002\\Services\\ksframework]\n\"Type\"=dword:00000001\n"
+                  "\"Start\"=dword:00000001\n\n");
+    AddDevice(install);
+    EXPECT_EQ(Service("ksframework", "Owners"), "");
+    Remove("oem0.inf");
+    EXPECT_EQ(Service("ksframework", "Start"), "DW 0x1");
+    // Where Windows has none, it comes and goes with the package.
+    MergeRegistry(Hive("SYSTEM"), "[-\\ControlSet002\\Services\\ksframework]\n\n");
+    AddDevice(install);
+    EXPECT_EQ(Service("ksframework", "Owners"), "MSZ oem0.inf");
+    Remove("oem0.inf");
+    EXPECT_EQ(Service("ksframework", "Start"), "");
+}
+
+TEST_F(Rules, OnlyProgramsAreAmongTheServicesThatServer2025Names)
+{
+    SetBuild(26100);
+    const auto added = AddDevice(std::string(kService) +
+                                 "[Install.Services]\nAddService=ksfilter,,Filter\n"
+                                 "AddService=kshelper,,Helper\n"
+                                 "[Filter]\nServiceType=1\nServiceBinary=%12%\\ksfilter.sys\n"
+                                 "[Helper]\nServiceType=0x10\nServiceBinary=%11%\\ks.exe\n");
+    EXPECT_EQ(OfPackage(added, "\\configurations\\install  win32services"), "MSZ kshelper");
+}
+
+// --- devices and files ---------------------------------------------------------------------------------
+
+TEST_F(Rules, ALineWithCompatibleIdsAlone)
+{
+    AddInf("[Manufacturer]\nKestro Samples=Models,NTamd64\n[Models.NTamd64]\n"
+           "Sample=A,,ROOT\\COMPATIBLE\n[A]\n");
+    EXPECT_EQ(Database("SYSTEM")["deviceids\\root\\compatible  oem0.inf"], "BIN 02ff0000");
+}
+
+TEST_F(Rules, FilesThatAreCopiedOverNoneOrOverOneAlone)
+{
+    const fs::path drivers = In("Windows/System32/drivers");
+    WriteFile(drivers / "ksthere.dat", "there");
+    WriteFile(drivers / "ksold.dat", "old");
+    AddDevice("CopyFiles=Files\n[Files]\nksthere.dat,,,0x10\nksnew.dat,,,0x10\n"
+              "ksold.dat,,,0x400\nksnone.dat,,,0x400\n[DestinationDirs]\nFiles=12\n",
+              {"ksthere.dat", "ksnew.dat", "ksold.dat", "ksnone.dat"});
+    EXPECT_EQ(ReadFile(drivers / "ksthere.dat"), "there");
+    EXPECT_EQ(ReadFile(drivers / "ksnew.dat"), "the content of ksnew.dat");
+    EXPECT_EQ(ReadFile(drivers / "ksold.dat"), "the content of ksold.dat");
+    EXPECT_FALSE(fs::exists(drivers / "ksnone.dat"));
+    auto locked = Registry("SOFTWARE", servicing::kLockdownKey);
+    EXPECT_FALSE(locked.contains("%systemroot%/system32/drivers/ksthere.dat  owners"));
+    EXPECT_TRUE(locked.contains("%systemroot%/system32/drivers/ksnew.dat  owners"));
+    EXPECT_FALSE(locked.contains("%systemroot%/system32/drivers/ksnone.dat  owners"));
+    Remove("oem0.inf");
+    EXPECT_EQ(ReadFile(drivers / "ksthere.dat"), "there");
+}
+
+TEST_F(Rules, A32BitWindowsHasTheUsualDirectoriesFor32BitPrograms)
+{
+    auto package = MakeBootPackage("disk");
+    package.configurations[0].copies[0].destination = {16425, "ks"};
+    servicing::ImageWindows windows;
+    servicing::DriverEntry entry;
+    entry.package = &package;
+    entry.windows = &windows;
+    const auto path = [&] { return servicing::DriverReflection::FilesOf(entry).at(0).path; };
+    EXPECT_EQ(path(), "Windows\\SysWOW64\\ks\\disk.sys");
+    windows.architecture = servicing::Architecture::X86;
+    EXPECT_EQ(path(), "Windows\\System32\\ks\\disk.sys");
 }
 
 TEST_F(Rules, AFileThatIsReplacedIsLogged)

@@ -177,13 +177,16 @@ TEST(InfServices, ValuesThatAreDirectives)
                              .services.at(0);
     std::string names;
     for (const auto& directive : service.directives) {
-        EXPECT_EQ(directive.root + directive.key, "HKR");
-        names += directive.name + " ";
+        const auto& setting = directive.settings.at(0);
+        EXPECT_EQ(setting.root + setting.key, "HKR");
+        names += setting.name + " " + std::to_string(directive.firstBuild) + " ";
     }
-    EXPECT_EQ(names, "BootFlags ServiceSidType DelayedAutostart RequiredPrivileges ");
-    EXPECT_EQ(service.directives[0].data, std::string("\x14\0\0\0", 4));
-    EXPECT_EQ(service.directives[3].type, 7u);
-    EXPECT_EQ(service.directives[3].data,
+    EXPECT_EQ(names,
+              "BootFlags 25381 ServiceSidType 19041 DelayedAutostart 19041 RequiredPrivileges 0 ");
+    EXPECT_EQ(service.directives[0].settings[0].data, std::string("\x14\0\0\0", 4));
+    const auto& privileges = service.directives[3].settings[0];
+    EXPECT_EQ(privileges.type, 7u);
+    EXPECT_EQ(privileges.data,
               Wide("SeAuditPrivilege") + Wide("SeBackupPrivilege") + std::string(2, '\0'));
     EXPECT_TRUE(service.settings.empty());
 }
