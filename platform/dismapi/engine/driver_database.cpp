@@ -37,9 +37,10 @@ void DriverDatabase::WritePackage(const DriverEntry& entry, const std::string& v
         TextValue("SignerName", SignerNameOf(entry)),
         NumberValue("SignerScore", SignerScoreOf(entry)),
         NumberValue("StatusFlags", StatusFlagsOf(entry)),
-        BytesValue("Version", version),
     };
-    // What is known of the first import stays.
+    // What is known of the first import stays, and of a version how it ends.
+    if (!hive_.Value(key, "Version"))
+        values.push_back(BytesValue("Version", version));
     if (!hive_.Value(key, "OemPath"))
         values.push_back(TextValue("OemPath", package.origin));
     if (!hive_.Value(key, "ImportDate"))
@@ -159,14 +160,17 @@ void DriverDatabase::WriteDeviceIds(const DriverEntry& entry)
 
 // --- away ----------------------------------------------------------------------------------------
 
-// Registered with what is not so any more, or never was: by another version of this database's writer.
+// Registered with what is not so any more, or never was: by another version of this database's writer. What
+// Windows ends a version with is not known.
 bool DriverDatabase::IsStale(const DriverEntry& entry, const std::string& version) const
 {
     const auto folder = FolderOf(entry.published);
     if (!folder)
         return false;
     const auto there = hive_.Value(Find("DriverPackages\\" + *folder), "Version");
-    return !EqualNames(*folder, entry.folder) || !there || there->data != version;
+    constexpr std::size_t known = 40;
+    return !EqualNames(*folder, entry.folder) || !there || there->data.size() != version.size() ||
+           there->data.compare(0, known, version, 0, known) != 0;
 }
 
 bool DriverDatabase::Unregister(const std::string& published)

@@ -125,7 +125,7 @@ void DriverReflection::WriteService(const DriverEntry& entry, const ServiceInsta
 {
     // A section that is missing says nothing of a service that may be there.
     if (service.type == 0) {
-        leftOut_.insert("the service " + service.name + ", which the INF does not describe,");
+        leftOut_.insert("the service " + service.name + ", which the INF does not describe");
         return;
     }
     HiveFile& system = *hives_.System();

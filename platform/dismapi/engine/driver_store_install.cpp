@@ -142,7 +142,7 @@ void DriverStore::Register(const DriverEntry& entry, const std::vector<Reflected
     });
     for (const auto& setting : reflection.LeftOut())
         log_.Warning(entry.published + ": " + setting +
-                     " is not written; Windows does that when it installs the device");
+                     " is not written; Windows may make up for it when it installs the device");
     if (hives.HasDriverDatabase()) {
         if (entry.package->bootCritical && !boots)
             log_.Warning(entry.published + ": the image has no SYSTEM hive; the package is only "

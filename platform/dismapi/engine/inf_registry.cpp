@@ -133,10 +133,18 @@ std::optional<RegistrySetting> PlaceOf(const InfLine& line)
     return setting;
 }
 
-// A value, or a key with all below it. The root itself is never deleted.
-std::optional<RegistrySetting> Deletion(RegistrySetting setting, bool keyAlone)
+// A text of a value, a value, or a key with all below it. The root itself is never deleted.
+std::optional<RegistrySetting> Deletion(RegistrySetting setting, std::uint32_t flags,
+                                        const InfLine& line)
 {
-    if (keyAlone)
+    constexpr std::uint32_t ofTexts = 0x00018002;
+    if ((flags & ofTexts) == ofTexts) {
+        setting.action = Action::Remove;
+        setting.type = kTexts;
+        setting.data = Texts(line);
+        return setting;
+    }
+    if (flags & kKeyOnlyCommon)
         setting.name.clear();
     if (setting.name.empty() && setting.key.empty())
         return std::nullopt;
@@ -151,7 +159,7 @@ std::optional<RegistrySetting> SettingOf(const InfLine& line, bool deletes)
         return std::nullopt;
     const auto flags = static_cast<std::uint32_t>(InfNumber(line.Value(kFlags)));
     if (deletes || (flags & kDelete))
-        return Deletion(std::move(*setting), flags & kKeyOnlyCommon);
+        return Deletion(std::move(*setting), flags, line);
     setting->type = TypeOf(flags);
     setting->action = ActionOf(line, flags, setting->type);
     if (setting->action == Action::MakeKey) {

@@ -14,6 +14,7 @@ struct RegistrySetting {
         SetIfThere,  // sets the value only where the key has it
         Append,      // adds the texts of `data` to a REG_MULTI_SZ value that lacks them
         MakeKey,     // makes the key and leaves its values
+        Remove,      // takes the texts of `data` out of a REG_MULTI_SZ value
         DeleteValue,
         DeleteKey, // with all below it
     };

@@ -1,6 +1,8 @@
 // registry_settings.cpp - does to a hive what a line of an INF's AddReg section says.
 #include "registry_settings.h"
 
+#include "image_tree.h"
+
 #include <algorithm>
 
 namespace kestro::servicing {
@@ -11,9 +13,21 @@ static void Append(HiveFile& hive, HiveFile::Key key, const RegistrySetting& set
     const auto there = hive.Value(key, setting.name);
     std::vector<std::string> texts = there ? TextsOf(*there) : std::vector<std::string>();
     for (const auto& text : TextsOf({setting.name, setting.type, setting.data}))
-        if (std::find(texts.begin(), texts.end(), text) == texts.end())
+        if (std::none_of(texts.begin(), texts.end(),
+                         [&](const std::string& one) { return EqualNames(one, text); }))
             texts.push_back(text);
     hive.Set(key, {TextsValue(setting.name, texts)});
+}
+
+static void RemoveTexts(HiveFile& hive, HiveFile::Key key, const RegistrySetting& setting)
+{
+    std::vector<std::string> texts = TextsOf(*hive.Value(key, setting.name));
+    std::size_t removed = 0;
+    for (const auto& text : TextsOf({setting.name, setting.type, setting.data}))
+        removed +=
+            std::erase_if(texts, [&](const std::string& one) { return EqualNames(one, text); });
+    if (removed != 0)
+        hive.Set(key, {TextsValue(setting.name, texts)});
 }
 
 void ApplySetting(HiveFile& hive, HiveFile::Key root, const RegistrySetting& setting)
@@ -36,6 +50,10 @@ void ApplySetting(HiveFile& hive, HiveFile::Key root, const RegistrySetting& set
         break;
     case Action::Append:
         Append(hive, hive.Make(root, setting.key), setting);
+        break;
+    case Action::Remove:
+        if (has)
+            RemoveTexts(hive, there, setting);
         break;
     case Action::MakeKey:
         hive.Make(root, setting.key);

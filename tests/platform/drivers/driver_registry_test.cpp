@@ -326,6 +326,20 @@ TEST_F(Mended, AWrongVersionOfAPackageThatIsOnlyStaged)
     EXPECT_TRUE(Snapshot() == whole);
 }
 
+TEST_F(Mended, WhatWindowsEndsAVersionWithStays)
+{
+    const std::string package =
+        "DriverDatabase\\DriverPackages\\" + added_.folder.filename().string();
+    Change("SYSTEM", [&](servicing::HiveFile& file) {
+        auto version = *file.Value(file.Find(package), "Version");
+        version.data[42] = 0x40;
+        file.Set(file.Find(package), {version, servicing::TextValue("Another", "of Windows")});
+    });
+    whole_ = Snapshot();
+    EXPECT_TRUE(Add(package_).alreadyThere);
+    EXPECT_TRUE(Snapshot() == whole_);
+}
+
 // --- one session ---------------------------------------------------------------------------------------
 
 TEST_F(Registries, ASessionSeesWhatItHasNotSaved)
