@@ -19,13 +19,13 @@ constexpr unsigned kWindows10Of2004 = 19041;
 constexpr unsigned kWindows11Of22H2 = 22621;
 constexpr unsigned kWithBootFlags = 25381;
 
-std::uint32_t Number(const InfLine& line, std::size_t index = 0)
+std::uint32_t FieldNumber(const InfLine& line, std::size_t index = 0)
 {
     return static_cast<std::uint32_t>(InfNumber(line.Value(index)));
 }
 
 // The service control manager's own record of what to do when the service fails.
-ServiceDirective FailureActions(const PlacedLines& section)
+ServiceDirective FailureDirective(const PlacedLines& section)
 {
     constexpr std::uint32_t never = 0xFFFFFFFF, actionsAt = 20;
     std::uint32_t resetPeriod = never;
@@ -33,12 +33,12 @@ ServiceDirective FailureActions(const PlacedLines& section)
     ServiceDirective directive{"FailureActions", kWindows11Of22H2, {}};
     for (const auto& [inf, line] : section) {
         if (EqualNames(line.Key(), "ResetPeriod"))
-            resetPeriod = Number(line);
+            resetPeriod = FieldNumber(line);
         else if (EqualNames(line.Key(), "Action"))
-            actions += NumberBytes(Number(line), 4) + NumberBytes(Number(line, 1), 4);
+            actions += NumberBytes(FieldNumber(line), 4) + NumberBytes(FieldNumber(line, 1), 4);
         else if (EqualNames(line.Key(), "NonCrashFailures"))
             directive.settings.push_back(
-                NumberSetting("FailureActionsOnNonCrashFailures", Number(line)));
+                NumberSetting("FailureActionsOnNonCrashFailures", FieldNumber(line)));
     }
     if (actions.empty())
         return directive;
@@ -48,19 +48,19 @@ ServiceDirective FailureActions(const PlacedLines& section)
     return directive;
 }
 
-std::vector<RegistrySetting> Trigger(const PlacedLines& section, std::size_t number)
+std::vector<RegistrySetting> TriggerSettings(const PlacedLines& section, std::size_t number)
 {
     constexpr std::uint32_t ofText = 2;
     std::vector<RegistrySetting> settings;
     std::size_t items = 0;
     for (const auto& [inf, line] : section) {
         if (EqualNames(line.Key(), "TriggerType")) {
-            settings.push_back(NumberSetting("Type", Number(line)));
+            settings.push_back(NumberSetting("Type", FieldNumber(line)));
         } else if (EqualNames(line.Key(), "Action")) {
-            settings.push_back(NumberSetting("Action", Number(line)));
+            settings.push_back(NumberSetting("Action", FieldNumber(line)));
         } else if (EqualNames(line.Key(), "SubType")) {
             settings.push_back(BytesSetting("GUID", GuidBytes(line.Value(0))));
-        } else if (EqualNames(line.Key(), "DataItem") && Number(line) == ofText) {
+        } else if (EqualNames(line.Key(), "DataItem") && FieldNumber(line) == ofText) {
             const std::string item = std::to_string(items++);
             settings.push_back(
                 BytesSetting("Data" + item, Utf16Of(line.Value(1)) + std::string(2, '\0')));
@@ -72,7 +72,7 @@ std::vector<RegistrySetting> Trigger(const PlacedLines& section, std::size_t num
     return settings;
 }
 
-ServiceDirective Security(const std::string& text)
+ServiceDirective SecurityDirective(const std::string& text)
 {
     ServiceDirective directive{"Security", 0, {}};
     if (const auto bytes = ServiceSecurity(text)) {
@@ -82,7 +82,7 @@ ServiceDirective Security(const std::string& text)
     return directive;
 }
 
-ServiceDirective Texts(const std::string& name, const InfLine& line)
+ServiceDirective TextsDirective(const std::string& name, const InfLine& line)
 {
     std::vector<std::string> texts;
     for (const auto& [written, text] : line.values)
@@ -101,26 +101,26 @@ std::vector<ServiceDirective> ReadServiceDirectives(InfReader& reader, const Pla
         const auto is = [&key = line.Key()](const char* name) { return EqualNames(key, name); };
         if (is("BootFlags"))
             directives.push_back(
-                {"BootFlags", kWithBootFlags, {NumberSetting("BootFlags", Number(line))}});
+                {"BootFlags", kWithBootFlags, {NumberSetting("BootFlags", FieldNumber(line))}});
         else if (is("DelayedAutoStart"))
             directives.push_back({"DelayedAutoStart",
                                   kWindows10Of2004,
-                                  {NumberSetting("DelayedAutostart", Number(line))}});
+                                  {NumberSetting("DelayedAutostart", FieldNumber(line))}});
         else if (is("ServiceSidType"))
             directives.push_back({"ServiceSidType",
                                   kWindows10Of2004,
-                                  {NumberSetting("ServiceSidType", Number(line))}});
+                                  {NumberSetting("ServiceSidType", FieldNumber(line))}});
         else if (is("RequiredPrivileges"))
-            directives.push_back(Texts("RequiredPrivileges", line));
+            directives.push_back(TextsDirective("RequiredPrivileges", line));
         else if (is("FailureActions"))
-            directives.push_back(FailureActions(reader.Named(*inf, line.Value(0))));
+            directives.push_back(FailureDirective(reader.Named(*inf, line.Value(0))));
         else if (is("Security"))
-            directives.push_back(Security(line.Value(0)));
+            directives.push_back(SecurityDirective(line.Value(0)));
         else if (is("BitReg"))
             directives.push_back({"BitReg", 0, {}});
         else if (is("AddTrigger"))
             for (const auto& [written, name] : line.values)
-                for (auto& setting : Trigger(reader.Named(*inf, name), triggerCount++))
+                for (auto& setting : TriggerSettings(reader.Named(*inf, name), triggerCount++))
                     triggers.settings.push_back(std::move(setting));
     }
     if (triggerCount != 0)

@@ -11,12 +11,12 @@
 namespace kestro::servicing {
 namespace {
 
-struct Word {
+struct NamedBits {
     const char* name;
     std::uint32_t bits;
 };
 
-constexpr Word kRights[] = {
+constexpr NamedBits kServiceRights[] = {
     {"CC", 0x1},        {"DC", 0x2},        {"LC", 0x4},        {"SW", 0x8},
     {"RP", 0x10},       {"WP", 0x20},       {"DT", 0x40},       {"LO", 0x80},
     {"CR", 0x100},      {"SD", 0x10000},    {"RC", 0x20000},    {"WD", 0x40000},
@@ -27,14 +27,14 @@ constexpr Word kRights[] = {
 };
 
 // What the generic rights are with services.
-constexpr std::pair<std::uint32_t, std::uint32_t> kOfServices[] = {
+constexpr std::pair<std::uint32_t, std::uint32_t> kGenericRights[] = {
     {0x10000000, 0xF01FF}, {0x20000000, 0x20170}, {0x40000000, 0x20002}, {0x80000000, 0x2008D}};
 
-constexpr Word kEntryFlags[] = {{"OI", 0x1},  {"CI", 0x2},  {"NP", 0x4}, {"IO", 0x8},
-                                {"ID", 0x10}, {"SA", 0x40}, {"FA", 0x80}};
+constexpr NamedBits kAccessFlags[] = {{"OI", 0x1},  {"CI", 0x2},  {"NP", 0x4}, {"IO", 0x8},
+                                      {"ID", 0x10}, {"SA", 0x40}, {"FA", 0x80}};
 
 // The accounts and groups that every Windows has.
-constexpr std::pair<const char*, const char*> kAccounts[] = {
+constexpr std::pair<const char*, const char*> kWellKnownAccounts[] = {
     {"WD", "S-1-1-0"},      {"CO", "S-1-3-0"},      {"CG", "S-1-3-1"},      {"OW", "S-1-3-4"},
     {"NU", "S-1-5-2"},      {"IU", "S-1-5-4"},      {"SU", "S-1-5-6"},      {"AN", "S-1-5-7"},
     {"ED", "S-1-5-9"},      {"PS", "S-1-5-10"},     {"AU", "S-1-5-11"},     {"RC", "S-1-5-12"},
@@ -45,7 +45,7 @@ constexpr std::pair<const char*, const char*> kAccounts[] = {
     {"LU", "S-1-5-32-559"}, {"WR", "S-1-5-33"},     {"AC", "S-1-15-2-1"},
 };
 
-std::vector<std::string> Split(std::string_view text, char at)
+std::vector<std::string> SplitAt(std::string_view text, char at)
 {
     std::vector<std::string> parts;
     for (;;) {
@@ -59,12 +59,12 @@ std::vector<std::string> Split(std::string_view text, char at)
 
 // Words of two letters each, without anything between them.
 template <std::size_t Count>
-std::optional<std::uint32_t> Bits(const Word (&words)[Count], std::string_view text)
+std::optional<std::uint32_t> BitsOf(const NamedBits (&words)[Count], std::string_view text)
 {
     std::uint32_t bits = 0;
     for (; !text.empty(); text.remove_prefix(2)) {
-        const Word* found = nullptr;
-        for (const Word& word : words)
+        const NamedBits* found = nullptr;
+        for (const NamedBits& word : words)
             if (text.substr(0, 2) == word.name)
                 found = &word;
         if (!found)
@@ -74,26 +74,26 @@ std::optional<std::uint32_t> Bits(const Word (&words)[Count], std::string_view t
     return bits;
 }
 
-std::optional<std::uint32_t> Rights(const std::string& text)
+std::optional<std::uint32_t> RightsOf(const std::string& text)
 {
     std::uint32_t number = 0;
     const bool isNumber = text.starts_with("0x") && IsNumber(text.substr(2), 16, number);
-    const auto rights = isNumber ? std::optional(number) : Bits(kRights, text);
+    const auto rights = isNumber ? std::optional(number) : BitsOf(kServiceRights, text);
     if (!rights)
         return std::nullopt;
     std::uint32_t mapped = *rights & 0x0FFFFFFF;
-    for (const auto& [generic, ofServices] : kOfServices)
+    for (const auto& [generic, ofServices] : kGenericRights)
         mapped |= *rights & generic ? ofServices : 0;
     return mapped;
 }
 
 // "S-1-5-32-544" or a word for it, as bytes.
-std::optional<std::string> Account(std::string text)
+std::optional<std::string> AccountBytes(std::string text)
 {
-    for (const auto& [word, account] : kAccounts)
+    for (const auto& [word, account] : kWellKnownAccounts)
         if (text == word)
             text = account;
-    const auto parts = Split(text, '-');
+    const auto parts = SplitAt(text, '-');
     constexpr std::size_t most = 15;
     if (parts.size() < 4 || parts.size() > 3 + most || parts[0] != "S" || parts[1] != "1")
         return std::nullopt;
@@ -111,35 +111,35 @@ std::optional<std::string> Account(std::string text)
     return bytes;
 }
 
-std::string Entry(std::uint32_t type, std::uint32_t flags, std::uint32_t rights,
-                  const std::string& account)
+std::string AccessEntry(std::uint32_t type, std::uint32_t flags, std::uint32_t rights,
+                        const std::string& account)
 {
     return NumberBytes(type, 1) + NumberBytes(flags, 1) + NumberBytes(8 + account.size(), 2) +
            NumberBytes(rights, 4) + account;
 }
 
 // "A;;GA;;;SY"
-std::optional<std::string> Entry(std::string_view text)
+std::optional<std::string> AccessEntry(std::string_view text)
 {
-    const auto fields = Split(text, ';');
+    const auto fields = SplitAt(text, ';');
     if (fields.size() != 6 || !fields[3].empty() || !fields[4].empty() ||
         (fields[0] != "A" && fields[0] != "D"))
         return std::nullopt;
-    const auto flags = Bits(kEntryFlags, fields[1]);
-    const auto rights = Rights(fields[2]);
-    const auto account = Account(fields[5]);
+    const auto flags = BitsOf(kAccessFlags, fields[1]);
+    const auto rights = RightsOf(fields[2]);
+    const auto account = AccountBytes(fields[5]);
     if (!flags || !rights || !account)
         return std::nullopt;
-    return Entry(fields[0] == "A" ? 0 : 1, *flags, *rights, *account);
+    return AccessEntry(fields[0] == "A" ? 0 : 1, *flags, *rights, *account);
 }
 
-std::string List(const std::string& entries, std::size_t count)
+std::string AccessList(const std::string& entries, std::size_t count)
 {
     return NumberBytes(2, 2) + NumberBytes(8 + entries.size(), 2) + NumberBytes(count, 4) + entries;
 }
 
 // "P(A;;GA;;;SY)(A;;GR;;;WD)". That it is protected from what is above it says nothing of a service.
-std::optional<std::string> List(std::string_view text)
+std::optional<std::string> AccessList(std::string_view text)
 {
     std::string entries;
     std::size_t count = 0;
@@ -148,14 +148,14 @@ std::optional<std::string> List(std::string_view text)
         const auto end = text.find(')');
         if (text.front() != '(' || end == std::string_view::npos)
             return std::nullopt;
-        const auto entry = Entry(text.substr(1, end - 1));
+        const auto entry = AccessEntry(text.substr(1, end - 1));
         constexpr std::size_t longest = 0xFFF0;
         if (!entry || entries.size() + entry->size() > longest)
             return std::nullopt;
         entries += *entry;
         text.remove_prefix(end + 1);
     }
-    return List(entries, count);
+    return AccessList(entries, count);
 }
 
 } // namespace
@@ -167,13 +167,14 @@ std::optional<std::string> ServiceSecurity(const std::string& sddl)
     if (begin == std::string::npos)
         return std::nullopt;
     const std::string_view rest = std::string_view(sddl).substr(begin + 2);
-    const auto access = List(rest.substr(0, rest.find("S:")));
+    const auto access = AccessList(rest.substr(0, rest.find("S:")));
     if (!access)
         return std::nullopt;
     constexpr std::uint32_t audit = 2, failures = 0x80, all = 0xF01FF;
     constexpr std::uint32_t header = 20, selfRelativeWithBothLists = 0x8014;
-    const std::string system = *Account("SY");
-    const std::string audited = List(Entry(audit, failures, all, *Account("WD")), 1);
+    const std::string system = *AccountBytes("SY");
+    const std::string audited =
+        AccessList(AccessEntry(audit, failures, all, *AccountBytes("WD")), 1);
     const std::size_t accessAt = header + audited.size();
     const std::size_t ownerAt = accessAt + access->size();
     return NumberBytes(1, 2) + NumberBytes(selfRelativeWithBothLists, 2) + NumberBytes(ownerAt, 4) +
