@@ -112,6 +112,10 @@ class Operations {
                                   "GetDrivers", kShutdown, files, image.c_str(), files.log.c_str()),
                               {}};
         listing.packages = detail::ListedIn(listing.report);
+        // The list is in the report alone; this step is written behind it.
+        const Step* const listed = listing.report.Find("DISM_GETDRIVERS");
+        if (listing.succeeded && (listed == nullptr || listed->succeeded != true))
+            listing.succeeded = listing.certain = false;
         return listing;
     }
     // A published name or the path of an INF. After a success the session stays open and the API initialised:
@@ -239,6 +243,7 @@ class Operations {
     Outcome Run(const std::wstring& result, const std::function<std::int32_t()>& call) const
     {
         Outcome outcome;
+        const auto written = detail::LastWriteOf(result);
         const auto start = std::chrono::steady_clock::now();
         const auto make = [&] { outcome.returned = call(); };
         if (runner_)
@@ -247,7 +252,8 @@ class Operations {
             make();
         outcome.elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
             std::chrono::steady_clock::now() - start);
-        if (!result.empty())
+        // What an earlier call has left there tells nothing of this one.
+        if (!result.empty() && (!written || written != detail::LastWriteOf(result)))
             if (auto report = ReadResultFile(result)) {
                 outcome.reported = true;
                 outcome.report = std::move(*report);

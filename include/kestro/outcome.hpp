@@ -28,7 +28,7 @@ struct Outcome {
     std::optional<Failure> failure;
     std::string step;
     std::optional<std::int32_t> lastError; // the step's ErrorCode
-    bool reported = false;                 // the ResultFile could be read
+    bool reported = false;                 // this call's ResultFile could be read
     Report report;
     std::chrono::milliseconds elapsed{};
 };

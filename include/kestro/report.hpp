@@ -204,6 +204,19 @@ inline Report ParseResultFile(std::string_view bytes)
     return report;
 }
 
+namespace detail {
+
+inline std::optional<std::uint64_t> LastWriteOf(const std::wstring& path)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (path.empty() || !GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
+        return {};
+    return std::uint64_t{data.ftLastWriteTime.dwHighDateTime} << 32 |
+           data.ftLastWriteTime.dwLowDateTime;
+}
+
+} // namespace detail
+
 // Nothing when the file cannot be read. Does not get in the way of a library that is still writing.
 inline std::optional<Report> ReadResultFile(const std::wstring& path)
 {

@@ -179,6 +179,32 @@ TEST_P(OperationsIn, AFailureWhoseReportCannotBeWrittenIsNoSuccess)
     EXPECT_FALSE(list.packages[0].certain);
 }
 
+TEST_P(OperationsIn, AListThatCannotBeReadIsNotAnEmptyOne)
+{
+    const DriverListing listing = Kestro().GetDrivers(
+        Image(), {folder_ / L"dism.log", folder_ / L"no such folder/result.ini"});
+    EXPECT_FALSE(listing.succeeded);
+    EXPECT_FALSE(listing.certain);
+}
+
+TEST_P(OperationsIn, WhatAnEarlierCallHasReportedIsNoEvidence)
+{
+    const Files files = NewFiles();
+    DriverBatch batch;
+    batch.Add(Inf());
+    EXPECT_TRUE(Kestro().AddDrivers(Image(), batch, files).packages.at(0).added);
+    fs::remove(Inf());
+    // Who reads it like that keeps everybody from writing into it.
+    const Handle reader(CreateFileW(files.result.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                    OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(reader);
+    const DriverListOutcome list = Kestro().AddDrivers(Image(), batch, files);
+    ASSERT_EQ(list.packages.size(), 1u);
+    EXPECT_FALSE(list.packages[0].added);
+    EXPECT_FALSE(list.packages[0].certain);
+    EXPECT_FALSE(list.reported);
+}
+
 TEST_P(OperationsIn, WriteTestReadsBack)
 {
     EXPECT_TRUE(Kestro().WriteTest(folder_ / L"write test.ini").succeeded);
