@@ -21,6 +21,12 @@ const char* NameOf(MountDetails::State state)
     return "invalid";
 }
 
+// Of a mount whose record is damaged not everything is known.
+std::string ShownOrUnknown(const std::string& path)
+{
+    return path.empty() ? "(unknown)" : Shown(path);
+}
+
 json ToJson(const MountDetails& mount)
 {
     return {{"directory", Shown(mount.directory)},
@@ -51,8 +57,8 @@ int MountsCommand(const Context& context, bool clean)
         for (const MountDetails& mount : mounts) {
             document["mounts"].push_back(ToJson(mount));
             rows.push_back({NameOf(mount.state), mount.readOnly ? "read-only" : "read-write",
-                            std::to_string(mount.index), Shown(mount.directory),
-                            Shown(mount.image)});
+                            mount.index == 0 ? "-" : std::to_string(mount.index),
+                            ShownOrUnknown(mount.directory), ShownOrUnknown(mount.image)});
         }
         if (rows.empty())
             context.out->Line("Nothing is mounted");

@@ -175,13 +175,16 @@ class Mounts(ImageCase):
             stream.write('{"directory": ')
         # Other mounts are not kept from anything.
         mounted = self.document("mounts")["mounts"]
+        self.assertIn({"directory": "", "image": "", "index": 0, "read_only": False, "state": "invalid"},
+                      mounted)
         self.unmount("--discard")
         self.mount("--index", "1")
         self.assertTrue(os.path.exists(damaged))
         after = self.document("mounts", "--clean")
         self.assertFalse(os.path.exists(damaged))
+        self.assertEqual(after["cleared"], 1)
         self.assertEqual([mount["directory"] for mount in after["mounts"]],
-                         [mount["directory"] for mount in mounted])
+                         [mount["directory"] for mount in mounted if mount["directory"]])
         self.unmount("--discard")
 
 

@@ -64,6 +64,8 @@ DismMountStatus StatusOf(MountState state)
 // A path that Windows has no name for is shown as this machine has it.
 std::string ShownPath(const std::string& hostPath)
 {
+    if (hostPath.empty())
+        return {};
     try {
         return Utf8(WindowsPath(hostPath).data());
     } catch (const ServicingError&) {

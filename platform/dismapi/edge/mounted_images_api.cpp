@@ -14,7 +14,10 @@ extern "C" HRESULT WINAPI DismGetMountedImageInfo(DismMountedImageInfo** mounted
         const std::vector<MountInfo> mounts = state.Images().Mounts();
         for (const MountInfo& mount : mounts)
             if (!mount.reason.empty())
-                state.log.Warning("the mount in " + mount.directory + ": " + mount.reason);
+                state.log.Warning(
+                    "the mount in " +
+                    (mount.directory.empty() ? "an unknown directory" : mount.directory) + ": " +
+                    mount.reason);
         *mountedImageInfo = MakeMountRecords(mounts);
         *count = static_cast<UINT>(mounts.size());
         return S_OK;

@@ -70,6 +70,7 @@ inline constexpr Code directory_missing = CodeOf(0xC1420115);
 inline constexpr Code partly_unmounted = CodeOf(0xC1420117);
 inline constexpr Code not_a_valid_mount = CodeOf(0xC142011C);
 inline constexpr Code cannot_commit_partial = CodeOf(0xC142011D);
+inline constexpr Code mount_damaged = CodeOf(0xC1420120);
 inline constexpr Code image_file_changed = CodeOf(0xC1420122);
 inline constexpr Code image_mounted = CodeOf(0xC1420126);
 inline constexpr Code image_mounted_read_write = CodeOf(0xC1420127);

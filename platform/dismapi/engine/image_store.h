@@ -42,6 +42,8 @@ struct MountInfo {
     std::string directory;
     bool readOnly = false;
     bool lazy = false;
+    // Its record cannot be read: of image, index and directory at most the last is known.
+    bool damaged = false;
     MountState state = MountState::Ok;
     std::string reason; // why it is not Ok
 };

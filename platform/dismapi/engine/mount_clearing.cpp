@@ -18,6 +18,8 @@ bool IsGone(const std::string& directory)
 void ImageStore::ClearAwayInvalid()
 {
     for (const MountInfo& mount : Mounts()) {
+        if (mount.damaged)
+            continue;
         const bool gone = IsGone(mount.directory);
         if (mount.state != MountState::Invalid && !gone)
             continue;

@@ -144,11 +144,13 @@ bool Exists(const std::string& path)
     return access(path.c_str(), F_OK) == 0;
 }
 
-// A crash leaves of a file that was not synced an empty one.
+// A crash leaves of a file that was not synced an empty one. What cannot be looked at is there.
 bool IsWritten(const std::string& path)
 {
     struct stat status = {};
-    return stat(path.c_str(), &status) == 0 && status.st_size != 0;
+    if (stat(path.c_str(), &status) != 0)
+        return errno != ENOENT && errno != ENOTDIR;
+    return status.st_size != 0 || !S_ISREG(status.st_mode);
 }
 
 void RenameOver(const std::string& from, const std::string& to)
@@ -205,11 +207,60 @@ void RequireOwnLayers(const std::string& folder, const MountRecord& record)
                              folder + "/record.json names layers that are not its own");
 }
 
-// Whether a file that is no whole record names the directory.
-bool IsAbout(const std::string& file, const std::string& directory)
+// Whatever keeps a record from being read, it is damaged; but for a lack of memory or of handles.
+MountRecord LoadWhole(const std::string& folder, const std::string& name)
 {
-    const std::string name = json(directory).dump(-1, ' ', false, json::error_handler_t::replace);
-    return !directory.empty() && ReadWholeFile(file).find(name) != std::string::npos;
+    try {
+        MountRecord record = Load(folder + "/" + name);
+        RequireOwnLayers(folder, record);
+        return record;
+    } catch (const ServicingError& error) {
+        if (error.GetCode() == code::out_of_memory || error.GetCode() == code::too_many_open_files)
+            throw;
+        throw ServicingError(code::mount_damaged, error.what());
+    }
+}
+
+// The record that a save has prepared, if there is one.
+std::optional<MountRecord> PreparedIn(const std::string& folder, const MountRecord& record)
+{
+    if (!Exists(folder + "/next.json"))
+        return std::nullopt;
+    MountRecord next = LoadWhole(folder, "next.json");
+    // An unmount empties the record's directory: it must be the one that was mounted.
+    if (next.directory != record.directory || next.image != record.image)
+        throw ServicingError(code::mount_damaged, folder + "/next.json is about another mount");
+    return next;
+}
+
+// What is left of a text that ToText made.
+std::string DirectoryIn(const std::string& text)
+{
+    const std::string key = "\"directory\": ";
+    const auto at = text.find(key);
+    if (at == std::string::npos)
+        return {};
+    const auto begin = at + key.size(), end = text.find('\n', begin);
+    if (end == std::string::npos || text[end - 1] != ',')
+        return {};
+    const json value = json::parse(text.substr(begin, end - 1 - begin), nullptr, false);
+    return value.is_string() ? value.get<std::string>() : "";
+}
+
+// The directory of a mount whose record is damaged, where that can be seen: what is mounted there is called
+// like the folder.
+std::string DirectoryOfDamaged(const std::string& folder)
+{
+    const std::string name = MountNameOf(folder), layers = name + "-layers-";
+    for (const MountPoint& mount : ReadMountTable())
+        if (mount.source == name && !mount.directory.starts_with(folder + "/") &&
+            mount.directory.find(layers) == std::string::npos)
+            return mount.directory;
+    try {
+        return DirectoryIn(ReadWholeFile(folder + "/record.json"));
+    } catch (const ServicingError&) {
+        return {};
+    }
 }
 
 // A folder that no record speaks for any more, unless something of it is still mounted somewhere.
@@ -360,14 +411,7 @@ void MountEntry::Adopt()
 
 std::optional<MountRecord> MountEntry::Prepared() const
 {
-    if (!Exists(folder_ + "/next.json"))
-        return std::nullopt;
-    MountRecord next = Load(folder_ + "/next.json");
-    // An unmount empties the record's directory: it must be the one that was mounted.
-    if (next.directory != record_.directory || next.image != record_.image)
-        throw ServicingError(code::not_a_valid_mount,
-                             folder_ + "/next.json is about another mount");
-    return next;
+    return PreparedIn(folder_, record_);
 }
 
 void MountEntry::DropPrepared() const
@@ -426,27 +470,55 @@ void MountEntry::Remove()
 
 // --- all mounts -----------------------------------------------------------------------------------
 
+std::vector<std::string> MountRegistry::Folders() const
+{
+    std::vector<std::string> folders;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder_, error))
+        // A folder without a record is what a killed creation left: it never held anything.
+        if (IsWritten(entry.path() / "record.json"))
+            folders.push_back(entry.path());
+    if (error && error != std::errc::no_such_file_or_directory)
+        throw ServicingError(CodeOfErrno(error.value()),
+                             "cannot list " + folder_ + ": " + error.message());
+    return folders;
+}
+
 void MountRegistry::ForEach(const std::string& directory, const Visit& visit) const
 {
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder_, error)) {
-        // A folder without a record is what a killed creation left: it never held anything.
-        const std::string file = entry.path() / "record.json";
-        if (!IsWritten(file))
-            continue;
+    for (const std::string& folder : Folders()) {
         try {
-            MountRecord record = Load(file);
-            RequireOwnLayers(entry.path(), record);
-            if (visit(entry.path(), std::move(record)))
+            if (visit(folder, LoadWhole(folder, "record.json")))
                 return;
-        } catch (const ServicingError& damaged) {
-            if (!Exists(file)) // unmounted meanwhile
+        } catch (const ServicingError& error) {
+            if (!IsWritten(folder + "/record.json")) // unmounted meanwhile
                 continue;
-            if (damaged.GetCode() != code::not_a_valid_mount || IsAbout(file, directory))
+            if (error.GetCode() != code::mount_damaged)
                 throw;
-            log_.Warning(std::string(damaged.what()) + "; it is left out");
+            if (!directory.empty() && DirectoryOfDamaged(folder) == directory)
+                throw ServicingError(
+                    code::mount_damaged,
+                    "the record of the mount in " + directory +
+                        " is damaged, only clearing away invalid mounts helps: " + error.what());
+            log_.Warning(std::string(error.what()) + "; it is left out");
         }
     }
+}
+
+std::vector<DamagedMount> MountRegistry::Damaged() const
+{
+    std::vector<DamagedMount> damaged;
+    for (const std::string& folder : Folders()) {
+        try {
+            LoadWhole(folder, "record.json");
+        } catch (const ServicingError& error) {
+            if (error.GetCode() != code::mount_damaged)
+                throw;
+            if (IsWritten(folder + "/record.json"))
+                damaged.push_back({DirectoryOfDamaged(folder), error.what()});
+        }
+    }
+    return damaged;
 }
 
 std::optional<MountEntry> MountRegistry::FindDirectory(const std::string& directory,
@@ -459,7 +531,7 @@ std::optional<MountEntry> MountRegistry::FindDirectory(const std::string& direct
         FileDescriptor lock = OpenLock(folder + "/lock");
         if (!TryToLock(lock, whenBusy))
             throw ServicingError(code::busy, "another process works on the mount in " + directory);
-        found.emplace(folder, std::move(lock), Load(folder + "/record.json"));
+        found.emplace(folder, std::move(lock), LoadWhole(folder, "record.json"));
         return true;
     });
     if (found)
@@ -537,25 +609,29 @@ FileDescriptor MountRegistry::Lock() const
 
 void MountRegistry::RemoveDamaged() const
 {
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder_, error)) {
-        const std::string file = entry.path() / "record.json";
-        if (!Exists(file))
-            continue;
-        const FileDescriptor lock = OpenLock(entry.path() / "lock");
-        if (!TryToLock(lock, WhenBusy::Throw))
-            continue; // somebody works on it
+    const FileDescriptor all = Lock();
+    for (const std::string& folder : Folders()) {
         try {
-            RequireOwnLayers(entry.path(), Load(file));
-        } catch (const ServicingError& damaged) {
-            if (damaged.GetCode() != code::not_a_valid_mount)
-                throw;
-            log_.Warning(std::string(damaged.what()) + "; it is removed");
-            unlink(file.c_str());
+            const FileDescriptor lock = OpenLock(folder + "/lock");
+            if (TryToLock(lock, WhenBusy::Throw)) // else somebody works on it
+                RemoveIfDamaged(folder);
+        } catch (const ServicingError& error) {
+            log_.Warning(std::string(error.what()) + "; " + folder + " stays");
         }
     }
-    // Which clears away the folders of those that have none.
-    Lock();
+}
+
+void MountRegistry::RemoveIfDamaged(const std::string& folder) const
+{
+    try {
+        PreparedIn(folder, LoadWhole(folder, "record.json"));
+    } catch (const ServicingError& error) {
+        if (error.GetCode() != code::mount_damaged)
+            throw;
+        log_.Warning(std::string(error.what()) + "; it is removed");
+        // What of it is in use keeps the record, too: it is still a mount.
+        RemoveFolder(folder);
+    }
 }
 
 } // namespace kestro::servicing

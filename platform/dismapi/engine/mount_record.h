@@ -38,6 +38,12 @@ struct MountRecord {
     bool IsLazy() const { return !layers.empty(); }
 };
 
+// A mount whose record cannot be read.
+struct DamagedMount {
+    std::string directory; // empty when nothing tells
+    std::string reason;
+};
+
 // Throws when the image file is no longer what it was when it was mounted or last committed.
 void RequireUnchangedImage(const MountRecord& record);
 // Keeps other saves out of the image file, wimlib's own among them. Throws busy when there is another one.
@@ -116,12 +122,14 @@ class MountRegistry {
     {
     }
 
-    // The directory's record, if there is one. Throws busy when another process works on it.
+    // The directory's record, if there is one. Throws busy when another process works on it, and
+    // mount_damaged when it cannot be read.
     std::optional<MountEntry> FindDirectory(const std::string& directory,
                                             WhenBusy whenBusy = WhenBusy::WaitAMoment) const;
     // The same without locking it and without bringing it into order.
     std::optional<MountRecord> Peek(const std::string& directory) const;
     std::vector<MountRecord> All() const;
+    std::vector<DamagedMount> Damaged() const;
     // A record of the same image of the same file.
     std::optional<MountRecord> FindImage(const std::string& image, unsigned index) const;
     MountEntry Create(const MountRecord& record) const;
@@ -132,8 +140,11 @@ class MountRegistry {
     void RemoveDamaged() const;
 
   private:
+    // Those that hold a record.
+    std::vector<std::string> Folders() const;
+    void RemoveIfDamaged(const std::string& folder) const;
     // Calls with each record and its folder until the call says true. A record that is damaged is left
-    // out, unless it can be seen to be the given directory's.
+    // out; when it can be seen to be the given directory's, it throws mount_damaged.
     using Visit = std::function<bool(const std::string& folder, MountRecord record)>;
     void ForEach(const std::string& directory, const Visit& visit) const;
 

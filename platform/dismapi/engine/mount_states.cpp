@@ -176,6 +176,14 @@ std::vector<MountInfo> ImageStore::Mounts() const
                 info.state = MountState::Invalid;
         }
     }
+    for (const DamagedMount& damaged : registry_.Damaged()) {
+        MountInfo& info = mounts.emplace_back();
+        info.index = 0;
+        info.directory = damaged.directory;
+        info.damaged = true;
+        info.state = MountState::Invalid;
+        info.reason = damaged.reason;
+    }
     return mounts;
 }
 

@@ -89,6 +89,27 @@ class Surroundings : public ImageCase {
         EXPECT_EQ(FileInImage("/Windows/new.txt"), "new");
         ExpectNothingLeft();
     }
+    // Of the only mount.
+    fs::path RecordFile() const
+    {
+        for (const auto& entry : fs::directory_iterator(folder_ / "records"))
+            if (fs::exists(entry.path() / "record.json"))
+                return entry.path() / "record.json";
+        return {};
+    }
+    void MakeRecordUnreadable() const
+    {
+        const fs::path record = RecordFile();
+        fs::remove(record);
+        fs::create_directories(record / "below");
+    }
+    void ExpectShownAsInvalid(const std::string& directory) const
+    {
+        const auto mounts = Store().Mounts();
+        ASSERT_EQ(mounts.size(), 1U);
+        EXPECT_EQ(mounts[0].state, servicing::MountState::Invalid);
+        EXPECT_EQ(mounts[0].directory, directory);
+    }
     std::string ServedFile() const
     {
         for (const auto& entry : fs::recursive_directory_iterator(folder_ / "records"))
@@ -167,7 +188,7 @@ TEST_F(Surroundings, AMountOfAnotherNamespaceIsLeftAlone)
 TEST_F(Surroundings, ADamagedRecordGoesWithItsMount)
 {
     Store().Mount(Request(MountWay::Lazy));
-    const fs::path record = fs::path(ServedFile()).parent_path().parent_path() / "record.json";
+    const fs::path record = RecordFile();
     std::ofstream(record) << "no record";
     Store().ClearAwayInvalid();
     EXPECT_FALSE(fs::exists(record.parent_path()));
@@ -175,6 +196,62 @@ TEST_F(Surroundings, ADamagedRecordGoesWithItsMount)
     EXPECT_TRUE(Store().Mounts().empty());
     Store().Mount(Request(MountWay::Lazy));
     Discard();
+    ExpectNothingLeft();
+}
+
+TEST_F(Surroundings, AMountWhoseRecordCannotBeReadIsShownAndSaid)
+{
+    for (const bool readOnly : {false, true}) {
+        auto request = Request(MountWay::Lazy);
+        request.readOnly = readOnly;
+        Store().Mount(request);
+        MakeRecordUnreadable();
+        ExpectShownAsInvalid(Mounted());
+        EXPECT_CODE(Discard(), code::mount_damaged);
+        EXPECT_CODE(Commit(), code::mount_damaged);
+        EXPECT_CODE(Store().Mount(request), code::mount_damaged);
+        // Others are not kept from anything.
+        request.directory = folder_ / "other";
+        fs::create_directory(request.directory);
+        Store().Mount(request);
+        Store().Discard(request.directory);
+        {
+            const servicing::FileDescriptor used(
+                open((folder_ / "mount/Windows/notes.txt").c_str(), O_RDONLY | O_CLOEXEC));
+            Store().ClearAwayInvalid();
+            ExpectShownAsInvalid(Mounted());
+        }
+        Store().ClearAwayInvalid();
+        EXPECT_TRUE(Store().Mounts().empty());
+        EXPECT_TRUE(fs::is_empty(Mounted()));
+        ExpectNothingLeft();
+        fs::remove(request.directory);
+    }
+}
+
+TEST_F(Surroundings, OfAnExtractedMountTheRestOfTheRecordTellsTheDirectory)
+{
+    Store().Mount(Request(MountWay::Extracted));
+    const std::string text = ReadFile(RecordFile());
+    std::ofstream(RecordFile()) << text.substr(0, text.find("\"directoryIdentity\""));
+    ExpectShownAsInvalid(Mounted());
+    EXPECT_CODE(Discard(), code::mount_damaged);
+    MakeRecordUnreadable();
+    ExpectShownAsInvalid("");
+    Store().ClearAwayInvalid();
+    EXPECT_TRUE(Store().Mounts().empty());
+    ExpectNothingLeft();
+}
+
+TEST_F(Surroundings, APreparedRecordThatIsDamagedIsClearedAwayToo)
+{
+    Store().Mount(Request(MountWay::Lazy));
+    std::ofstream(RecordFile().parent_path() / "next.json") << "no record";
+    ExpectShownAsInvalid(Mounted());
+    EXPECT_CODE(Discard(), code::mount_damaged);
+    Store().ClearAwayInvalid();
+    EXPECT_TRUE(Store().Mounts().empty());
+    EXPECT_TRUE(fs::is_empty(Mounted()));
     ExpectNothingLeft();
 }
 
