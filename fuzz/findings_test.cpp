@@ -6,6 +6,7 @@
 #include "mount_record.h"
 #include "refusal.h"
 #include "scratch.h"
+#include "upper_state.h"
 #include "wim_file.h"
 
 #include <cstring>
@@ -58,6 +59,24 @@ TEST(Findings, ANextRecordOfAnotherDirectory)
     WriteFile(scratch / "records/0/next.json", Record("1", "0", "/nonexistent/other"));
     EXPECT_CODE(MountRegistry(scratch / "records").FindDirectory("/nonexistent/mount"),
                 code::not_a_valid_mount);
+}
+
+// What holds "a/b" was looked for above itself for ever.
+TEST(Findings, AStateWithAPathThatLeadsOutOfTheMount)
+{
+    const std::string end(1, '\0'), upperEnd(3, '\0');
+    const auto tree = [&](const std::string& path) {
+        return servicing::TreeStateFromText("f 1 1 1 1 1 " + path + end);
+    };
+    const auto upper = [&](const std::string& path) {
+        return servicing::UpperStateFromText("upper 2\nf- 1 1 1 1 1 " + path + upperEnd);
+    };
+    EXPECT_EQ(tree("/a").size(), 1U);
+    EXPECT_EQ(upper("/a").size(), 1U);
+    for (const char* const path : {"a/b", "/a/../../b", "/..", "/./a", "/a/", "//a", "/", ""}) {
+        EXPECT_CODE(tree(path), code::not_a_valid_mount) << path;
+        EXPECT_CODE(upper(path), code::not_a_valid_mount) << path;
+    }
 }
 
 // It took gigabytes of memory and a minute to be refused.

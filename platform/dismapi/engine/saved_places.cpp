@@ -8,13 +8,6 @@
 namespace kestro::servicing {
 namespace {
 
-bool IsPlainPath(const std::string& path)
-{
-    const std::string closed = path + "/";
-    return closed.starts_with('/') && closed.find("/../") == std::string::npos &&
-           closed.find("/./") == std::string::npos && closed.find("//") == std::string::npos;
-}
-
 void RequirePlainPath(const std::string& path)
 {
     if (!IsPlainPath(path))

@@ -85,6 +85,13 @@ std::string NameOf(const std::string& path)
     return path.substr(path.rfind('/'));
 }
 
+bool IsPlainPath(const std::string& path)
+{
+    const std::string closed = path + "/";
+    return closed.starts_with('/') && closed.find("/../") == std::string::npos &&
+           closed.find("/./") == std::string::npos && closed.find("//") == std::string::npos;
+}
+
 FileState StateOf(const struct statx& status)
 {
     FileState state;
@@ -139,6 +146,8 @@ std::string ToText(const TreeState& state)
 
 TreeState TreeStateFromText(const std::string& text)
 {
+    const ServicingError damaged(code::not_a_valid_mount,
+                                 "the record of the mounted files is damaged");
     TreeState state;
     for (std::size_t start = 0; start < text.size();) {
         const std::size_t end = text.find('\0', start);
@@ -149,12 +158,13 @@ TreeState TreeStateFromText(const std::string& text)
             std::sscanf(text.c_str() + start, "%c %lld %lld %lld %llu %lld %n", &type, &file.size,
                         &file.modified, &file.changed, &file.inode, &file.born, &length) != 6 ||
             length == 0)
-            throw ServicingError(code::not_a_valid_mount,
-                                 "the record of the mounted files is damaged");
+            throw damaged;
         file.type = static_cast<FileType>(type);
-        state.emplace(text.substr(start + static_cast<std::size_t>(length),
-                                  end - start - static_cast<std::size_t>(length)),
-                      file);
+        const std::size_t name = start + static_cast<std::size_t>(length);
+        const std::string path = text.substr(name, end - name);
+        if (path.empty() || !IsPlainPath(path))
+            throw damaged;
+        state.emplace(path, file);
         start = end + 1;
     }
     return state;

@@ -31,6 +31,9 @@ using TreeState = std::map<std::string, FileState, PathOrder>;
 std::string ParentOf(const std::string& path);
 std::string NameOf(const std::string& path); // with its slash
 
+// Whether a path of a tree, as above, leads nowhere else. The root is one, too: it is empty.
+bool IsPlainPath(const std::string& path);
+
 FileState StateOf(const struct statx& status);
 // Calls for everything below the root, a directory before what is in it and with its descriptor, all
 // else with -1. What goes away meanwhile is left out.

@@ -154,7 +154,10 @@ UpperState UpperStateFromText(const std::string& text)
         entry.redirect = text.substr(middle + 1, last - middle - 1);
         entry.place = text.substr(last + 1, end - last - 1);
         const std::size_t name = start + static_cast<std::size_t>(length);
-        state.emplace(text.substr(name, middle - name), std::move(entry));
+        const std::string path = text.substr(name, middle - name);
+        if (path.empty() || !IsPlainPath(path))
+            throw damaged;
+        state.emplace(path, std::move(entry));
         start = end + 1;
     }
     return state;
