@@ -204,7 +204,8 @@ void ImageStore::TakeDown(MountEntry& entry)
     if (record.IsLazy()) {
         const LazyMount lazy = Lazy(entry);
         lazy.TakeOff();
-        lazy.Remove();
+        if (!lazy.Remove())
+            LeaveLayers(entry);
         RemoveOtherLayers(entry);
         return;
     }
@@ -213,6 +214,17 @@ void ImageStore::TakeDown(MountEntry& entry)
     } catch (const ServicingError& error) {
         throw ServicingError(code::partly_unmounted, error.what());
     }
+}
+
+// A mount namespace that was made meanwhile has a copy of all mounts, and ends when it likes.
+void ImageStore::LeaveLayers(const MountEntry& entry) const
+{
+    const MountRecord& record = entry.Record();
+    const std::string what = record.directory + " is still mounted in another mount namespace";
+    // Nobody would ever look for them there.
+    if (entry.HasLayersIn(LayersIn::ImageFolder))
+        throw ServicingError(code::partly_unmounted, what);
+    log_.Warning(what + "; what is kept of it is removed by the first mount after that has ended");
 }
 
 void ImageStore::Finish(MountEntry& entry)

@@ -92,6 +92,7 @@ class ImageStore {
     void RemoveOtherLayers(const MountEntry& entry) const;
     void SaveTakenOff(MountEntry& entry, const CommitOptions& options, const Progress& progress);
     void TakeDown(MountEntry& entry);
+    void LeaveLayers(const MountEntry& entry) const;
     void RequireWhole(const MountEntry& entry) const;
     void Save(MountEntry& entry, const CommitOptions& options, MountStatus then,
               const Progress& progress);

@@ -158,17 +158,17 @@ void LazyMount::Clear() const
     EndServing(Lock());
 }
 
-void LazyMount::Remove() const
+bool LazyMount::Remove() const
 {
     UnmountBelow(layers_);
     if (!AwaitEndOfServing(Lock()))
-        throw ServicingError(code::partly_unmounted,
-                             directory_ + " is still in use in another mount namespace");
+        return false;
     if (!IsDirectory(layers_))
-        return;
+        return true;
     EmptyDirectory(layers_);
     if (rmdir(layers_.c_str()) != 0)
         throw SystemError("cannot remove " + layers_);
+    return true;
 }
 
 } // namespace kestro::servicing

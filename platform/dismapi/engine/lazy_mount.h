@@ -51,8 +51,9 @@ class LazyMount {
     void PutOn() const;
     // Takes off what is broken.
     void Clear() const;
-    // When nothing is on the directory any more: ends the serving process and removes the layers.
-    void Remove() const;
+    // When nothing is on the directory any more: the serving process ends, and the layers are removed. False
+    // when another mount namespace still shows the image: the layers stay as long as it does.
+    bool Remove() const;
 
     std::string Upper() const { return layers_ + "/upper"; }
 

@@ -267,11 +267,18 @@ std::string DirectoryOfDamaged(const std::string& folder)
 void RemoveFolder(const std::string& folder)
 {
     std::error_code error;
+    std::vector<std::string> locks;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
-        if (IsServedElsewhere(entry.path() / "served"))
-            return;
-    UnmountNamed(MountNameOf(folder));
-    UnmountBelow(folder);
+        locks.push_back(entry.path() / "served");
+    if (std::any_of(locks.begin(), locks.end(), IsServedElsewhere))
+        return;
+    const bool isOverlaid = UnmountNamed(MountNameOf(folder)), isShown = UnmountBelow(folder);
+    const auto isFree = isOverlaid || isShown ? AwaitEndOfServing : [](const std::string& lock) {
+        return !IsServed(lock);
+    };
+    // Other mount namespaces may have copies of what was mounted.
+    if (!std::all_of(locks.begin(), locks.end(), isFree))
+        return;
     EmptyDirectory(folder);
     rmdir(folder.c_str());
 }
@@ -315,6 +322,11 @@ std::string MountEntry::NewLayers(LayersIn place) const
     while (Exists(prefix + std::to_string(number)))
         ++number;
     return prefix + std::to_string(number);
+}
+
+bool MountEntry::HasLayersIn(LayersIn place) const
+{
+    return record_.layers.starts_with(LayersPrefix(folder_, record_.image, place));
 }
 
 std::vector<std::string> MountEntry::OtherLayers(LayersIn place) const

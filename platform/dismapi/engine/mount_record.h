@@ -71,6 +71,7 @@ class MountEntry {
     std::string Name() const;
     // A folder for the layers of a lazy mount, which does not exist yet.
     std::string NewLayers(LayersIn place) const;
+    bool HasLayersIn(LayersIn place) const;
     // Such folders that are not the record's: a killed process left them.
     std::vector<std::string> OtherLayers(LayersIn place) const;
     // Where a commit builds the new image file: beside the old one, under a name of this mount's own.

@@ -74,7 +74,7 @@ void ImageStore::RenewLayers(MountEntry& entry)
 
     MountRecord next = old;
     const LayersIn place =
-        old.layers.starts_with(old.image + ".") ? LayersIn::ImageFolder : LayersIn::Record;
+        entry.HasLayersIn(LayersIn::ImageFolder) ? LayersIn::ImageFolder : LayersIn::Record;
     RemoveOtherLayers(entry);
     next.layers = entry.NewLayers(place);
     // Nobody is to see it half done.

@@ -68,24 +68,31 @@ bool Unmount(const std::string& directory, Unmounting how)
 namespace {
 
 template <class Wanted>
-void UnmountAll(const Wanted& wanted)
+bool UnmountAll(const Wanted& wanted)
 {
     const std::vector<MountPoint> mounts = ReadMountTable();
-    for (auto mount = mounts.rbegin(); mount != mounts.rend(); ++mount)
-        if (wanted(*mount) && !Unmount(mount->directory, Unmounting::WhenUnused))
+    bool any = false;
+    for (auto mount = mounts.rbegin(); mount != mounts.rend(); ++mount) {
+        if (!wanted(*mount))
+            continue;
+        if (!Unmount(mount->directory, Unmounting::WhenUnused))
             throw ServicingError(code::partly_unmounted, mount->directory + " is in use");
+        any = true;
+    }
+    return any;
 }
 
 } // namespace
 
-void UnmountBelow(const std::string& folder)
+bool UnmountBelow(const std::string& folder)
 {
-    UnmountAll([&](const MountPoint& mount) { return mount.directory.starts_with(folder + "/"); });
+    return UnmountAll(
+        [&](const MountPoint& mount) { return mount.directory.starts_with(folder + "/"); });
 }
 
-void UnmountNamed(const std::string& source)
+bool UnmountNamed(const std::string& source)
 {
-    UnmountAll([&](const MountPoint& mount) { return mount.source == source; });
+    return UnmountAll([&](const MountPoint& mount) { return mount.source == source; });
 }
 
 } // namespace kestro::servicing

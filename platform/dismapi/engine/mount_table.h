@@ -17,11 +17,11 @@ std::vector<MountPoint> ReadMountTable();
 // What lies over the directory itself; nothing when it is no mount point.
 std::vector<MountPoint> MountsOn(const std::string& directory);
 
-// Takes down everything that is mounted on a directory below the folder, the newest first. Throws
-// partly_unmounted when something of it is in use.
-void UnmountBelow(const std::string& folder);
+// Takes down everything that is mounted on a directory below the folder, the newest first. False when there
+// was nothing. Throws partly_unmounted when something of it is in use.
+bool UnmountBelow(const std::string& folder);
 // All mounts that are called so.
-void UnmountNamed(const std::string& source);
+bool UnmountNamed(const std::string& source);
 
 enum class Unmounting {
     WhenUnused,

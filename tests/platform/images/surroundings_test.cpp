@@ -185,6 +185,76 @@ TEST_F(Surroundings, AMountOfAnotherNamespaceIsLeftAlone)
     ExpectSaved();
 }
 
+// A process with a copy of all mounts, until the object ends.
+class Copies {
+  public:
+    Copies()
+    {
+        int held[2], made[2];
+        if (pipe(held) != 0 || pipe(made) != 0 || (process_ = fork()) < 0)
+            ADD_FAILURE() << strerror(errno);
+        if (process_ == 0) {
+            close(held[1]);
+            const bool done = unshare(CLONE_NEWNS) == 0 &&
+                              mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+            char byte = done ? 'y' : 'n';
+            _exit(write(made[1], &byte, 1) == 1 && read(held[0], &byte, 1) == 0 ? 0 : 1);
+        }
+        close(held[0]);
+        close(made[1]);
+        char byte = 'n';
+        EXPECT_EQ(read(made[0], &byte, 1), 1);
+        EXPECT_EQ(byte, 'y');
+        close(made[0]);
+        held_ = held[1];
+    }
+    Copies(const Copies&) = delete;
+    Copies& operator=(const Copies&) = delete;
+    ~Copies()
+    {
+        close(held_);
+        waitpid(process_, nullptr, 0);
+    }
+    std::string Read(const fs::path& path) const
+    {
+        return ReadFile("/proc/" + std::to_string(process_) + "/root" + path.string());
+    }
+
+  private:
+    pid_t process_ = 0;
+    int held_ = -1;
+};
+
+TEST_F(Surroundings, AMountIsOverThoughAnotherNamespaceStillShowsIt)
+{
+    const std::string windows = Mounted() + "/Windows";
+    for (const bool commit : {true, false}) {
+        SCOPED_TRACE(commit ? "saved" : "dropped");
+        Store().Mount(Request(MountWay::Lazy));
+        const std::string served = ServedFile(), mark = commit ? "new" : "dropped";
+        WriteFile(windows + "/new.txt", mark);
+        {
+            const Copies other;
+            commit ? Commit() : Discard();
+            EXPECT_TRUE(LogSays("still mounted in another mount namespace")) << Log();
+            EXPECT_TRUE(fs::is_empty(Mounted()));
+            ExpectNothingLeft();
+            // Nothing is taken away from below it, and nobody has to wait for its end.
+            EXPECT_TRUE(servicing::IsServed(served));
+            Store().Mount(Request(MountWay::Lazy));
+            EXPECT_EQ(other.Read(windows + "/new.txt"), mark);
+            EXPECT_EQ(other.Read(windows + "/notes.txt"), std::string(5000, 'n'));
+            EXPECT_EQ(ReadFile(windows + "/new.txt"), "new");
+            Discard();
+        }
+        EXPECT_TRUE(servicing::AwaitEndOfServing(served));
+        Store().Mount(Request(MountWay::Lazy));
+        Discard();
+        EXPECT_FALSE(fs::exists(served));
+    }
+    ExpectSaved();
+}
+
 TEST_F(Surroundings, ADamagedRecordGoesWithItsMount)
 {
     Store().Mount(Request(MountWay::Lazy));
