@@ -24,7 +24,7 @@ void SaveByCopying(Save save, bool rebuild)
 {
     const std::string unfinished = save.entry.UnfinishedImage();
     CopyFile(save.next.image, unfinished);
-    save.request.apply(unfinished, {save.request.integrity, rebuild});
+    save.request.apply(unfinished, {save.request.integrity, rebuild, false});
     {
         const FileDescriptor file(open(unfinished.c_str(), O_RDONLY | O_CLOEXEC));
         if (!file)
@@ -46,7 +46,7 @@ std::optional<WimHeader> ApplyToStandIn(const Save& save, int image, const WimHe
 {
     MakeStandIn(image, before, save.next.index, standIn);
     const auto inode = IdentityOf(standIn).inode;
-    save.request.apply(standIn, {save.request.integrity, false});
+    save.request.apply(standIn, {save.request.integrity, false, true});
     return AppendedHeader(standIn, before, inode);
 }
 

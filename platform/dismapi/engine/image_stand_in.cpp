@@ -4,6 +4,7 @@
 #include "file_system.h"
 #include "servicing_error.h"
 #include "wim_blobs.h"
+#include "wim_file.h"
 
 #include <fcntl.h>
 
@@ -112,6 +113,23 @@ void MakeStandIn(int image, const WimHeader& header, unsigned index, const std::
                           : std::min(header.BlobTable().offset,
                                      LastPartStart(ReadIntegrityHead(image, check), header)),
          header.End());
+}
+
+void RenewIntegrity(int standIn, const WimHeader& before, const WimHeader& now, std::uint64_t from,
+                    std::uint64_t to)
+{
+    const WimResource table = now.IntegrityTable();
+    if (before.IntegrityTable().IsAbsent() || table.IsAbsent())
+        return;
+    const IntegrityHead head = ReadIntegrityHead(standIn, table);
+    const std::uint64_t end = now.BlobTable().End();
+    for (std::uint64_t part = 0; part < head.count; ++part) {
+        const std::uint64_t start = WimHeader::kSize + part * head.partSize,
+                            next = std::min(start + head.partSize, end);
+        if (start >= LastPartStart(head, before) && start < to && next > from)
+            WriteRange(standIn, table.offset + IntegrityHead::kSize + part * IntegrityHead::kHash,
+                       HashOf(ReadRange(standIn, start, next - start)));
+    }
 }
 
 std::optional<WimHeader> AppendedHeader(const std::string& standIn, const WimHeader& before,

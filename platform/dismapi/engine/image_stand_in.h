@@ -21,6 +21,11 @@ bool IsWorthCompacting(int image, const WimHeader& header);
 // Throws ServicingError.
 void MakeStandIn(int image, const WimHeader& header, unsigned index, const std::string& path);
 
+// Hashes the parts of the file anew that have changed there, after it was appended to: of its integrity table,
+// where there is one, only what covers the end of the file as it was before depends on a stand-in.
+void RenewIntegrity(int standIn, const WimHeader& before, const WimHeader& now, std::uint64_t from,
+                    std::uint64_t to);
+
 // What the image file's header becomes with what was appended to the stand-in; nothing when libwim has
 // not appended to it but written it anew.
 std::optional<WimHeader> AppendedHeader(const std::string& standIn, const WimHeader& before,

@@ -51,11 +51,12 @@ void ClearWriterFolder(const std::string& folder)
         throw SystemError("cannot remove " + folder);
 }
 
-void WriteImage(const ImageWriter& writer, const WriteOptions& options,
-                const std::function<void(const std::string& directory)>& work)
+bool WriteImage(const ImageWriter& writer, const WriteOptions& options,
+                const std::function<bool(const std::string& directory)>& work)
 {
     const std::string folder = WriterFolder(writer.imageFile);
     ClearWriterFolder(folder);
+    bool done = false;
     try {
         MakeFolders(folder);
         ImageServer server;
@@ -67,9 +68,11 @@ void WriteImage(const ImageWriter& writer, const WriteOptions& options,
         server.name = "kestro-writing";
         server.staging = folder + "/staging";
         StartServing(server, ServerAccess::Own);
-        work(Shown(folder));
-        CommitShownImage(Shown(folder), options);
-        AwaitEndOfServing(LockOf(folder));
+        done = work(Shown(folder));
+        if (done) {
+            CommitShownImage(Shown(folder), options);
+            AwaitEndOfServing(LockOf(folder));
+        }
     } catch (...) {
         try {
             ClearWriterFolder(folder);
@@ -79,6 +82,7 @@ void WriteImage(const ImageWriter& writer, const WriteOptions& options,
         throw;
     }
     ClearWriterFolder(folder);
+    return done;
 }
 
 } // namespace kestro::servicing

@@ -15,10 +15,10 @@ struct ImageWriter {
     unsigned index = 1;
 };
 
-// Shows the image in a directory of its own beside the image file, does the work in it, and saves. Throws
-// ServicingError; when the work throws, nothing is saved.
-void WriteImage(const ImageWriter& writer, const WriteOptions& options,
-                const std::function<void(const std::string& directory)>& work);
+// Shows the image in a directory of its own beside the image file, does the work in it, and saves. When the work
+// says false or throws, nothing is saved. Throws ServicingError; returns what the work says.
+bool WriteImage(const ImageWriter& writer, const WriteOptions& options,
+                const std::function<bool(const std::string& directory)>& work);
 
 // What a writer uses beside the image file.
 std::string WriterFolder(const std::string& imageFile);

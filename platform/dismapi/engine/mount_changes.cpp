@@ -2,6 +2,7 @@
 // file.
 #include "mount_changes.h"
 
+#include "image_parting.h"
 #include "image_writer.h"
 #include "lazy_mount.h"
 #include "servicing_error.h"
@@ -76,12 +77,24 @@ MountChanges ReplayInto(const MountRecord& record, const std::string& serverProg
     found.empty = plan.Empty();
     found.summary = SummaryOf(plan);
     found.apply = [=](const std::string& imageFile, const WriteOptions& options) {
-        WriteImage({serverProgram, imageFile, record.index}, options,
-                   [&](const std::string& directory) {
-                       const ReplayPlaces places = {upper, directory, ReplayTarget::Image,
-                                                    record.directory};
-                       Replay(plan, places, progress);
-                   });
+        const ImageWriter writer = {serverProgram, imageFile, record.index};
+        const auto replay = [&](const std::string& directory) {
+            Replay(plan, {upper, directory, ReplayTarget::Image, record.directory}, progress);
+            return true;
+        };
+        // Only the shown image tells whether there are any, and so it is shown once more where there are.
+        std::vector<std::vector<std::string>> linked;
+        const bool done = WriteImage(writer, options, [&](const std::string& directory) {
+            if (options.standIn)
+                linked = FindNamesToPart(plan, directory);
+            return linked.empty() && replay(directory);
+        });
+        if (done)
+            return;
+        const auto parting = PartNames(imageFile, record.index, linked);
+        WriteImage(writer, options, replay);
+        if (parting)
+            EndParting(imageFile, *parting);
     };
     return found;
 }

@@ -150,13 +150,13 @@ void Planner::PlanFile(const std::vector<std::string>& names)
     const UpperEntry& entry = now_.at(names.front());
     ReplayPlan::File file{entry.file.type, {}, entry.file.size, true};
     for (const std::string& path : names)
-        file.names.push_back({path, {}, 0});
+        file.names.push_back({path, {}, 0, {}});
     FindMovedNames(file, entry);
     bool unchanged = true, moved = false;
     for (ReplayPlan::Name& name : file.names) {
         const bool hasMoved = !name.from.empty();
-        const UpperEntry* const former =
-            hasMoved ? places_.FormerAt(name.from) : places_.FormerOf(name.path);
+        name.savedAs = hasMoved ? name.from : places_.SavedPathOf(name.path).value_or("");
+        const UpperEntry* const former = places_.FormerAt(name.savedAs);
         moved = moved || hasMoved;
         unchanged = unchanged && former != nullptr && former->file == entry.file;
         if (former != nullptr && former->file.type == FileType::File)

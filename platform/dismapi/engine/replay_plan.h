@@ -33,6 +33,7 @@ struct ReplayPlan {
         std::string path;
         std::string from;             // saved path of one that moved
         unsigned long long group = 0; // equal for those that the saved image has on one file, or 0
+        std::string savedAs;          // where the saved image would have it
     };
     struct File {
         FileType type = FileType::File;

@@ -289,6 +289,14 @@ void CommitShownImage(const std::string& directory, const WriteOptions& options)
     Check("cannot save the image", [&] { return wimlib_unmount_image(directory.c_str(), flags); });
 }
 
+std::string HashOf(const std::string& bytes)
+{
+    unsigned char hash[EVP_MAX_MD_SIZE];
+    unsigned length = 0;
+    EVP_Digest(bytes.data(), bytes.size(), hash, &length, EVP_sha1(), nullptr);
+    return std::string(reinterpret_cast<const char*>(hash), length);
+}
+
 std::string HashOfFile(const std::string& path)
 {
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));

@@ -33,6 +33,7 @@ struct SavedFile {
 struct WriteOptions {
     bool integrity = false; // write integrity data
     bool rebuild = false;   // leave out what nothing refers to any more
+    bool standIn = false;   // the file holds no content, and is there to be appended to
 };
 
 // An open image file. Every function throws ServicingError.
@@ -79,7 +80,8 @@ class WimFile {
 // Saves what was changed in an image that a process shows for writing. The process then ends.
 void CommitShownImage(const std::string& directory, const WriteOptions& options);
 
-// The SHA-1 of a file on disk, as bytes.
+// The SHA-1 of bytes, and of a file on disk.
+std::string HashOf(const std::string& bytes);
 std::string HashOfFile(const std::string& path);
 
 } // namespace kestro::servicing

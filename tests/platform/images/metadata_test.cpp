@@ -201,6 +201,90 @@ TEST_F(Metadata, OfEverythingInAMovedDirectoryStays)
     EXPECT_EQ(before_.at("/Windows/Fonts"), Facts()["/W/Fonts"]);
 }
 
+// Whatever way a name gets content of its own: in its place, by a rename over it, under a new name, with another
+// new name; and after it was only touched.
+TEST_F(Metadata, OfAChangedNameOfALinkGroupStaysWithIt)
+{
+    const std::string font = "/Windows/Fonts/untouched font.ttf";
+    fs::copy_file(Image(), folder_ / "original.wim");
+    const auto mountOriginal = [&](const std::string& change) {
+        fs::copy_file(folder_ / "original.wim", Image(), fs::copy_options::overwrite_existing);
+        Shell("wimlib-imagex " + change);
+        auto request = Request();
+        request.way = servicing::MountWay::Lazy;
+        Store().Mount(request);
+    };
+    WriteFile(folder_ / "tree/large.bin", Noise(5, 200'000));
+    const std::string info = "info " + Image().string() + " 1 ";
+    for (const std::string& change :
+         {info + "--boot", "optimize --check " + Image().string(),
+          "append " + (folder_ / "tree").string() + " " + Image().string() + " Large"}) {
+        SCOPED_TRACE(change);
+        mountOriginal(change);
+        const auto save = [&] {
+            EXPECT_TRUE(Store().Commit(Mounted(), {}));
+            ExpectValidImage();
+            Shell("wimlib-imagex info --check " + Image().string() + " >/dev/null");
+        };
+        fs::permissions(In("/Windows/link3"), fs::perms::owner_all);
+        save();
+        ExpectUntouchedBut({});
+        std::ofstream(In("/Windows/link1")) << "in its place";
+        WriteFile(In("/Windows/new"), "by a rename over it");
+        fs::rename(In("/Windows/new"), In("/Windows/link2"));
+        save();
+        ExpectKept("/Windows/link1", "/Windows/link1");
+        ExpectKept("/Windows/link2", "/Windows/link2");
+        EXPECT_EQ(FileInImage("/Windows/link1"), "in its place");
+        EXPECT_EQ(FileInImage("/Windows/link2"), "by a rename over it");
+        EXPECT_EQ(FileInImage(font), "font");
+        ExpectLinks("/Windows/link1", 1);
+        ExpectLinks("/Windows/link2", 1);
+        ExpectLinks(font, 2);
+        ExpectUntouchedBut(
+            {font, "/Windows", "/Windows/link1", "/Windows/link2", "/Windows/link3"});
+
+        // Named once more, it still has the content of the first name; then both get another.
+        fs::create_hard_link(In("/Windows/link3"), In("/again"));
+        save();
+        ExpectLinks("/again", 3);
+        std::ofstream(In("/again")) << "with another name";
+        fs::rename(In("/Windows/link3"), In("/renamed"));
+        Commit();
+        ExpectValidImage();
+        for (const char* const name : {"/again", "/renamed"}) {
+            EXPECT_EQ(FileInImage(name), "with another name");
+            ExpectKeptByRename("/Windows/link3", name);
+            ExpectLinks(name, 2);
+        }
+        EXPECT_EQ(FileInImage(font), "font");
+        ExpectKept(font, font);
+        ExpectLinks(font, 1);
+        ExpectNothingLeft();
+    }
+    EXPECT_EQ(ReadFile(folder_ / "log").find("is written anew"), std::string::npos);
+}
+
+// There the names of a file change together.
+TEST_F(Metadata, OfALinkGroupStaysWhenItWasExtracted)
+{
+    auto request = Request();
+    request.way = servicing::MountWay::Extracted;
+    Store().Mount(request);
+    std::ofstream(In("/Windows/link1")) << "all but one";
+    WriteFile(In("/Windows/new"), "one");
+    fs::rename(In("/Windows/new"), In("/Windows/link2"));
+    Commit();
+    ExpectValidImage();
+    for (const char* const name : {"/Windows/Fonts/untouched font.ttf", "/Windows/link1",
+                                   "/Windows/link3", "/Windows/link2"}) {
+        const bool isOne = std::string(name) == "/Windows/link2";
+        EXPECT_EQ(FileInImage(name), isOne ? "one" : "all but one");
+        ExpectKept(name, name);
+        ExpectLinks(name, isOne ? 1 : 3);
+    }
+}
+
 TEST_F(Metadata, OfALinkGroupStaysWithTheOtherNames)
 {
     Lay();
