@@ -23,9 +23,8 @@
 namespace kestro::servicing {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 // An image of more than a million files takes some seconds.
-constexpr std::chrono::seconds kPatience(60);
+constexpr std::chrono::seconds kPatience(60), kPatienceAtTheEnd(5);
 // The server's number for it.
 constexpr int kMountLock = 3;
 
@@ -84,16 +83,24 @@ class SpawnSettings {
     posix_spawnattr_t attributes_;
 };
 
+// Waits until something happens to the descriptor. Only the time counts in which this process ran: a container
+// that was paused has paused the other process, too.
+bool Await(int descriptor, std::chrono::milliseconds patience)
+{
+    constexpr std::chrono::milliseconds step(100);
+    pollfd poller = {descriptor, POLLIN, 0};
+    for (auto waited = step; waited <= patience; waited += step)
+        if (poll(&poller, 1, static_cast<int>(step.count())) > 0)
+            return true;
+    return false;
+}
+
 // What comes out of the pipe until nobody can write into it any more; nothing after too long a time.
 std::optional<std::string> ReadAll(int pipe)
 {
-    const auto end = Clock::now() + kPatience;
     std::string text;
     for (;;) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-        pollfd poller = {pipe, POLLIN, 0};
-        if (left <= 0 || poll(&poller, 1, static_cast<int>(left)) == 0)
+        if (!Await(pipe, kPatience))
             return std::nullopt;
         char block[1024];
         const ssize_t count = read(pipe, block, sizeof block);
@@ -189,11 +196,8 @@ bool IsServedElsewhere(const std::string& lock)
 
 bool AwaitEndOfServing(const std::string& lock)
 {
-    constexpr int patience = 5000; // milliseconds
-    const FileDescriptor process = OpenHolder(lock);
-    pollfd poller = {process.Get(), POLLIN, 0};
-    if (process)
-        poll(&poller, 1, patience);
+    if (const FileDescriptor process = OpenHolder(lock))
+        Await(process.Get(), kPatienceAtTheEnd);
     return !IsServed(lock);
 }
 

@@ -170,13 +170,12 @@ FileDescriptor OpenLock(const std::string& path)
 // Locks the file, where its file system has locks. False when another process keeps it locked.
 bool TryToLock(const FileDescriptor& file, WhenBusy whenBusy)
 {
-    constexpr std::chrono::seconds moment(1);
-    constexpr std::chrono::milliseconds pause(5);
-    const auto end = std::chrono::steady_clock::now() + moment;
-    while (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
+    constexpr std::chrono::milliseconds pause(5), moment(1000);
+    // Only the time counts in which this process ran.
+    for (auto waited = pause; flock(file.Get(), LOCK_EX | LOCK_NB) != 0; waited += pause) {
         if (errno != EWOULDBLOCK)
             return true;
-        if (whenBusy == WhenBusy::Throw || std::chrono::steady_clock::now() >= end)
+        if (whenBusy == WhenBusy::Throw || waited > moment)
             return false;
         std::this_thread::sleep_for(pause);
     }
