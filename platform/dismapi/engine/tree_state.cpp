@@ -104,10 +104,10 @@ FileState StateOf(const struct statx& status)
     };
     state.inode = status.stx_ino;
     state.born = (status.stx_mask & STATX_BTIME) != 0 ? time(status.stx_btime) : 0;
+    state.modified = time(status.stx_mtime);
     if (state.type == FileType::Directory)
         return state; // what is in it is listed; the rest of it changes with every entry
     state.size = static_cast<long long>(status.stx_size);
-    state.modified = time(status.stx_mtime);
     state.changed = time(status.stx_ctime);
     return state;
 }
@@ -183,10 +183,13 @@ TreeChanges Compare(const TreeState& before, const TreeState& now)
         if (Covered(changes.added, path))
             continue;
         const auto found = before.find(path);
-        if (found == before.end() || found->second.type != file.type ||
-            found->second.size != file.size || found->second.modified != file.modified)
+        if (found == before.end() || found->second.type != file.type)
             changes.added.push_back(path);
-        else if (found->second != file && file.type != FileType::Directory)
+        else if (file.type == FileType::Directory)
+            continue;
+        else if (found->second.size != file.size || found->second.modified != file.modified)
+            changes.added.push_back(path);
+        else if (found->second != file)
             changes.touched.push_back(path);
     }
     return changes;

@@ -15,7 +15,7 @@ enum class FileType : char { Directory = 'd', File = 'f', Link = 'l', Other = 'o
 
 struct FileState {
     FileType type = FileType::Other;
-    long long size = 0, modified = 0, changed = 0; // nanoseconds
+    long long size = 0, modified = 0, changed = 0; // nanoseconds; of a directory `modified` alone
     unsigned long long inode = 0;
     long long born = 0; // 0 where the file system does not tell
     bool operator==(const FileState&) const = default;

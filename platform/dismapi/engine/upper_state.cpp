@@ -47,8 +47,6 @@ UpperState ReadOnce(const std::string& upper)
             entry.place = PlaceOf(upper + path);
         if (directory < 0)
             return;
-        entry.file.modified =
-            Nanoseconds({status.stx_mtime.tv_sec, static_cast<long>(status.stx_mtime.tv_nsec)});
         entry.opaque = Attribute(directory, "trusted.overlay.opaque", path) == "y";
         entry.redirect = Attribute(directory, "trusted.overlay.redirect", path);
     });

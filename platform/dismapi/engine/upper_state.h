@@ -10,7 +10,7 @@
 namespace kestro::servicing {
 
 struct UpperEntry {
-    FileState file;        // of a directory too the time of last write
+    FileState file;
     bool whiteout = false; // the image's entry of this name is deleted
     bool opaque = false;   // nothing of the image shows through this directory
     std::string redirect;  // of a moved directory: where the overlay says that it was
