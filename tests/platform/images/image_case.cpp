@@ -1,6 +1,7 @@
 // image_case.cpp - what the tests of the image store share.
 #include "image_case.h"
 
+#include "image_server.h"
 #include "mount_table.h"
 
 #include <cstdlib>
@@ -30,11 +31,16 @@ void ImageCase::SetUp()
 void ImageCase::TearDown()
 {
     // What a failed test has left mounted; nothing is removed below it.
+    UnmountEverything();
+    fs::remove_all(folder_);
+}
+
+void ImageCase::UnmountEverything() const
+{
     const auto mounts = servicing::ReadMountTable();
     for (auto mount = mounts.rbegin(); mount != mounts.rend(); ++mount)
         if (mount->directory.starts_with(folder_.string() + "/"))
             servicing::Unmount(mount->directory, servicing::Unmounting::Anyway);
-    fs::remove_all(folder_);
 }
 
 void ImageCase::MoveImageTo(const fs::path& folder)
@@ -71,6 +77,13 @@ servicing::MountRequest ImageCase::Request() const
     request.directory = Mounted();
     request.way = Way();
     return request;
+}
+
+void ImageCase::EndServing() const
+{
+    for (const auto& entry : fs::recursive_directory_iterator(folder_ / "records"))
+        if (entry.path().filename() == "served")
+            servicing::EndServing(entry.path());
 }
 
 std::string ImageCase::Listing(int index) const

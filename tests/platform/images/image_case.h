@@ -31,6 +31,9 @@ class ImageCase : public testing::Test {
     void Discard() const { Store().Discard(Mounted()); }
     std::string Mounted() const { return folder_ / "mount"; }
     fs::path Image() const { return image_; }
+    void EndServing() const;
+    // As a restart of the machine does.
+    void UnmountEverything() const;
     // The image file gets a folder, or a disk, of its own.
     void MoveImageTo(const fs::path& folder);
 

@@ -261,9 +261,7 @@ TEST_F(Killed, WhileItPutsBack)
         fs::rename((isAway ? empty : windows) / "notes.txt",
                    (isAway ? windows : empty) / "notes.txt");
         WriteFile(windows / "unsaved.txt", std::to_string(kills));
-        for (const auto& entry : fs::recursive_directory_iterator(folder_ / "records"))
-            if (entry.path().filename() == "served")
-                servicing::EndServing(entry.path());
+        EndServing();
         killed = RunAndKill([&] { Store().PutBack(Mounted()); }, kills + 1);
         Store().PutBack(Mounted());
         EXPECT_EQ(ReadFile(windows / "unsaved.txt"), std::to_string(kills));

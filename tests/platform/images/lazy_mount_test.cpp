@@ -27,12 +27,6 @@ class LazyCase : public ImageCase {
         request.readOnly = true;
         return request;
     }
-    void KillServer() const
-    {
-        for (const auto& entry : fs::recursive_directory_iterator(folder_ / "records"))
-            if (entry.path().filename() == "served")
-                servicing::EndServing(entry.path());
-    }
     // Everything that a program can see of a tree. Times as an image holds them.
     static std::string Tree(const std::string& directory)
     {
@@ -124,7 +118,7 @@ TEST_F(LazyCase, AMountTellsHowFarItIsAndCanBeEnded)
 TEST_F(LazyCase, AMountWhoseProcessDiedIsPutBack)
 {
     Store().Mount(ReadOnly());
-    KillServer();
+    EndServing();
     ASSERT_EQ(Store().Mounts().size(), 1U);
     EXPECT_EQ(Store().Mounts()[0].state, MountState::NeedsRemount);
     Store().PutBack(Mounted());

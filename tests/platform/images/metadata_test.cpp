@@ -113,6 +113,17 @@ void Metadata::MakeImage()
     for (const char* const name : {"/Windows/link1", "/Windows/link2", "/Windows/link3"})
         fs::create_hard_link(tree.string() + "/Windows/Fonts/untouched font.ttf",
                              tree.string() + name);
+    // A junction that leads out of the volume, and what only a driver of Windows' can read.
+    const std::string target = std::string("\\\0?\0?\0\\\0D\0:\0\\\0x\0", 16);
+    const auto reparse = [&](const std::string& path, const std::string& tag, std::string data) {
+        data = tag + static_cast<char>(data.size()) + std::string(3, '\0') + data;
+        set(path, "system.ntfs_reparse_data", data);
+    };
+    fs::create_directory(tree / "junction");
+    reparse("/junction", std::string("\x03\0\0\xA0", 4),
+            std::string("\0\0\x10\0\x12\0\0\0", 8) + target + std::string(4, '\0'));
+    WriteFile(tree / "only for Windows", "");
+    reparse("/only for Windows", std::string("\x1B\0\0\x80", 4), "what it says");
     Shell("umount " + tree.string());
     Shell("wimlib-imagex capture " + volume.string() + " " + Image().string() + " Test");
 }

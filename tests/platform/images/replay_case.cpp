@@ -55,9 +55,11 @@ View ViewOf(const fs::path& directory)
         EXPECT_EQ(lstat(entry.path().c_str(), &status), 0) << entry.path();
         std::string& text = view[entry.path().string().substr(directory.string().size())];
         text = std::to_string(servicing::Nanoseconds(status.st_mtim) / 100) + " ";
-        if (entry.is_symlink())
-            text += "link to " + fs::read_symlink(entry.path()).string();
-        else if (entry.is_directory())
+        if (entry.is_symlink()) {
+            const std::string target = fs::read_symlink(entry.path());
+            const bool isInside = target.starts_with(directory.string() + "/");
+            text += "link to " + (isInside ? target.substr(directory.string().size()) : target);
+        } else if (entry.is_directory())
             text += "directory";
         else if (entry.is_regular_file())
             text += "file " + ReadFile(entry.path());

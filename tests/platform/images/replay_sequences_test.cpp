@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <random>
 
 namespace kestro::test {
@@ -134,20 +135,27 @@ class ReplaySequences : public ReplayCase {
                     WriteFile(tree / outer / middle / inner / "file.txt",
                               Noise(static_cast<unsigned>(random()), random() % 500));
         WriteFile(tree / "a/plain.txt", "plain");
-        fs::create_hard_link(tree / "a/plain.txt", tree / "b/linked.txt");
+        for (const char* const link : {"b/linked.txt", "b/d", "c/a/f"})
+            fs::create_hard_link(tree / "a/plain.txt", tree / link);
         fs::create_symlink("a/plain.txt", tree / "c/link");
         Shell("wimlib-imagex capture --compress=none " + tree.string() + " " + Image().string() +
               " Test");
+    }
+    void ForEachSeed(const std::function<void(unsigned seed)>& run)
+    {
+        const unsigned first = NumberFrom("KESTRO_REPLAY_SEED", 1);
+        const unsigned count = NumberFrom("KESTRO_REPLAY_SEQUENCES", 3);
+        for (unsigned seed = first; seed < first + count && !HasFailure(); ++seed) {
+            SCOPED_TRACE("seed " + std::to_string(seed));
+            MakeImage(seed);
+            run(seed);
+        }
     }
 };
 
 TEST_F(ReplaySequences, EndAsTheMountShowsThem)
 {
-    const unsigned first = NumberFrom("KESTRO_REPLAY_SEED", 1);
-    const unsigned count = NumberFrom("KESTRO_REPLAY_SEQUENCES", 4);
-    for (unsigned seed = first; seed < first + count && !HasFailure(); ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        MakeImage(seed);
+    ForEachSeed([&](unsigned seed) {
         Lay();
         RandomChanges changes(Mounted(), seed);
         // Put back before a save, between saves, or after them.
@@ -163,7 +171,37 @@ TEST_F(ReplaySequences, EndAsTheMountShowsThem)
         changes.Run(12);
         PutBack();
         TakeAway();
-    }
+    });
+}
+
+// Mounted, saved, put back and saved again as hosts do it.
+TEST_F(ReplaySequences, EndAsTheStoreSavesThem)
+{
+    ForEachSeed([&](unsigned seed) {
+        auto request = Request();
+        request.way = seed % 3 == 0 ? servicing::MountWay::Extracted : servicing::MountWay::Lazy;
+        Store().Mount(request);
+        RandomChanges changes(Mounted(), seed);
+        for (unsigned save = 0; save < 4 && !HasFailure(); ++save) {
+            SCOPED_TRACE("save " + std::to_string(save + 1));
+            changes.Run(12);
+            if (save == seed % 5) {
+                const View before = ViewOf(Mounted());
+                EndServing();
+                Store().PutBack(Mounted());
+                EXPECT_EQ(before, ViewOf(Mounted()));
+            }
+            EXPECT_TRUE(Store().Commit(Mounted(), {}));
+            ExpectSaved();
+        }
+        changes.Run(12);
+        const View last = ViewOf(Mounted());
+        Commit();
+        ExpectNothingLeft();
+        Lay();
+        EXPECT_EQ(last, ViewOf(Mounted()));
+        TakeAway();
+    });
 }
 
 } // namespace
