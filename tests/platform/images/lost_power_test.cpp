@@ -17,7 +17,7 @@ class PowerLost : public ImageCase {
     {
         Files files = {{Image().string(), ReadFile(Image())}};
         for (const auto& entry : fs::recursive_directory_iterator(folder_ / "records"))
-            if (entry.is_regular_file() && !IsStandIn(entry.path()))
+            if (entry.is_regular_file() && !IsLeftOut(entry.path()))
                 files[entry.path().string()] = ReadFile(entry.path());
         return files;
     }
@@ -29,18 +29,18 @@ class PowerLost : public ImageCase {
         for (const auto& [path, content] : files)
             WriteFile(path, content);
     }
-    // The stand-in, and what is written into it while it is mounted.
-    static bool IsStandIn(const fs::path& path)
+    // The stand-in, what is written into it while it is mounted, and what is mounted itself.
+    static bool IsLeftOut(const fs::path& path)
     {
         return std::any_of(path.begin(), path.end(), [](const fs::path& part) {
-            return part.string().starts_with("stand-in");
+            return part.string().starts_with("stand-in") || part.string().starts_with("layers-");
         });
     }
     LostPower RecordSave(const Files& before) const
     {
         std::vector<DiskStep> steps = RunAndRecord([&] { Store().Commit(Mounted(), {}); }, folder_);
         std::erase_if(steps, [&](const DiskStep& step) {
-            return IsStandIn(step.path) || step.path == folder_ / "log";
+            return IsLeftOut(step.path) || step.path == folder_ / "log";
         });
         return LostPower(before, std::move(steps));
     }
