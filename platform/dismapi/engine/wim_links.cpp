@@ -12,7 +12,7 @@
 namespace kestro::servicing {
 namespace {
 
-struct Entry {
+struct TreeEntry {
     static constexpr std::uint32_t kDirectory = 0x10, kReparsePoint = 0x400;
     static constexpr std::uint64_t kGroupAt = 88;
 
@@ -34,9 +34,9 @@ class Tree {
   public:
     explicit Tree(const std::string& bytes) : bytes_(bytes) {}
 
-    std::optional<Entry> Find(const std::string& path) const
+    std::optional<TreeEntry> Find(const std::string& path) const
     {
-        std::optional<Entry> found = Root();
+        std::optional<TreeEntry> found = Root();
         std::istringstream names(path);
         std::string name;
         std::getline(names, name, '/'); // nothing, before the first
@@ -71,23 +71,23 @@ class Tree {
             throw ServicingError(code::bad_format, "the image's tree ends before its last entry");
         return LittleEndian(bytes_.data() + at, size);
     }
-    std::optional<Entry> Root() const
+    std::optional<TreeEntry> Root() const
     {
         const std::uint64_t security = Align(Number(0, 4));
         return At(security == 0 ? 8 : security);
     }
     // Nothing at the end of a directory.
-    std::optional<Entry> At(std::uint64_t at) const
+    std::optional<TreeEntry> At(std::uint64_t at) const
     {
         constexpr std::uint64_t head = 102, end = 8;
         const std::uint64_t length = Align(Number(at, 8));
         if (length <= end)
             return std::nullopt;
-        Entry entry;
+        TreeEntry entry;
         entry.at = at;
         entry.attributes = static_cast<std::uint32_t>(Number(at + 8, 4));
         entry.entries = Number(at + 16, 8);
-        entry.group = Number(at + Entry::kGroupAt, 8);
+        entry.group = Number(at + TreeEntry::kGroupAt, 8);
         const std::uint64_t nameSize = Number(at + 100, 2);
         if (nameSize != 0)
             Number(at + head + nameSize - 1, 1);
@@ -97,7 +97,7 @@ class Tree {
             entry.next += Align(Number(entry.next, 8));
         return entry;
     }
-    std::optional<Entry> FindIn(const Entry& directory, const std::string& name) const
+    std::optional<TreeEntry> FindIn(const TreeEntry& directory, const std::string& name) const
     {
         auto entry = At(directory.entries);
         while (entry && entry->name != name)
@@ -113,7 +113,7 @@ class Tree {
 bool PartFromGroup(std::string& tree, const std::vector<std::string>& paths)
 {
     const Tree stored(tree);
-    std::vector<Entry> entries;
+    std::vector<TreeEntry> entries;
     for (const std::string& path : paths) {
         auto entry = stored.Find(path);
         if (!entry || !entry->MayBeLinked())
@@ -124,9 +124,9 @@ bool PartFromGroup(std::string& tree, const std::vector<std::string>& paths)
     std::uint64_t group = entries.size() > 1 ? stored.HighestGroup() + 1 : 0;
     if (entries.size() > 1 && group == 0)
         return false;
-    for (const Entry& entry : entries)
+    for (const TreeEntry& entry : entries)
         for (std::size_t byte = 0; byte < sizeof group; ++byte)
-            tree[entry.at + Entry::kGroupAt + byte] = static_cast<char>(group >> byte * 8);
+            tree[entry.at + TreeEntry::kGroupAt + byte] = static_cast<char>(group >> byte * 8);
     return true;
 }
 
