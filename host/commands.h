@@ -81,7 +81,7 @@ int InfInstallCommand(const Context& context, const std::wstring& inf);
 int SelfTestCommand(const Context& context);
 
 // Shows a ResultFile. With watch, follows it until nothing was written for so many seconds (0: until the
-// user ends the program).
+// user ends it).
 int ResultCommand(const Context& context, const std::wstring& file, bool watch,
                   unsigned idleSeconds);
 

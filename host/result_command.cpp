@@ -1,11 +1,11 @@
 // result_command.cpp - shows a ResultFile of either form, and follows one that is being written.
+#include "interrupt.h"
 #include "session.h"
 #include "usage_error.h"
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <thread>
 
 namespace kestro::host {
 namespace {
@@ -56,7 +56,8 @@ void Follow(const Output& out, const std::wstring& file, unsigned idleSeconds)
             lastNews = Clock::now();
         if (idleSeconds != 0 && Clock::now() - lastNews >= std::chrono::seconds(idleSeconds))
             return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        if (WaitForSingleObject(InterruptEvent(), 200) == WAIT_OBJECT_0)
+            return;
     }
 }
 
@@ -76,6 +77,7 @@ int ResultCommand(const Context& context, const std::wstring& file, bool watch,
     const std::wstring path = FullPath(file);
     Output& out = *context.out;
     if (watch) {
+        const InterruptGuard guard; // what ends the following does not end the program
         out.Progress("Following " + Shown(path) + (idleSeconds != 0 ? "" : "; Ctrl+C ends it"));
         Follow(out, path, idleSeconds);
     }

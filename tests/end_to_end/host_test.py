@@ -3,6 +3,7 @@ ResultFiles of other hosts."""
 
 import json
 import os
+import signal
 import subprocess
 import unittest
 
@@ -110,6 +111,24 @@ class Results(KestroCase):
         self.assertIn("Mounting image...", rest)
         self.assertIn("DISM_MOUNT", rest)
         self.assertNotIn("DISM_INITIALIZE", rest)
+
+    def test_following_that_the_user_ends_still_gives_its_document(self):
+        def was_read(path):
+            return os.stat(path).st_atime_ns != 0
+
+        path, other = self.write("result.ini", NARROW), self.write("other.ini", NARROW)
+        for file in (path, other):
+            os.utime(file, ns=(0, os.stat(file).st_mtime_ns))
+        with open(other, encoding="utf-8") as stream:
+            stream.read()
+        if not was_read(other):
+            self.skipTest("the file system does not tell when a file is read")
+        watching = self.start_watched("result", path, "--watch", "--json")
+        self.wait_until(lambda: was_read(path))
+        watching.send_signal(signal.SIGINT)
+        document, _ = watching.communicate(timeout=HANG)
+        self.assertEqual(watching.returncode, 0)
+        self.assertEqual(json.loads(document)["command"], "result")
 
 
 class Lists(KestroCase):
