@@ -20,10 +20,15 @@ bool IsInf(const fs::path& path)
 std::vector<std::wstring> InfsBelow(const fs::path& directory)
 {
     std::vector<std::wstring> found;
-    for (const auto& entry :
-         fs::recursive_directory_iterator(directory, fs::directory_options::skip_permission_denied))
-        if (entry.is_regular_file() && IsInf(entry.path()))
-            found.push_back(entry.path().wstring());
+    try {
+        for (const auto& entry : fs::recursive_directory_iterator(directory))
+            if (entry.is_regular_file() && IsInf(entry.path()))
+                found.push_back(entry.path().wstring());
+    } catch (const fs::filesystem_error& error) {
+        // What cannot be looked into might hold a driver that the image then lacks.
+        throw UsageError("cannot search " + Shown(error.path1().wstring()) +
+                         " for INF files: " + error.code().message());
+    }
     std::sort(found.begin(), found.end());
     return found;
 }
