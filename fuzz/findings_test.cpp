@@ -46,10 +46,10 @@ TEST(Findings, ARecordWithANumberThatItsFieldCannotHold)
     EXPECT_CODE(find(), code::ok);
     for (const char* index : {"1e300", "1.5", "-1", "4294967296", "true", "\"1\""}) {
         WriteFile(record, Record(index, "0", "/nonexistent/mount"));
-        EXPECT_CODE(find(), code::not_a_valid_mount) << index;
+        EXPECT_CODE(find(), code::mount_damaged) << index;
     }
     WriteFile(record, Record("1", "9223372036854775808", "/nonexistent/mount"));
-    EXPECT_CODE(find(), code::not_a_valid_mount);
+    EXPECT_CODE(find(), code::mount_damaged);
 }
 
 TEST(Findings, ANextRecordOfAnotherDirectory)
@@ -58,7 +58,7 @@ TEST(Findings, ANextRecordOfAnotherDirectory)
     WriteFile(scratch / "records/0/record.json", Record("1", "0", "/nonexistent/mount"));
     WriteFile(scratch / "records/0/next.json", Record("1", "0", "/nonexistent/other"));
     EXPECT_CODE(MountRegistry(scratch / "records").FindDirectory("/nonexistent/mount"),
-                code::not_a_valid_mount);
+                code::mount_damaged);
 }
 
 // What holds "a/b" was looked for above itself for ever.

@@ -232,9 +232,14 @@ std::optional<MountRecord> PreparedIn(const std::string& folder, const MountReco
     return next;
 }
 
-// What is left of a text that ToText made.
+// What a record that holds something impossible, or is left of one that ToText made, says.
 std::string DirectoryIn(const std::string& text)
 {
+    if (const json whole = json::parse(text, nullptr, false); whole.is_object()) {
+        const auto directory = whole.find("directory");
+        return directory != whole.end() && directory->is_string() ? directory->get<std::string>()
+                                                                  : "";
+    }
     const std::string key = "\"directory\": ";
     const auto at = text.find(key);
     if (at == std::string::npos)
